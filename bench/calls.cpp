@@ -1,0 +1,105 @@
+// Calls that cost no system call: a named mutex that nobody else wants, and a debug record that is filtered out.
+#include "empty_call.h"
+#include "rows.h"
+
+#include "tessmaru/log.h"
+#include "tessmaru/platform.h"
+#include "tessmaru/text.h"
+
+#include <atomic>
+#include <thread>
+
+#include <pthread.h>
+
+namespace bench {
+namespace {
+
+using namespace utility::literals;
+
+/// The kernel-supported lock that survives its holder's death, between processes.
+class RobustMutex {
+public:
+    explicit RobustMutex(const std::filesystem::path& path)
+        : Mutex(static_cast<pthread_mutex_t*>(tools::MapFile(path, sizeof(pthread_mutex_t))))
+    {
+        pthread_mutexattr_t attributes;
+        pthread_mutexattr_init(&attributes);
+        pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+        pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
+        pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+        pthread_mutex_init(Mutex, &attributes);
+        pthread_mutexattr_destroy(&attributes);
+    }
+
+    void Turn()
+    {
+        pthread_mutex_lock(Mutex);
+        pthread_mutex_unlock(Mutex);
+    }
+
+private:
+    pthread_mutex_t* Mutex;
+};
+
+/// A thread that does nothing, in a process that would have a single one without it.
+class IdleThread {
+public:
+    IdleThread() : Thread([this] { End.wait(false); }) {}
+    IdleThread(const IdleThread&) = delete;
+    IdleThread& operator=(const IdleThread&) = delete;
+    ~IdleThread()
+    {
+        End = true;
+        End.notify_one();
+        Thread.join();
+    }
+
+private:
+    std::atomic<bool> End{false};
+    std::thread Thread;
+};
+
+Comparison CompareMutex(const Plan& plan)
+{
+    const tools::ScratchFolder folder(std::getenv("VELTRIX_RUNTIME"));
+    RobustMutex robust(folder / "robust");
+    const HANDLE mutex = CreateMutexW(nullptr, FALSE, u"Bench.Mutex"_w);
+    if (mutex == nullptr)
+        throw std::runtime_error("no mutex");
+    const auto turn = [mutex](unsigned) {
+        Use(WaitForSingleObject(mutex, 1000));
+        Use(ReleaseMutex(mutex));
+    };
+    return Compare(
+        turn, [&](unsigned) { robust.Turn(); }, plan.Calls, plan.Rounds);
+}
+
+Comparison CompareMasked(const Plan& plan, const tools::ScratchFolder& scratch)
+{
+    const tools::ScratchFolder folder(scratch.Path());
+    MakeStore(folder / "registry.reg", folder / "App.log", 0);
+    utilities::CLog* log = utilities::CLog::GetInstance();
+    if (log == nullptr)
+        throw std::runtime_error("no log");
+    EmptyLog empty;
+    const auto masked = [log](unsigned i) { Use(log->LogDebug(1, u"%u of %s"_w, u"Bench"_w, i, u"North"_w)); };
+    const auto nothing = [&empty](unsigned i) { Use(empty.LogDebug(1, u"%u of %s"_w, u"Bench"_w, i, u"North"_w)); };
+    return Compare(masked, nothing, 10 * plan.Calls, plan.Rounds);
+}
+
+}  // namespace
+
+void MeasureCalls(const Plan& plan, const tools::ScratchFolder& scratch)
+{
+    PrintHeading("Calls that meet no other thread");
+    PrintRow("named mutex, to a robust pthread mutex", InOwnProcess([&] { return CompareMutex(plan); }), {2, 0});
+    PrintRow("the same beside an idle thread", InOwnProcess([&] {
+                 const IdleThread idle;
+                 return CompareMutex(plan);
+             }),
+             {2, 0});
+    PrintRow("debug record, filtered out, to an empty call", InOwnProcess([&] { return CompareMasked(plan, scratch); }),
+             {2, 0});
+}
+
+}  // namespace bench

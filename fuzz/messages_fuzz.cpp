@@ -1,0 +1,53 @@
+// Any template over inserts that are sound for every picture: each is the address of a terminated text.
+#include "system.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+namespace {
+
+constexpr DWORD MaxRoom = 200;
+constexpr WCHAR Guard = 0xBEEF;
+constexpr std::size_t Inserts = 99 + 2;  // the highest number, and two stars in its picture
+
+const WCHAR text[] = {'i', 'n', 0x00E4, '%', '1', 0, 0};
+
+void Check(bool holds)
+{
+    if (!holds)
+        std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    if (size < 2)
+        return 0;
+    const DWORD room = data[0] % MaxRoom;
+    const DWORD flags = FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY |
+                        ((data[1] & 1) != 0 ? FORMAT_MESSAGE_IGNORE_INSERTS : 0) | ((data[1] & 2) != 0 ? 0xFFU : 0U);
+    const bool given = (data[1] & 4) == 0;
+    data += 2;
+    size -= 2;
+
+    const std::unique_ptr<WCHAR[]> source(new WCHAR[size + 1]);
+    std::copy_n(data, size, source.get());
+    source[size] = 0;
+    std::array<DWORD_PTR, Inserts> values;
+    values.fill(reinterpret_cast<DWORD_PTR>(text));
+    std::array<WCHAR, MaxRoom + 4> buffer;
+    buffer.fill(Guard);
+
+    const DWORD units = FormatMessageW(flags, source.get(), 0, 0, buffer.data(), room,
+                                       given ? reinterpret_cast<va_list*>(values.data()) : nullptr);
+    // An empty text ends in a terminator like any other; a failure leaves everything alone.
+    const bool delivered = units != 0 || buffer[0] != Guard;
+    Check(!delivered || (units < room && buffer[units] == 0));
+    for (std::size_t i = delivered ? units + 1 : 0; i < buffer.size(); ++i)
+        Check(buffer[i] == Guard);
+    return 0;
+}

@@ -1,0 +1,230 @@
+// The platform types and functions that the interface of the library speaks of. On Windows they are
+// the system's own. On Linux they are the library's: the published names, fields and values, and real
+// functions behind them, exported for callers.
+#pragma once
+
+#ifdef _WIN32
+
+// comdef.h brings _com_error; the rest of the automation headers come with it.
+#include <windows.h>
+
+#include <comdef.h>
+
+#if defined(TESSMARU_STATIC)
+#define TESSMARU_API
+#elif defined(TESSMARU_BUILDING)
+#define TESSMARU_API __declspec(dllexport)
+#else
+#define TESSMARU_API __declspec(dllimport)
+#endif
+
+#else
+
+#include <cstddef>
+#include <cstdint>
+
+#define TESSMARU_API __attribute__((visibility("default")))
+
+// Integers keep their published width on every target: LONG and DWORD have 32 bits.
+using BYTE = unsigned char;
+using WORD = std::uint16_t;
+using DWORD = std::uint32_t;
+using UINT = unsigned int;
+using INT = int;
+using LONG = std::int32_t;
+using ULONG = std::uint32_t;
+using LONGLONG = std::int64_t;
+using ULONGLONG = std::uint64_t;
+using BOOL = int;
+using WCHAR = unsigned short;
+using HRESULT = std::int32_t;
+using DWORD_PTR = std::uintptr_t;
+using SIZE_T = std::size_t;
+
+using PVOID = void*;
+using LPVOID = void*;
+using LPCVOID = const void*;
+using LPDWORD = DWORD*;
+using PLONG = LONG*;
+using LPBYTE = BYTE*;
+using LPSTR = char*;
+using LPCSTR = const char*;
+using LPWSTR = WCHAR*;
+using LPCWSTR = const WCHAR*;
+
+/// A platform object. Closes once, with CloseHandle; does not survive `exec`.
+using HANDLE = void*;
+
+/// A loaded ELF object, by the address of its header.
+using HINSTANCE = struct HINSTANCE__*;
+using HMODULE = HINSTANCE;
+
+/// An open key of the settings store.
+using HKEY = struct HKEY__*;
+
+/// Text of automation: units behind a length prefix.
+using BSTR = WCHAR*;
+
+constexpr BOOL FALSE = 0;
+constexpr BOOL TRUE = 1;
+
+inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(~std::uintptr_t{0});
+
+constexpr HRESULT S_OK = 0;
+constexpr HRESULT E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000E);
+
+constexpr DWORD INFINITE = 0xFFFFFFFF;
+constexpr DWORD WAIT_OBJECT_0 = 0;
+constexpr DWORD WAIT_ABANDONED = 0x80;
+constexpr DWORD WAIT_TIMEOUT = 0x102;
+constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
+
+constexpr DWORD ERROR_SUCCESS = 0;
+constexpr DWORD NO_ERROR = 0;
+constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
+constexpr DWORD ERROR_PATH_NOT_FOUND = 3;
+constexpr DWORD ERROR_TOO_MANY_OPEN_FILES = 4;
+constexpr DWORD ERROR_ACCESS_DENIED = 5;
+constexpr DWORD ERROR_INVALID_HANDLE = 6;
+constexpr DWORD ERROR_OUTOFMEMORY = 14;
+constexpr DWORD ERROR_WRITE_PROTECT = 19;
+constexpr DWORD ERROR_GEN_FAILURE = 31;
+constexpr DWORD ERROR_SHARING_VIOLATION = 32;
+constexpr DWORD ERROR_NOT_SUPPORTED = 50;
+constexpr DWORD ERROR_BAD_NETPATH = 53;
+constexpr DWORD ERROR_FILE_EXISTS = 80;
+constexpr DWORD ERROR_INVALID_PARAMETER = 87;
+constexpr DWORD ERROR_DISK_FULL = 112;
+constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
+constexpr DWORD ERROR_INVALID_NAME = 123;
+constexpr DWORD ERROR_MOD_NOT_FOUND = 126;
+constexpr DWORD ERROR_BUSY = 170;
+constexpr DWORD ERROR_ALREADY_EXISTS = 183;
+constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
+constexpr DWORD ERROR_MORE_DATA = 234;
+constexpr DWORD ERROR_NOT_OWNER = 288;
+constexpr DWORD ERROR_MR_MID_NOT_FOUND = 317;
+constexpr DWORD ERROR_INVALID_FLAGS = 1004;
+constexpr DWORD ERROR_NO_UNICODE_TRANSLATION = 1113;
+constexpr DWORD ERROR_IO_DEVICE = 1117;
+constexpr DWORD ERROR_ALLOTTED_SPACE_EXCEEDED = 1344;
+constexpr DWORD ERROR_RESOURCE_DATA_NOT_FOUND = 1812;
+constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
+constexpr DWORD ERROR_CANT_RESOLVE_FILENAME = 1921;
+
+struct GUID {
+    std::uint32_t Data1;
+    std::uint16_t Data2;
+    std::uint16_t Data3;
+    std::uint8_t Data4[8];
+};
+using IID = GUID;
+using REFIID = const IID&;
+
+/// The root of every interface. Objects live until their last reference is released.
+struct IUnknown {
+    virtual HRESULT QueryInterface(REFIID iid, void** object) = 0;
+    virtual ULONG AddRef() = 0;
+    virtual ULONG Release() = 0;
+
+protected:
+    ~IUnknown() = default;
+};
+
+/// What a failed automation call tells about its failure. Each text is the caller's to free.
+struct IErrorInfo : IUnknown {
+    virtual HRESULT GetGUID(GUID* guid) = 0;
+    virtual HRESULT GetSource(BSTR* source) = 0;
+    virtual HRESULT GetDescription(BSTR* description) = 0;
+    virtual HRESULT GetHelpFile(BSTR* file) = 0;
+    virtual HRESULT GetHelpContext(DWORD* context) = 0;
+
+protected:
+    ~IErrorInfo() = default;
+};
+
+struct ACL {
+    BYTE AclRevision;
+    BYTE Sbz1;
+    WORD AclSize;
+    WORD AceCount;
+    WORD Sbz2;
+};
+using PACL = ACL*;
+using PSID = void*;
+using PSECURITY_DESCRIPTOR = void*;
+
+struct SECURITY_ATTRIBUTES {
+    DWORD nLength;
+    LPVOID lpSecurityDescriptor;
+    BOOL bInheritHandle;
+};
+using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
+
+/// A lock of one process, recursive and owned by a thread. The fields belong to the platform.
+/// The child of a `fork` finds every section free.
+struct CRITICAL_SECTION {
+    std::uint32_t Word;
+    std::uint32_t RecursionCount;
+    std::uintptr_t OwningThread;
+};
+using LPCRITICAL_SECTION = CRITICAL_SECTION*;
+
+/// The failure that automation code throws by value: a code and, where there is one, an error object.
+class TESSMARU_API _com_error {
+public:
+    /// Takes the caller's reference to `errorInfo` over, or one of its own if `addReference`.
+    explicit _com_error(HRESULT code, IErrorInfo* errorInfo = nullptr, bool addReference = false) noexcept;
+    _com_error(const _com_error& other) noexcept;
+    _com_error& operator=(const _com_error& other) noexcept;
+    virtual ~_com_error() noexcept;
+
+    HRESULT Error() const noexcept { return Code; }
+
+    /// The error object with a reference of the caller's own, or null.
+    IErrorInfo* ErrorInfo() const noexcept;
+
+private:
+    HRESULT Code;
+    IErrorInfo* Info;
+};
+
+extern "C" {
+
+/// The reason of this thread's last failed platform call. A call that succeeds may leave it alone.
+TESSMARU_API DWORD GetLastError();
+TESSMARU_API void SetLastError(DWORD error);
+
+/// Opens the mutex of this name, or makes it. One mutex of a name exists on the machine from its first
+/// handle to its last, whatever ends the processes that hold them. A null or empty name makes a mutex
+/// that only this process knows. Names compare exactly; "Global\" and "Local\" in front mean nothing here.
+///
+/// @param attributes   a descriptor gives the access of other accounts; null: that of the umask.
+/// @param initialOwner non-zero: a mutex that this call made belongs to the calling thread.
+/// @param name         at most 1900 units.
+/// @return a handle, with GetLastError 0 for a new mutex and ERROR_ALREADY_EXISTS for one that was there
+///         (the caller owns nothing then); or null with the reason in GetLastError.
+/// @note After `fork` parent and child each hold a handle of their own under the same value; what the
+///       parent's threads owned stays theirs.
+TESSMARU_API HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initialOwner, LPCWSTR name);
+
+/// Takes a mutex for the calling thread, as often as the thread likes.
+///
+/// @param milliseconds how long to wait; 0 only tries, INFINITE waits as long as it takes.
+/// @return WAIT_OBJECT_0; WAIT_ABANDONED: obtained, and its last owner ended without letting go;
+///         WAIT_TIMEOUT; or WAIT_FAILED with the reason in GetLastError.
+TESSMARU_API DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
+
+/// Takes back one successful wait. @return FALSE with ERROR_NOT_OWNER in any other thread than the owner.
+TESSMARU_API BOOL ReleaseMutex(HANDLE mutex);
+
+/// Closes a handle of any kind. @return FALSE with ERROR_INVALID_HANDLE for one that is not open.
+TESSMARU_API BOOL CloseHandle(HANDLE handle);
+
+/// The module of this file name (with or without its directory), or the program itself for null.
+/// @return null with ERROR_MOD_NOT_FOUND if no such module is loaded.
+TESSMARU_API HMODULE GetModuleHandleW(LPCWSTR name);
+
+}  // extern "C"
+
+#endif

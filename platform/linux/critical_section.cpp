@@ -1,0 +1,56 @@
+// Critical sections: a lock word, its owner and how often the owner came in.
+#include "futex.h"
+#include "process.h"
+
+namespace {
+
+// The record is a plain struct that callers copy and clear; its fields are atomic while it is in use.
+std::atomic<std::uint32_t>& Word(CRITICAL_SECTION* section)
+{
+    static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(section->Word));
+    return reinterpret_cast<std::atomic<std::uint32_t>&>(section->Word);
+}
+
+std::atomic_ref<std::uintptr_t> Owner(CRITICAL_SECTION* section)
+{
+    return std::atomic_ref<std::uintptr_t>(section->OwningThread);
+}
+
+/// A thread's address may come again in the child of a `fork`; the generation tells the two apart.
+std::uintptr_t Me()
+{
+    return layer::CurrentThread() + layer::ForkGeneration() % sizeof(DWORD);
+}
+
+}  // namespace
+
+void InitializeCriticalSection(CRITICAL_SECTION* section)
+{
+    layer::WatchForks();
+    *section = CRITICAL_SECTION{};
+}
+
+void EnterCriticalSection(CRITICAL_SECTION* section)
+{
+    if (Owner(section).load(std::memory_order_relaxed) == Me()) {
+        ++section->RecursionCount;
+        return;
+    }
+    layer::LockWord(Word(section), layer::Deadline(INFINITE));
+    Owner(section).store(Me(), std::memory_order_relaxed);
+    section->RecursionCount = 1;
+}
+
+void LeaveCriticalSection(CRITICAL_SECTION* section)
+{
+    // A stray call must not free another thread's lock.
+    if (Owner(section).load(std::memory_order_relaxed) != Me() || --section->RecursionCount != 0)
+        return;
+    Owner(section).store(0, std::memory_order_relaxed);
+    layer::UnlockWord(Word(section));
+}
+
+void DeleteCriticalSection(CRITICAL_SECTION* section)
+{
+    *section = CRITICAL_SECTION{};
+}

@@ -1,0 +1,21 @@
+// Calls the library's entry point: behind its static initialisation when it is loaded, ahead of its static
+// destruction when it is unloaded or the program ends.
+#include "modules.h"
+
+namespace {
+
+struct Entry {
+    Entry() { DllMain(layer::ModuleOf(this), DLL_PROCESS_ATTACH, nullptr); }
+    Entry(const Entry&) = delete;
+    Entry& operator=(const Entry&) = delete;
+    ~Entry() { DllMain(layer::ModuleOf(this), DLL_PROCESS_DETACH, nullptr); }
+};
+
+}  // namespace
+
+// Behind the library's own early statics (201) and ahead of every static of a program into which the library
+// is linked, as those may log.
+// The name is how a program asks for it that links the static library.
+namespace layer {
+[[gnu::init_priority(202)]] Entry entry;
+}

@@ -1,0 +1,37 @@
+// Waiting on a 32-bit word, in this process or among several.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace layer {
+
+enum class Reach { process, machine };
+
+/// A point in time up to which a wait may last, from a number of milliseconds; INFINITE never comes.
+class Deadline {
+public:
+    explicit Deadline(std::uint32_t milliseconds);
+
+    /// What is left, at most `limit` nanoseconds; 0 when the time has come.
+    std::int64_t Left(std::int64_t limit) const;
+
+private:
+    bool Never;
+    std::int64_t Nanoseconds = 0;  // of the monotonic clock
+};
+
+/// Sleeps while `word` holds `expected`, at most so many nanoseconds. May wake for no reason.
+/// False if it slept the whole time.
+bool FutexWait(std::atomic<std::uint32_t>& word, std::uint32_t expected, std::int64_t nanoseconds, Reach reach);
+
+/// Wakes one sleeper.
+void FutexWake(std::atomic<std::uint32_t>& word, Reach reach);
+
+/// A lock of one process, not recursive, in a word that is 0 while it is free. A holder's word tells the
+/// generation of processes that took it, so that the child of a `fork` takes over what it inherited locked.
+/// False when the deadline came first.
+bool LockWord(std::atomic<std::uint32_t>& word, const Deadline& deadline);
+void UnlockWord(std::atomic<std::uint32_t>& word);
+
+}  // namespace layer

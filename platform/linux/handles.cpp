@@ -1,0 +1,145 @@
+// One table holds every open handle. A handle's value names its place in the table and how often the place
+// has been used, so that a stale handle is recognised and never stands for a later object.
+#include "process.h"
+
+#include <array>
+#include <memory>
+#include <new>
+
+namespace {
+
+// A handle: how often its place has been used, one bit that is always set, the place. The set bit keeps
+// handles apart from the predefined keys of the registry.
+constexpr std::uintptr_t PlaceMask = 0xFFFF;
+constexpr std::uintptr_t HandleMark = 0x10000;
+constexpr unsigned UsesShift = 17;
+constexpr std::size_t BlockPlaces = 256;
+constexpr std::size_t Blocks = (PlaceMask + 1) / BlockPlaces;
+
+struct Place {
+    std::atomic<std::uintptr_t> Value{0};  // the handle while it is open, else 0
+    std::atomic<layer::Object*> Occupant{nullptr};
+    std::uintptr_t Uses = 0;
+    std::uintptr_t NextFree = 0;
+};
+using Block = std::array<Place, BlockPlaces>;
+
+// Blocks are made as they are needed and stay, so a lookup takes no lock and a stale handle stays harmless.
+std::array<std::atomic<Block*>, Blocks> blocks;
+std::uintptr_t placesMade = 1;  // place 0 stays empty: no handle is null
+std::uintptr_t firstFree = 0;
+
+Place* PlaceAt(std::uintptr_t index)
+{
+    Block* const block = blocks[index / BlockPlaces].load(std::memory_order_acquire);
+    return block == nullptr ? nullptr : &(*block)[index % BlockPlaces];
+}
+
+/// A place that nobody uses, or 0 without memory or room. Under the table lock.
+std::uintptr_t TakePlace()
+{
+    if (firstFree != 0) {
+        const std::uintptr_t index = firstFree;
+        firstFree = PlaceAt(index)->NextFree;
+        return index;
+    }
+    if (placesMade >= PlaceMask)  // the last place stays empty: no handle has all bits set
+        return 0;
+    std::atomic<Block*>& block = blocks[placesMade / BlockPlaces];
+    if (block.load(std::memory_order_relaxed) == nullptr) {
+        Block* const made = new (std::nothrow) Block;
+        if (made == nullptr)
+            return 0;
+        block.store(made, std::memory_order_release);
+    }
+    return placesMade++;
+}
+
+/// The place of an open handle of this kind, or null.
+Place* OpenPlace(HANDLE handle, layer::Object::Kind kind)
+{
+    const auto value = reinterpret_cast<std::uintptr_t>(handle);
+    if (value == 0)
+        return nullptr;
+    Place* const place = PlaceAt(value & PlaceMask);
+    if (place == nullptr || place->Value.load(std::memory_order_acquire) != value)
+        return nullptr;
+    return place->Occupant.load(std::memory_order_relaxed)->kind() == kind ? place : nullptr;
+}
+
+}  // namespace
+
+namespace layer {
+
+void AddReference(Object* object)
+{
+    object->References.fetch_add(1, std::memory_order_relaxed);
+}
+
+void Release(Object* object)
+{
+    if (object->References.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        delete object;
+}
+
+HANDLE OpenHandle(Object* object)
+{
+    {
+        const std::lock_guard<std::mutex> guard(TableLock());
+        if (const std::uintptr_t index = TakePlace(); index != 0) {
+            Place& place = *PlaceAt(index);
+            const std::uintptr_t value = ++place.Uses << UsesShift | HandleMark | index;
+            place.Occupant.store(object, std::memory_order_relaxed);
+            place.Value.store(value, std::memory_order_release);
+            return reinterpret_cast<HANDLE>(value);
+        }
+    }
+    Release(object);
+    return Fail(ERROR_OUTOFMEMORY, HANDLE{nullptr});
+}
+
+Object* FindObject(HANDLE handle, Object::Kind kind)
+{
+    const Place* const place = OpenPlace(handle, kind);
+    if (place == nullptr)
+        return Fail(ERROR_INVALID_HANDLE, static_cast<Object*>(nullptr));
+    return place->Occupant.load(std::memory_order_relaxed);
+}
+
+bool ShutHandle(HANDLE handle, Object::Kind kind)
+{
+    Object* object = nullptr;
+    {
+        const std::lock_guard<std::mutex> guard(TableLock());
+        Place* const place = OpenPlace(handle, kind);
+        if (place == nullptr)
+            return Fail(ERROR_INVALID_HANDLE, false);
+        object = place->Occupant.load(std::memory_order_relaxed);
+        place->Value.store(0, std::memory_order_release);
+        place->NextFree = firstFree;
+        firstFree = reinterpret_cast<std::uintptr_t>(handle) & PlaceMask;
+    }
+    Release(object);
+    return true;
+}
+
+void ShutAllHandles()
+{
+    for (std::atomic<Block*>& slot : blocks) {
+        const std::unique_ptr<Block> block(slot.exchange(nullptr));
+        if (!block)
+            continue;
+        for (Place& place : *block) {
+            if (place.Value.exchange(0) != 0)
+                Release(place.Occupant.load(std::memory_order_relaxed));
+        }
+    }
+}
+
+}  // namespace layer
+
+BOOL CloseHandle(HANDLE handle)
+{
+    return layer::CloseMutex(handle) || layer::ShutHandle(handle, layer::Object::Kind::file);
+}
+

@@ -1,0 +1,275 @@
+// A module tells where its resources are in an ELF note, which the dynamic linker has mapped with the rest: no
+// file is opened. Nothing in the note or the resources is taken on trust.
+#include "module_resources.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <link.h>
+#include <unistd.h>
+
+namespace {
+
+using layer::Bytes;
+using Address = std::uint64_t;
+using Segment = ElfW(Phdr);
+
+// The library's own resources, once found: it looks at them all the time, and they stay while it does.
+std::atomic<HINSTANCE> ownModule{nullptr};
+std::atomic<const std::byte*> ownData{nullptr};
+std::atomic<std::size_t> ownBytes{0};
+
+template <class Value>
+Value ReadAt(const std::byte* at)
+{
+    Value value{};
+    std::memcpy(&value, at, sizeof value);
+    return value;
+}
+
+constexpr Address AlignUp(Address value, Address alignment)
+{
+    return (value + alignment - 1) / alignment * alignment;
+}
+
+struct Extent {
+    Address Start = ~Address{0};
+    Address End = 0;
+
+    bool Holds(Address start, Address bytes) const { return start >= Start && start <= End && bytes <= End - start; }
+    void Add(Address start, Address end)
+    {
+        Start = std::min(Start, start);
+        End = std::max(End, end);
+    }
+};
+
+/// A module as the dynamic linker lists it.
+class Module {
+public:
+    explicit Module(const dl_phdr_info& info) : Bias(info.dlpi_addr), Segments(info.dlpi_phdr, info.dlpi_phnum) {}
+
+    HINSTANCE handle() const
+    {
+        Extent whole;
+        for (const Segment& segment : Segments) {
+            if (segment.p_type == PT_LOAD)
+                whole.Add(StartOf(segment), StartOf(segment) + segment.p_memsz);
+        }
+        const auto page = static_cast<Address>(sysconf(_SC_PAGESIZE));
+        return reinterpret_cast<HINSTANCE>(static_cast<std::uintptr_t>(whole.End == 0 ? 0 : whole.Start / page * page));
+    }
+
+    bool Holds(const void* address) const { return Loaded(reinterpret_cast<std::uintptr_t>(address), 1); }
+
+    /// From the first resource data to the end of the last: a program and a library linked into it each bring
+    /// some, and compiled resource files make one when they stand behind each other.
+    Bytes Resources() const
+    {
+        Extent found;
+        for (const Segment& segment : Segments) {
+            if (segment.p_type == PT_NOTE && Loaded(StartOf(segment), segment.p_memsz))
+                ReadNotes(StartOf(segment), segment.p_memsz, segment.p_align == 8 ? 8 : 4, found);
+        }
+        if (found.End == 0 || !Loaded(found.Start, found.End - found.Start))
+            return {};
+        return {reinterpret_cast<const std::byte*>(static_cast<std::uintptr_t>(found.Start)),
+                static_cast<std::size_t>(found.End - found.Start)};
+    }
+
+private:
+    Address StartOf(const Segment& segment) const { return Bias + segment.p_vaddr; }
+
+    /// Whether one readable segment holds these bytes.
+    bool Loaded(Address start, Address bytes) const
+    {
+        return std::ranges::any_of(Segments, [&](const Segment& segment) {
+            const Address from = StartOf(segment);
+            return segment.p_type == PT_LOAD && (segment.p_flags & PF_R) != 0 &&
+                   Extent{from, from + segment.p_memsz}.Holds(start, bytes);
+        });
+    }
+
+    void ReadNotes(Address start, Address bytes, Address alignment, Extent& found) const
+    {
+        const auto* const notes = reinterpret_cast<const std::byte*>(static_cast<std::uintptr_t>(start));
+        Address at = 0;
+        while (bytes - at >= sizeof(ElfW(Nhdr))) {
+            const auto header = ReadAt<ElfW(Nhdr)>(notes + at);
+            const Address name = at + sizeof header;
+            const Address descriptor = AlignUp(name + header.n_namesz, alignment);
+            const Address end = descriptor + header.n_descsz;
+            if (end > bytes)
+                return;
+            if (header.n_type == layer::ResourceNoteType && header.n_namesz == sizeof layer::ResourceNoteOwner &&
+                header.n_descsz == 2 * sizeof(std::uint32_t) &&
+                std::memcmp(notes + name, layer::ResourceNoteOwner, sizeof layer::ResourceNoteOwner) == 0)
+                AddData(start + descriptor, notes + descriptor, found);
+            at = std::min(AlignUp(end, alignment), bytes);
+        }
+    }
+
+    void AddData(Address origin, const std::byte* descriptor, Extent& found) const
+    {
+        const auto distance = ReadAt<std::int32_t>(descriptor);
+        const Address start = origin + static_cast<Address>(std::int64_t{distance});
+        const Address bytes = ReadAt<std::uint32_t>(descriptor + sizeof distance);
+        if (Loaded(start, bytes))
+            found.Add(start, start + bytes);
+    }
+
+    const Address Bias;
+    const std::span<const Segment> Segments;
+};
+
+struct Query {
+    HINSTANCE Wanted;
+    Bytes Found;
+    bool Own = false;
+};
+
+int Visit(dl_phdr_info* info, std::size_t, void* data)
+{
+    auto& query = *static_cast<Query*>(data);
+    const Module module(*info);
+    // The program itself is listed first.
+    if (query.Wanted != nullptr && module.handle() != query.Wanted)
+        return 0;
+    query.Found = module.Resources();
+    query.Own = query.Wanted != nullptr && module.Holds(&ownModule);
+    return 1;
+}
+
+// --- Resource files: entries of a header and data behind each other, each on a multiple of four ---
+
+constexpr std::size_t EntryAlignment = 4;
+constexpr std::uint16_t NumberMark = 0xFFFF;  // in front of a type or name that is a number, not a text
+constexpr WORD Neutral = 0;
+constexpr WORD UsEnglish = 0x409;
+
+struct Entry {
+    std::optional<WORD> Type;
+    std::optional<WORD> Name;
+    WORD Language = 0;
+    Bytes Data;
+};
+
+/// Takes a type or a name off the front of a header; false if it has no end.
+bool TakeId(Bytes& header, std::optional<WORD>& id)
+{
+    if (header.size() >= 4 && ReadAt<std::uint16_t>(header.data()) == NumberMark) {
+        id = ReadAt<std::uint16_t>(header.data() + 2);
+        header = header.subspan(4);
+        return true;
+    }
+    while (header.size() >= 2) {
+        const auto unit = ReadAt<std::uint16_t>(header.data());
+        header = header.subspan(2);
+        if (unit == 0)
+            return true;
+    }
+    return false;
+}
+
+/// Takes an entry off the front of a file; false at the file's end or where it is malformed.
+bool TakeEntry(Bytes& file, Entry& entry)
+{
+    constexpr std::size_t sizes = 8;
+    constexpr std::size_t fixedEnd = 16;  // data version, flags, language, version, characteristics
+    constexpr std::size_t languageAt = 6;
+    if (file.size() < sizes)
+        return false;
+    const std::uint64_t dataBytes = ReadAt<std::uint32_t>(file.data());
+    const std::uint64_t headerBytes = ReadAt<std::uint32_t>(file.data() + 4);
+    if (headerBytes < sizes || headerBytes % EntryAlignment != 0 || headerBytes + dataBytes > file.size())
+        return false;
+
+    Bytes header = file.subspan(sizes, static_cast<std::size_t>(headerBytes) - sizes);
+    entry = {};
+    if (!TakeId(header, entry.Type) || !TakeId(header, entry.Name))
+        return false;
+    header = header.subspan(header.size() % EntryAlignment);  // the header ends on a multiple of four
+    if (header.size() < fixedEnd)
+        return false;
+    entry.Language = ReadAt<std::uint16_t>(header.data() + languageAt);
+    entry.Data = file.subspan(static_cast<std::size_t>(headerBytes), static_cast<std::size_t>(dataBytes));
+    file = file.subspan(static_cast<std::size_t>(
+        std::min<std::uint64_t>(AlignUp(headerBytes + dataBytes, EntryAlignment), file.size())));
+    return true;
+}
+
+int Rank(WORD language)
+{
+    return language == UsEnglish ? 3 : language == Neutral ? 2 : 1;
+}
+
+}  // namespace
+
+namespace layer {
+
+Bytes ModuleResources(HINSTANCE module)
+{
+    if (module != nullptr && module == ownModule.load(std::memory_order_acquire))
+        return {ownData.load(std::memory_order_relaxed), ownBytes.load(std::memory_order_relaxed)};
+    Query query{module, {}};
+    dl_iterate_phdr(Visit, &query);
+    if (query.Own) {
+        // Threads that come here at once store the same.
+        ownData.store(query.Found.data(), std::memory_order_relaxed);
+        ownBytes.store(query.Found.size(), std::memory_order_relaxed);
+        ownModule.store(module, std::memory_order_release);
+    }
+    return query.Found;
+}
+
+std::optional<Bytes> FindResource(Bytes file, WORD type, WORD name)
+{
+    std::optional<Bytes> best;
+    int bestRank = 0;
+    Entry entry;
+    while (bestRank < Rank(UsEnglish) && TakeEntry(file, entry)) {
+        if (entry.Type == type && entry.Name == name && Rank(entry.Language) > bestRank) {
+            best = entry.Data;
+            bestRank = Rank(entry.Language);
+        }
+    }
+    return best;
+}
+
+Bytes FindString(Bytes file, UINT row)
+{
+    // Blocks of 16 rows, each a count of units and the units.
+    constexpr WORD StringTable = 6;
+    constexpr UINT RowsPerBlock = 16;
+    if (row > 0xFFFF)
+        return {};
+    Bytes block = FindResource(file, StringTable, static_cast<WORD>(row / RowsPerBlock + 1)).value_or(Bytes{});
+    for (UINT skipped = 0; block.size() >= sizeof(std::uint16_t); ++skipped) {
+        const std::size_t bytes = std::size_t{ReadAt<std::uint16_t>(block.data())} * sizeof(WCHAR);
+        block = block.subspan(sizeof(std::uint16_t));
+        if (bytes > block.size())
+            return {};
+        if (skipped == row % RowsPerBlock)
+            return block.first(bytes);
+        block = block.subspan(bytes);
+    }
+    return {};
+}
+
+}  // namespace layer
+
+int LoadStringW(HINSTANCE module, UINT row, LPWSTR buffer, int size)
+{
+    if (buffer == nullptr || size <= 0)
+        return layer::Fail(ERROR_INVALID_PARAMETER, 0);
+    const layer::Bytes file = layer::ModuleResources(module);
+    if (file.empty())
+        return layer::Fail(ERROR_RESOURCE_DATA_NOT_FOUND, 0);
+    const layer::Bytes text = layer::FindString(file, row);
+    if (text.empty())
+        return layer::Fail(ERROR_RESOURCE_NAME_NOT_FOUND, 0);
+    const std::size_t units = std::min(text.size() / sizeof(WCHAR), static_cast<std::size_t>(size) - 1);
+    std::memcpy(buffer, text.data(), units * sizeof(WCHAR));
+    buffer[units] = 0;
+    return static_cast<int>(units);
+}

@@ -1,0 +1,105 @@
+// Modules are the loaded ELF objects, as the dynamic linker lists them. A module's handle is the address of
+// its ELF header, where its lowest segment starts.
+#include "modules.h"
+
+#include <algorithm>
+#include <link.h>
+#include <new>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+struct Extent {
+    std::uintptr_t Start;
+    std::uintptr_t End;
+};
+
+Extent ExtentOf(const dl_phdr_info& module)
+{
+    Extent extent{~std::uintptr_t{0}, 0};
+    for (std::size_t i = 0; i < module.dlpi_phnum; ++i) {
+        const auto& segment = module.dlpi_phdr[i];
+        if (segment.p_type != PT_LOAD)
+            continue;
+        const std::uintptr_t start = module.dlpi_addr + segment.p_vaddr;
+        extent.Start = std::min(extent.Start, start);
+        extent.End = std::max(extent.End, start + segment.p_memsz);
+    }
+    const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    extent.Start -= extent.Start % page;
+    return extent;
+}
+
+/// The first module that `matches`, or null. The program itself comes first.
+template <class Matches>
+HINSTANCE FindModule(Matches matches)
+{
+    struct Query {
+        Matches& Accepts;
+        std::uintptr_t Found;
+    } query{matches, 0};
+    dl_iterate_phdr(
+        [](dl_phdr_info* module, std::size_t, void* data) {
+            auto& asked = *static_cast<Query*>(data);
+            const Extent extent = ExtentOf(*module);
+            if (extent.End == 0 || !asked.Accepts(*module, extent))
+                return 0;
+            asked.Found = extent.Start;
+            return 1;
+        },
+        &query);
+    return reinterpret_cast<HINSTANCE>(query.Found);
+}
+
+bool IsCalled(std::string_view path, std::string_view name)
+{
+    if (name.find('/') == std::string_view::npos)
+        path.remove_prefix(std::min(path.size(), path.rfind('/') + 1));
+    return !path.empty() && path == name;
+}
+
+std::string ProgramPath()
+{
+    char path[4096];
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+    return {path, length > 0 ? static_cast<std::size_t>(length) : 0};
+}
+
+HINSTANCE FindModuleCalled(LPCWSTR name)
+{
+    const int room = WideCharToMultiByte(CP_UTF8, 0, name, -1, nullptr, 0, nullptr, nullptr);
+    if (room <= 0)
+        return nullptr;
+    std::string narrow(static_cast<std::size_t>(room), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, name, -1, narrow.data(), room, nullptr, nullptr);
+    narrow.pop_back();
+    std::replace(narrow.begin(), narrow.end(), '\\', '/');
+    const std::string program = ProgramPath();
+    return FindModule([&](const dl_phdr_info& module, Extent) {
+        const bool isProgram = module.dlpi_name == nullptr || *module.dlpi_name == '\0';
+        return IsCalled(isProgram ? std::string_view(program) : std::string_view(module.dlpi_name), narrow);
+    });
+}
+
+}  // namespace
+
+HINSTANCE layer::ModuleOf(const void* address)
+{
+    const auto wanted = reinterpret_cast<std::uintptr_t>(address);
+    return FindModule([wanted](const dl_phdr_info&, Extent extent) {
+        return wanted >= extent.Start && wanted < extent.End;
+    });
+}
+
+HMODULE GetModuleHandleW(LPCWSTR name)
+{
+    if (name == nullptr)
+        return FindModule([](const dl_phdr_info&, Extent) { return true; });
+    try {
+        const HINSTANCE module = FindModuleCalled(name);
+        return module != nullptr ? module : layer::Fail(ERROR_MOD_NOT_FOUND, module);
+    } catch (const std::bad_alloc&) {
+        return layer::Fail(ERROR_OUTOFMEMORY, HMODULE{nullptr});
+    }
+}

@@ -1,0 +1,256 @@
+// Mutexes: owned by a thread, recursive, known by name on the whole machine.
+//
+// A process has one object a name, with two locks in a row. The first is the process's own and keeps its
+// threads apart, whatever other processes do to the second, which is the shared page.
+#include "process.h"
+#include "security.h"
+#include "shared_page.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+namespace {
+
+using layer::Deadline;
+using layer::SharedPage;
+using layer::Text;
+using layer::TextView;
+
+class NamedMutex final : public layer::Object {
+public:
+    NamedMutex() : Object(Kind::mutex) {}
+    ~NamedMutex() override;
+
+    DWORD Open(TextView name, const SECURITY_ATTRIBUTES* attributes, bool owned, bool& isNew);
+    DWORD Wait(DWORD milliseconds);
+    bool Release();
+
+    void ReopenAfterFork();
+    void AbandonIfOwnedBy(std::uintptr_t thread);
+    bool IsCalled(TextView name) const { return !Name.empty() && Name == name; }
+
+    NamedMutex* Next = nullptr;
+
+private:
+    DWORD AcquirePage(const Deadline& deadline);
+    void ReleasePage(bool abandoned);
+    void SetOwner();
+
+    std::atomic<std::uintptr_t> Owner{0};
+    std::uint32_t Recursion = 0;  // the owner's
+    std::atomic<std::uint32_t> Local{0};
+    bool LocallyAbandoned = false;  // of a mutex without a name; under Local
+    SharedPage Page;
+    Text Name;
+};
+
+// All mutexes of the process. Changed under both the opening lock and the table lock.
+NamedMutex* mutexes = nullptr;
+
+// Keeps those who open and close apart: both wait for other processes.
+std::atomic<std::uint32_t> openingWord{0};
+
+class OpeningLock {
+public:
+    OpeningLock() { layer::LockWord(openingWord, Deadline(INFINITE)); }
+    OpeningLock(const OpeningLock&) = delete;
+    OpeningLock& operator=(const OpeningLock&) = delete;
+    ~OpeningLock() { layer::UnlockWord(openingWord); }
+};
+
+NamedMutex::~NamedMutex()
+{
+    const std::lock_guard<std::mutex> guard(layer::TableLock());
+    for (NamedMutex** link = &mutexes; *link != nullptr; link = &(*link)->Next) {
+        if (*link == this) {
+            *link = Next;
+            break;
+        }
+    }
+    AbandonIfOwnedBy(Owner.load(std::memory_order_relaxed));
+}
+
+DWORD NamedMutex::Open(TextView name, const SECURITY_ATTRIBUTES* attributes, bool owned, bool& isNew)
+{
+    isNew = true;
+    if (!name.empty()) {
+        Name = name;
+        if (const DWORD error = Page.Open(name, layer::ModeOf(attributes), owned, isNew); error != ERROR_SUCCESS)
+            return error;
+    }
+    if (owned && isNew) {
+        layer::LockWord(Local, Deadline(INFINITE));
+        SetOwner();
+    }
+    const std::lock_guard<std::mutex> guard(layer::TableLock());
+    Next = mutexes;
+    mutexes = this;
+    return ERROR_SUCCESS;
+}
+
+void NamedMutex::SetOwner()
+{
+    Owner.store(layer::CurrentThread(), std::memory_order_relaxed);
+    Recursion = 1;
+}
+
+DWORD NamedMutex::Wait(DWORD milliseconds)
+{
+    if (Owner.load(std::memory_order_relaxed) == layer::CurrentThread()) {
+        ++Recursion;
+        return WAIT_OBJECT_0;
+    }
+    if (!layer::WatchThreadEnd())
+        return layer::Fail(ERROR_OUTOFMEMORY, WAIT_FAILED);
+    const Deadline deadline(milliseconds);
+    if (!layer::LockWord(Local, deadline))
+        return WAIT_TIMEOUT;
+    const DWORD result = AcquirePage(deadline);
+    if (result == WAIT_OBJECT_0 || result == WAIT_ABANDONED)
+        SetOwner();
+    else
+        layer::UnlockWord(Local);
+    return result;
+}
+
+DWORD NamedMutex::AcquirePage(const Deadline& deadline)
+{
+    if (!Name.empty())
+        return Page.Acquire(deadline);
+    return std::exchange(LocallyAbandoned, false) ? WAIT_ABANDONED : WAIT_OBJECT_0;
+}
+
+void NamedMutex::ReleasePage(bool abandoned)
+{
+    Owner.store(0, std::memory_order_relaxed);
+    if (Name.empty())
+        LocallyAbandoned = abandoned;
+    else
+        Page.Release(abandoned);
+    layer::UnlockWord(Local);
+}
+
+bool NamedMutex::Release()
+{
+    if (Owner.load(std::memory_order_relaxed) != layer::CurrentThread())
+        return false;
+    if (--Recursion == 0)
+        ReleasePage(false);
+    return true;
+}
+
+void NamedMutex::ReopenAfterFork()
+{
+    Owner = 0;
+    Local = 0;
+    Page.ReopenAfterFork();
+}
+
+void NamedMutex::AbandonIfOwnedBy(std::uintptr_t thread)
+{
+    if (thread != 0 && Owner.load(std::memory_order_relaxed) == thread)
+        ReleasePage(true);
+}
+
+NamedMutex* FindMutex(HANDLE handle)
+{
+    return static_cast<NamedMutex*>(layer::FindObject(handle, layer::Object::Kind::mutex));
+}
+
+/// The name behind the prefixes of the platform's sessions, of which there is one here.
+TextView BaseName(LPCWSTR name)
+{
+    constexpr WCHAR global[] = {'G', 'l', 'o', 'b', 'a', 'l', '\\'};
+    constexpr WCHAR local[] = {'L', 'o', 'c', 'a', 'l', '\\'};
+    TextView text = name == nullptr ? TextView() : TextView(name);
+    for (const TextView prefix : {TextView(global, std::size(global)), TextView(local, std::size(local))}) {
+        if (text.starts_with(prefix))
+            return text.substr(prefix.size());
+    }
+    return text;
+}
+
+/// The object of this name with a reference for the caller: one that the process has, or a new one.
+NamedMutex* OpenObject(TextView name, const SECURITY_ATTRIBUTES* attributes, bool owned, bool& isNew)
+{
+    for (NamedMutex* mutex = mutexes; mutex != nullptr; mutex = mutex->Next) {
+        if (mutex->IsCalled(name)) {
+            layer::AddReference(mutex);
+            isNew = false;
+            return mutex;
+        }
+    }
+    auto* const made = new (std::nothrow) NamedMutex;
+    if (made == nullptr)
+        return layer::Fail(ERROR_OUTOFMEMORY, made);
+    DWORD error = ERROR_OUTOFMEMORY;
+    try {
+        error = made->Open(name, attributes, owned, isNew);
+    } catch (const std::bad_alloc&) {
+        error = ERROR_OUTOFMEMORY;
+    }
+    if (error == ERROR_SUCCESS)
+        return made;
+    layer::Release(made);
+    return layer::Fail(error, static_cast<NamedMutex*>(nullptr));
+}
+
+}  // namespace
+
+HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initialOwner, LPCWSTR name)
+{
+    const TextView base = BaseName(name);
+    if (base.find(WCHAR{'\\'}) != TextView::npos)
+        return layer::Fail(ERROR_PATH_NOT_FOUND, HANDLE{nullptr});
+    if (!layer::WatchForks() || (initialOwner != FALSE && !layer::WatchThreadEnd()))
+        return layer::Fail(ERROR_OUTOFMEMORY, HANDLE{nullptr});
+    const OpeningLock guard;
+    bool isNew = false;
+    NamedMutex* const mutex = OpenObject(base, attributes, initialOwner != FALSE, isNew);
+    if (mutex == nullptr)
+        return nullptr;
+    const HANDLE handle = layer::OpenHandle(mutex);
+    if (handle != nullptr)
+        SetLastError(isNew ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
+    return handle;
+}
+
+DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
+{
+    NamedMutex* const mutex = FindMutex(handle);
+    return mutex == nullptr ? WAIT_FAILED : mutex->Wait(milliseconds);
+}
+
+BOOL ReleaseMutex(HANDLE handle)
+{
+    NamedMutex* const mutex = FindMutex(handle);
+    if (mutex == nullptr)
+        return FALSE;
+    return mutex->Release() ? TRUE : layer::Fail(ERROR_NOT_OWNER, FALSE);
+}
+
+namespace layer {
+
+bool CloseMutex(HANDLE handle)
+{
+    if (FindMutex(handle) == nullptr)
+        return false;
+    const OpeningLock guard;
+    return ShutHandle(handle, Object::Kind::mutex);
+}
+
+void ReopenMutexesAfterFork()
+{
+    for (NamedMutex* mutex = mutexes; mutex != nullptr; mutex = mutex->Next)
+        mutex->ReopenAfterFork();
+}
+
+void AbandonMutexesOfThread()
+{
+    const std::lock_guard<std::mutex> guard(TableLock());
+    for (NamedMutex* mutex = mutexes; mutex != nullptr; mutex = mutex->Next)
+        mutex->AbandonIfOwnedBy(CurrentThread());
+}
+
+}  // namespace layer

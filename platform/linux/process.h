@@ -1,0 +1,30 @@
+// The life of the process as the layer's families see it: `fork`, the ends of threads, unloading.
+#pragma once
+
+#include "layer.h"
+
+namespace layer {
+
+/// Makes sure that the layer notices each `fork`. Every family that keeps something per process calls it
+/// before it does. False without memory.
+bool WatchForks();
+
+/// How many forks lie between the first process and this one. What an earlier generation locked is held by
+/// threads that do not exist here.
+std::uint32_t ForkGeneration();
+
+/// Something that differs between all living threads of this process, never 0.
+std::uintptr_t CurrentThread();
+
+// The named mutexes' share of the events. Each is told in its place.
+bool CloseMutex(HANDLE handle);
+void ReopenMutexesAfterFork();
+void AbandonMutexesOfThread();
+bool WatchThreadEnd();
+
+// Unloading, after the static destructors of the library.
+void ShutAllHandles();
+void ReleaseSharedPages();
+void ReleaseFileSignal();
+
+}  // namespace layer

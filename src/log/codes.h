@@ -1,0 +1,23 @@
+// The codes of the log and of the platform's failures.
+#pragma once
+
+#include "system.h"
+
+namespace log_codes {
+
+/// Other writers kept the log file for as long as a record waits.
+constexpr LONG NotObtained = static_cast<LONG>(0x80040302);
+
+/// A standard exception ended the writing of a record.
+constexpr LONG RecordFailed = static_cast<LONG>(0x80040303);
+
+/// Reserved: while it stands as the failure of the log's opening, no further attempt is made.
+constexpr LONG Reserved = static_cast<LONG>(0x80040304);
+
+/// The thread's last platform failure as a code.
+inline LONG LastError()
+{
+    return HRESULT_FROM_WIN32(GetLastError());
+}
+
+}  // namespace log_codes

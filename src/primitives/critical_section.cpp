@@ -1,0 +1,82 @@
+#include "settings/tag_specification.h"
+#include "system.h"
+#include "tessmaru/primitives.h"
+
+namespace utility {
+
+CCriticalSection::CCriticalSection()
+{
+    Make();
+}
+
+CCriticalSection::CCriticalSection(const CCriticalSection& other)
+    : Locked(other.Locked.load(std::memory_order_relaxed)), Section(other.Section)
+{
+}
+
+CCriticalSection& CCriticalSection::operator=(const CCriticalSection& other)
+{
+    Locked.store(other.Locked.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    Section = other.Section;
+    return *this;
+}
+
+CCriticalSection::~CCriticalSection()
+{
+    Leave();
+}
+
+LONG CCriticalSection::Lock()
+{
+    EnterCriticalSection(Section.get());
+    Locked.store(true, std::memory_order_relaxed);
+    return 0;
+}
+
+LONG CCriticalSection::AttemptLock()
+{
+    return Lock();
+}
+
+LONG CCriticalSection::Unlock()
+{
+    LeaveCriticalSection(Section.get());
+    Locked.store(false, std::memory_order_relaxed);
+    return 0;
+}
+
+LONG CCriticalSection::Init()
+{
+    return Make();
+}
+
+LONG CCriticalSection::Term()
+{
+    return Leave();
+}
+
+bool CCriticalSection::IsLocked() const
+{
+    return Locked.load(std::memory_order_relaxed);
+}
+
+LONG CCriticalSection::Make()
+{
+    std::unique_ptr<CRITICAL_SECTION> made(new CRITICAL_SECTION);
+    InitializeCriticalSection(made.get());
+    Section.reset(made.release(), [](CRITICAL_SECTION* section) {
+        DeleteCriticalSection(section);
+        delete section;
+    });
+    Locked.store(false, std::memory_order_relaxed);
+    return 0;
+}
+
+LONG CCriticalSection::Leave()
+{
+    Section.reset();
+    Locked.store(false, std::memory_order_relaxed);
+    return 0;
+}
+
+}  // namespace utility

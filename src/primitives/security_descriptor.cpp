@@ -1,0 +1,159 @@
+#include "settings/tag_specification.h"
+#include "system.h"
+#include "tessmaru/primitives.h"
+
+#include <new>
+
+namespace {
+
+/// Zeroed memory of the process heap, released with its owner.
+class HeapBlock {
+public:
+    HeapBlock() = default;
+    HeapBlock(const HeapBlock&) = delete;
+    HeapBlock& operator=(const HeapBlock&) = delete;
+    ~HeapBlock()
+    {
+        if (Block != nullptr)
+            HeapFree(GetProcessHeap(), 0, Block);
+    }
+
+    bool Allocate(SIZE_T bytes)
+    {
+        Block = HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, bytes);
+        return Block != nullptr;
+    }
+    void* get() const { return Block; }
+
+private:
+    void* Block = nullptr;
+};
+
+/// The SID of all users, S-1-1-0.
+class EveryoneSid {
+public:
+    EveryoneSid() = default;
+    EveryoneSid(const EveryoneSid&) = delete;
+    EveryoneSid& operator=(const EveryoneSid&) = delete;
+    ~EveryoneSid()
+    {
+        if (Sid != nullptr)
+            FreeSid(Sid);
+    }
+
+    bool Allocate()
+    {
+        SID_IDENTIFIER_AUTHORITY world{{0, 0, 0, 0, 0, 1}};
+        return AllocateAndInitializeSid(&world, 1, 0, 0, 0, 0, 0, 0, 0, 0, &Sid) != FALSE;
+    }
+    PSID get() const { return Sid; }
+
+private:
+    PSID Sid = nullptr;
+};
+
+}  // namespace
+
+namespace utility {
+
+/// What the copies of one object share; released from the last member to the first.
+struct CSecurityDescriptor::Blocks {
+    LONG Make();
+
+    SECURITY_ATTRIBUTES* Attributes() const { return static_cast<SECURITY_ATTRIBUTES*>(AttributesBlock.get()); }
+    ACL* Dacl() const { return static_cast<ACL*>(DaclBlock.get()); }
+
+    EveryoneSid Everyone;
+    HeapBlock DaclBlock;
+    HeapBlock DescriptorBlock;
+    HeapBlock AttributesBlock;
+};
+
+LONG CSecurityDescriptor::Blocks::Make()
+{
+    constexpr DWORD changeRights = WRITE_DAC | WRITE_OWNER;
+    if (!Everyone.Allocate())
+        return HRESULT_FROM_WIN32(GetLastError());
+    const DWORD daclBytes = 2 * GetLengthSid(Everyone.get()) + 32;
+    if (!DaclBlock.Allocate(daclBytes))
+        return E_OUTOFMEMORY;
+    if (!InitializeAcl(Dacl(), daclBytes, ACL_REVISION) ||
+        !AddAccessDeniedAce(Dacl(), ACL_REVISION, changeRights, Everyone.get()) ||
+        !AddAccessAllowedAce(Dacl(), ACL_REVISION, GENERIC_ALL, Everyone.get()))
+        return HRESULT_FROM_WIN32(GetLastError());
+    if (!DescriptorBlock.Allocate(sizeof(SECURITY_DESCRIPTOR)))
+        return E_OUTOFMEMORY;
+    if (!InitializeSecurityDescriptor(DescriptorBlock.get(), SECURITY_DESCRIPTOR_REVISION) ||
+        !SetSecurityDescriptorDacl(DescriptorBlock.get(), TRUE, Dacl(), FALSE))
+        return HRESULT_FROM_WIN32(GetLastError());
+    if (!AttributesBlock.Allocate(sizeof(SECURITY_ATTRIBUTES)))
+        return E_OUTOFMEMORY;
+    Attributes()->nLength = sizeof(SECURITY_ATTRIBUTES);
+    Attributes()->lpSecurityDescriptor = DescriptorBlock.get();
+    Attributes()->bInheritHandle = FALSE;
+    return 0;
+}
+
+CSecurityDescriptor::CSecurityDescriptor()
+{
+    if (const LONG code = initSecurityDescriptor(); code < 0)
+        throw _com_error(code);
+}
+
+CSecurityDescriptor::CSecurityDescriptor(const CSecurityDescriptor& other) noexcept = default;
+CSecurityDescriptor& CSecurityDescriptor::operator=(const CSecurityDescriptor& other) noexcept = default;
+
+CSecurityDescriptor::~CSecurityDescriptor()
+{
+    freeSecurityDescriptor();
+}
+
+LONG CSecurityDescriptor::initSecurityDescriptor()
+{
+    freeSecurityDescriptor();
+    try {
+        const auto made = std::make_shared<Blocks>();
+        if (const LONG code = made->Make(); code < 0)
+            return code;
+        SecurityDescriptor = made->DescriptorBlock.get();
+        SecurityAttributes = made->Attributes();
+        NewDacl = made->Dacl();
+        Everyone = made->Everyone.get();
+        Shared = made;
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    return 0;
+}
+
+LONG CSecurityDescriptor::freeSecurityDescriptor()
+{
+    SecurityAttributes = nullptr;
+    SecurityDescriptor = nullptr;
+    NewDacl = nullptr;
+    Everyone = nullptr;
+    Shared.reset();
+    return 0;
+}
+
+void*& CSecurityDescriptor::getSecurityDescriptor()
+{
+    return SecurityDescriptor;
+}
+
+SECURITY_ATTRIBUTES*& CSecurityDescriptor::getSecurityAttributes()
+{
+    return SecurityAttributes;
+}
+
+ACL*& CSecurityDescriptor::getNewDacl()
+{
+    return NewDacl;
+}
+
+void*& CSecurityDescriptor::getEveryone()
+{
+    return Everyone;
+}
+
+}  // namespace utility

@@ -1,0 +1,162 @@
+// Message templates: escapes, inserts and their pictures, and what a failure leaves behind.
+#include "support.h"
+#include "system.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace {
+
+using support::Narrow;
+using support::Wide;
+
+constexpr unsigned short Guard = 0xBEEF;
+constexpr DWORD FromArray = FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY;
+
+DWORD_PTR Word(const utility::wstring& text)
+{
+    return reinterpret_cast<DWORD_PTR>(text.c_str());
+}
+
+struct Expanded {
+    std::string Text;
+    DWORD Error = ERROR_SUCCESS;
+    bool operator==(const Expanded&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Expanded& expanded)
+{
+    return out << '"' << expanded.Text << "\", error " << expanded.Error;
+}
+
+/// Expands into a buffer of `size` units. A failure has to leave the buffer alone.
+Expanded Expand(DWORD flags, const std::string& text, DWORD size, va_list* arguments)
+{
+    std::vector<unsigned short> buffer(size + 4, Guard);
+    SetLastError(ERROR_SUCCESS);
+    const DWORD units = FormatMessageW(flags, Wide(text).c_str(), 0, 0, buffer.data(), size, arguments);
+    const std::size_t used = GetLastError() == ERROR_SUCCESS ? units + 1 : 0;
+    for (std::size_t i = used; i < buffer.size(); ++i)
+        EXPECT_EQ(Guard, buffer[i]) << text;
+    EXPECT_TRUE(used == 0 || buffer[units] == 0) << text;
+    EXPECT_TRUE(used != 0 || units == 0) << text;
+    return {Narrow({buffer.data(), units}), GetLastError()};
+}
+
+Expanded ExpandArray(const std::string& text, std::vector<DWORD_PTR> values, DWORD size = 256)
+{
+    return Expand(FromArray, text, size, reinterpret_cast<va_list*>(values.data()));
+}
+
+Expanded ExpandList(DWORD flags, const char* text, ...)
+{
+    va_list arguments;
+    va_start(arguments, text);
+    Expanded expanded = Expand(flags, text, 256, &arguments);
+    va_end(arguments);
+    return expanded;
+}
+
+TEST(Messages, EscapesNeedNoInserts)
+{
+    const struct {
+        const char* Template;
+        const char* Expected;
+    } rows[] = {{"plain", "plain"},         {"", ""},
+                {"a%%b", "a%b"},            {"a%.%!% b", "a.! b"},
+                {"a%nb", "a\r\nb"},         {"a%rb", "a\rb"},
+                {"a\nb\r\nc\rd", "a\r\nb\r\nc\r\nd"}, {"a%0b", "a"},
+                {"a%qb", "aqb"},            {"end%", "end"},
+                {"!!", "!!"}};
+    for (const auto& row : rows)
+        EXPECT_EQ((Expanded{row.Expected}), Expand(FORMAT_MESSAGE_FROM_STRING, row.Template, 64, nullptr))
+            << row.Template;
+    EXPECT_EQ((Expanded{"a b c\r\nd"}), Expand(FORMAT_MESSAGE_FROM_STRING | 0xFF, "a\r\nb\nc%nd", 64, nullptr));
+    EXPECT_EQ((Expanded{"%1 %12!d! %"}),
+              Expand(FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_IGNORE_INSERTS, "%1 %12!d! %%", 64, nullptr));
+}
+
+TEST(Messages, Inserts)
+{
+    const utility::wstring bill = Wide("Bill");
+    const utility::wstring bob = Wide("Bob");
+    const struct {
+        const char* Template;
+        std::vector<DWORD_PTR> Values;
+        const char* Expected;
+    } rows[] = {
+        {"%1 [0x%2!X!: %3 - %4]", {Word(bill), 0x80070005, Word(bob), Word(bill)}, "Bill [0x80070005: Bob - Bill]"},
+        {"%1!*.*s! %4 %5!*s!", {4, 2, Word(bill), Word(bob), 6, Word(bill)}, "  Bi Bob   Bill"},
+        {"%2%1", {Word(bill), Word(bob)}, "BobBill"},
+        {"%1%1", {Word(bill)}, "BillBill"},
+        {"%10", {0, 0, 0, 0, 0, 0, 0, 0, 0, Word(bob)}, "Bob"},
+        {"%101", {0, 0, 0, 0, 0, 0, 0, 0, 0, Word(bob)}, "Bob1"},
+        {"%1!s!!", {Word(bob)}, "Bob!"},
+        {"%1%!", {Word(bob)}, "Bob!"},
+        {"%1!5d!|%1!-5d!|%1!05d!|%1!#x!", {42}, "   42|42   |00042|0x2a"},
+        {"%1!c!%1!u!", {65}, "A65"},
+        {"%1!S!", {reinterpret_cast<DWORD_PTR>("narrow")}, "narrow"},
+        {"%1", {0}, "(null)"},
+        {"%1!f!", {42}, "f"},
+        {"%1!d%d!", {1}, "10"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ((Expanded{row.Expected}), ExpandArray(row.Template, row.Values)) << row.Template;
+
+    const utility::wstring marks = Wide("%2\n%n");
+    EXPECT_EQ((Expanded{"%2\n%n"}), ExpandArray("%1", {Word(marks)}));
+    EXPECT_EQ((Expanded{"Bill 7 Bob 2A"}), ExpandList(FORMAT_MESSAGE_FROM_STRING, "%1 %2!d! %3 %4!X!", bill.c_str(),
+                                                       7, bob.c_str(), 42));
+    EXPECT_EQ((Expanded{"42 Bob"}), ExpandList(FORMAT_MESSAGE_FROM_STRING, "%2!d! %1", bob.c_str(), 42));
+
+    std::vector<DWORD_PTR> all(101, 0);
+    all[98] = 3;
+    all[99] = 2;
+    all[100] = Word(bob);
+    EXPECT_EQ((Expanded{" Bo"}), ExpandArray("%99!*.*s!", all));
+}
+
+TEST(Messages, TheCallersListStaysWhereItWas)
+{
+    const auto twice = [](const char* text, ...) {
+        va_list arguments;
+        va_start(arguments, text);
+        const Expanded first = Expand(FORMAT_MESSAGE_FROM_STRING, text, 64, &arguments);
+        const int next = va_arg(arguments, int);
+        va_end(arguments);
+        EXPECT_EQ((Expanded{"7"}), first);
+        EXPECT_EQ(7, next);
+    };
+    twice("%1!d!", 7);
+}
+
+TEST(Messages, BadTemplatesFail)
+{
+    const std::string longest = "%1!" + std::string(30, '0') + "d!";
+    EXPECT_EQ((Expanded{"5"}), ExpandArray(longest, {5}));
+    const std::string rows[] = {"x%1!s", "x%1!", "x%1!!", "x%1!" + std::string(31, '0') + "d!", "x%1!***d!"};
+    for (const std::string& row : rows)
+        EXPECT_EQ((Expanded{"", ERROR_INVALID_PARAMETER}), ExpandArray(row, {1, 1, 1, 1})) << row;
+
+    EXPECT_EQ((Expanded{"", ERROR_INVALID_PARAMETER}), Expand(FORMAT_MESSAGE_FROM_STRING, "x%1", 64, nullptr));
+    EXPECT_EQ((Expanded{"", ERROR_INVALID_PARAMETER}), Expand(FromArray, "x%1", 64, nullptr));
+    for (const DWORD flags : {0U, 0x100U, 0x800U, 0x1000U, 0x1400U, FORMAT_MESSAGE_IGNORE_INSERTS})
+        EXPECT_EQ((Expanded{"", ERROR_INVALID_PARAMETER}), Expand(flags, "x", 64, nullptr)) << flags;
+    unsigned short buffer[4];
+    EXPECT_EQ(0U, FormatMessageW(FORMAT_MESSAGE_FROM_STRING, nullptr, 0, 0, buffer, 4, nullptr));
+    EXPECT_EQ(0U, FormatMessageW(FORMAT_MESSAGE_FROM_STRING, buffer, 0, 0, nullptr, 4, nullptr));
+}
+
+TEST(Messages, OutputThatDoesNotFitIsNotDelivered)
+{
+    const utility::wstring text = Wide("1234");
+    for (DWORD size = 0; size < 8; ++size) {
+        const Expanded expected = size > 5 ? Expanded{"a1234"} : Expanded{"", ERROR_INSUFFICIENT_BUFFER};
+        EXPECT_EQ(expected, ExpandArray("a%1", {Word(text)}, size)) << size;
+        EXPECT_EQ(expected, Expand(FORMAT_MESSAGE_FROM_STRING, "a1234", size, nullptr)) << size;
+    }
+    EXPECT_EQ((Expanded{"", ERROR_INSUFFICIENT_BUFFER}), ExpandArray("%1!2147483647d!", {1}));
+}
+
+}  // namespace

@@ -1,0 +1,350 @@
+#include "child.h"
+#include "support.h"
+#include "tessmaru/platform.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <random>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
+#include <vector>
+
+using namespace utility::literals;
+using support::Child;
+using support::Gate;
+
+namespace {
+
+class NamedMutex : public testing::Test {
+protected:
+    static HANDLE Create(BOOL owned = FALSE, const unsigned short* name = u"App.log.Mutex"_w)
+    {
+        return CreateMutexW(nullptr, owned, name);
+    }
+
+    /// The file behind the only mutex of the test.
+    std::string File() const
+    {
+        for (const auto& entry : std::filesystem::directory_iterator(Machine.Folder.path())) {
+            if (entry.path().filename().string().starts_with("veltrix-mutex-"))
+                return entry.path();
+        }
+        return {};
+    }
+
+    const support::Machine Machine;
+};
+
+TEST_F(NamedMutex, TellsTheFirstOpenerFromLaterOnes)
+{
+    const HANDLE first = Create(TRUE);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+    const HANDLE second = Create(TRUE);
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(Child([] { return Create() != nullptr && GetLastError() == ERROR_ALREADY_EXISTS ? 0 : 1; }).Wait(), 0);
+
+    // The second handle brought no ownership of its own: one release frees the mutex for others.
+    EXPECT_TRUE(ReleaseMutex(first));
+    EXPECT_FALSE(ReleaseMutex(second));
+    EXPECT_EQ(GetLastError(), ERROR_NOT_OWNER);
+    CloseHandle(first);
+    CloseHandle(second);
+    EXPECT_EQ(File(), "") << "the last user leaves nothing behind";
+    const HANDLE anew = Create();
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+    EXPECT_TRUE(CloseHandle(anew));
+}
+
+TEST_F(NamedMutex, BelongsToAThreadAndCountsItsWaits)
+{
+    const HANDLE mutex = Create(TRUE);
+    EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_OBJECT_0);
+    const auto tryElsewhere = [mutex] {
+        DWORD result = 0;
+        std::thread([&] {
+            result = WaitForSingleObject(mutex, 0);
+            EXPECT_EQ(ReleaseMutex(mutex) != FALSE, result == WAIT_OBJECT_0);
+        }).join();
+        return result;
+    };
+    EXPECT_EQ(tryElsewhere(), WAIT_TIMEOUT);
+    EXPECT_TRUE(ReleaseMutex(mutex));
+    EXPECT_EQ(tryElsewhere(), WAIT_TIMEOUT);
+    EXPECT_TRUE(ReleaseMutex(mutex));
+    EXPECT_EQ(tryElsewhere(), WAIT_OBJECT_0);
+    CloseHandle(mutex);
+}
+
+TEST_F(NamedMutex, HandleThatIsNotOpenIsRefused)
+{
+    const HANDLE mutex = Create();
+    ASSERT_TRUE(CloseHandle(mutex));
+    const HANDLE next = Create();
+    for (const HANDLE stale : {mutex, HANDLE{nullptr}, INVALID_HANDLE_VALUE, reinterpret_cast<HANDLE>(0x12345)}) {
+        SetLastError(0);
+        EXPECT_FALSE(CloseHandle(stale));
+        EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+        EXPECT_EQ(WaitForSingleObject(stale, 0), WAIT_FAILED);
+        EXPECT_FALSE(ReleaseMutex(stale));
+    }
+    EXPECT_EQ(WaitForSingleObject(next, 0), WAIT_OBJECT_0);
+    CloseHandle(next);
+}
+
+TEST_F(NamedMutex, OwnerThatDiesLeavesItAbandoned)
+{
+    const HANDLE mutex = Create();
+    const Gate taken;
+    Child holder([&] {
+        WaitForSingleObject(mutex, INFINITE);
+        taken.Open();
+        pause();
+        return 0;
+    });
+    taken.Pass();
+    EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_TIMEOUT);
+    std::thread killer([&holder] { EXPECT_EQ(holder.Kill(), -SIGKILL); });
+    EXPECT_EQ(WaitForSingleObject(mutex, INFINITE), WAIT_ABANDONED);
+    killer.join();
+    EXPECT_TRUE(ReleaseMutex(mutex));
+    EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_OBJECT_0);
+    CloseHandle(mutex);
+}
+
+TEST_F(NamedMutex, ThreadThatEndsLeavesItAbandoned)
+{
+    for (const unsigned short* const name : {u"Threads"_w, static_cast<const unsigned short*>(nullptr)}) {
+        const HANDLE mutex = Create(FALSE, name);
+        std::thread([mutex] { WaitForSingleObject(mutex, INFINITE); }).join();
+        EXPECT_EQ(WaitForSingleObject(mutex, INFINITE), WAIT_ABANDONED);
+        EXPECT_TRUE(ReleaseMutex(mutex));
+        EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_OBJECT_0);
+        CloseHandle(mutex);
+    }
+}
+
+TEST_F(NamedMutex, StoppedOwnerKeepsIt)
+{
+    const HANDLE mutex = Create();
+    const Gate taken;
+    const Gate go;
+    Child holder([&] {
+        WaitForSingleObject(mutex, INFINITE);
+        taken.Open();
+        go.Pass();
+        ReleaseMutex(mutex);
+        return 0;
+    });
+    taken.Pass();
+    holder.Stop();
+    EXPECT_EQ(WaitForSingleObject(mutex, 200), WAIT_TIMEOUT);
+    go.Open();
+    holder.Signal(SIGCONT);
+    EXPECT_EQ(WaitForSingleObject(mutex, INFINITE), WAIT_OBJECT_0);
+    EXPECT_EQ(holder.Wait(), 0);
+    CloseHandle(mutex);
+}
+
+TEST_F(NamedMutex, EndsWithItsLastHolderHoweverThatEnds)
+{
+    Child only([] {
+        Create(TRUE);
+        raise(SIGKILL);
+        return 0;
+    });
+    EXPECT_EQ(only.Wait(), -SIGKILL);
+    ASSERT_NE(File(), "");
+    const HANDLE next = Create(TRUE);
+    ASSERT_NE(next, nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS) << "a creator again";
+    CloseHandle(next);
+}
+
+TEST_F(NamedMutex, ForkLeavesBothSidesAHandle)
+{
+    const HANDLE mutex = Create(TRUE);
+    const Gate parentGone;
+    const Gate done;
+    Child parent([&] {
+        // What the first process owns is not this one's, nor its child's.
+        if (WaitForSingleObject(mutex, 0) != WAIT_TIMEOUT || ReleaseMutex(mutex))
+            return 1;
+        Child grandchild([&] {
+            parentGone.Pass();
+            const bool sound = WaitForSingleObject(mutex, INFINITE) == WAIT_OBJECT_0 && ReleaseMutex(mutex);
+            const bool known = Create() != nullptr && GetLastError() == ERROR_ALREADY_EXISTS;
+            done.Open();
+            return sound && known ? 0 : 1;
+        });
+        ReleaseMutex(mutex);
+        _exit(0);
+    });
+    EXPECT_EQ(parent.Wait(), 0);
+    EXPECT_TRUE(ReleaseMutex(mutex));
+    EXPECT_TRUE(CloseHandle(mutex));
+    parentGone.Open();
+    done.Pass();
+}
+
+TEST_F(NamedMutex, ForkWithAllDescriptorsUsed)
+{
+    const HANDLE mutex = Create();
+    Child child([&] {
+        const rlimit few{static_cast<rlim_t>(dup(0) + 8), static_cast<rlim_t>(dup(0) + 8)};
+        setrlimit(RLIMIT_NOFILE, &few);
+        while (dup(0) >= 0) {
+        }
+        if (Create(FALSE, u"Other"_w) != nullptr || GetLastError() != ERROR_TOO_MANY_OPEN_FILES)
+            return 1;
+        Child full([&] { return WaitForSingleObject(mutex, INFINITE) == WAIT_OBJECT_0 ? 0 : 1; });
+        return full.Wait();
+    });
+    EXPECT_EQ(child.Wait(), 0);
+    EXPECT_EQ(WaitForSingleObject(mutex, INFINITE), WAIT_ABANDONED);
+    CloseHandle(mutex);
+}
+
+TEST_F(NamedMutex, ExcludesWhileHoldersAreKilled)
+{
+    // Two halves that only a broken exclusion or a lost owner can leave unequal at a taking that counts as clean.
+    struct Shared {
+        std::atomic<int> Inside;
+        std::atomic<int> Rounds;
+        std::atomic<int> Overlaps;
+    };
+    auto* const shared = static_cast<Shared*>(
+        mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    const HANDLE mutex = Create();
+    const auto work = [&] {
+        const auto loop = [&] {
+            for (;;) {
+                const DWORD result = WaitForSingleObject(mutex, INFINITE);
+                const int inside = shared->Inside.fetch_add(1);
+                if (result == WAIT_ABANDONED)
+                    shared->Inside.store(1);
+                else if (result != WAIT_OBJECT_0 || inside != 0)
+                    ++shared->Overlaps;
+                ++shared->Rounds;
+                --shared->Inside;
+                ReleaseMutex(mutex);
+            }
+        };
+        std::thread other(loop);
+        loop();
+        return 0;
+    };
+    std::vector<std::unique_ptr<Child>> children(3);
+    for (int kills = 0; kills < 30; ++kills) {
+        auto& child = children[static_cast<std::size_t>(kills) % children.size()];
+        child = std::make_unique<Child>(work);
+        for (const int before = shared->Rounds; shared->Rounds < before + 50;)
+            usleep(100);
+    }
+    children.clear();
+    EXPECT_EQ(shared->Overlaps, 0);
+    EXPECT_NE(WaitForSingleObject(mutex, INFINITE), WAIT_FAILED);
+    CloseHandle(mutex);
+    munmap(shared, sizeof(Shared));
+}
+
+TEST_F(NamedMutex, SurvivesWhateverOthersWriteIntoItsFile)
+{
+    const Gate written;
+    Child stranger([&] {
+        written.Pass();
+        return Create() == nullptr && GetLastError() == ERROR_INVALID_HANDLE ? 0 : 1;
+    });
+    const HANDLE mutex = Create();
+    const std::string file = File();
+    std::mt19937 random(1);
+    for (int round = 0; round < 200; ++round) {
+        const int descriptor = open(file.c_str(), O_RDWR | O_CLOEXEC);
+        if (round % 10 == 0) {
+            ASSERT_EQ(ftruncate(descriptor, round % 20 == 0 ? 0 : 100), 0);
+        } else {
+            unsigned noise[64];
+            for (unsigned& word : noise)
+                word = round % 3 == 0 ? 0xFFFFFFFF : static_cast<unsigned>(random());
+            ASSERT_GT(pwrite(descriptor, noise, sizeof noise, 0), 0);
+        }
+        close(descriptor);
+        const DWORD result = WaitForSingleObject(mutex, 1);
+        if (result == WAIT_OBJECT_0 || result == WAIT_ABANDONED) {
+            EXPECT_TRUE(ReleaseMutex(mutex));
+        } else {
+            EXPECT_EQ(result, WAIT_TIMEOUT);
+        }
+    }
+    // Held by one who takes it, whatever is written meanwhile; then cut off and sound again.
+    ASSERT_EQ(truncate(file.c_str(), 0), 0);
+    EXPECT_EQ(WaitForSingleObject(mutex, 1000), WAIT_OBJECT_0);
+    ASSERT_EQ(truncate(file.c_str(), 0), 0);
+    std::thread([mutex] { EXPECT_EQ(WaitForSingleObject(mutex, 10), WAIT_TIMEOUT); }).join();
+    EXPECT_TRUE(ReleaseMutex(mutex));
+    written.Open();
+    EXPECT_EQ(stranger.Wait(), 0) << "a page whose name does not fit is refused";
+    CloseHandle(mutex);
+}
+
+TEST_F(NamedMutex, TakesNamesOfEveryKind)
+{
+    const utility::wstring longest(1900, u'x');
+    const utility::wstring tooLong(2100, u'x');
+    const utility::wstring folders = u"/var/log/\u00e4\u4e2d/App.log.Mutex"_w;
+    const HANDLE sessions[] = {Create(FALSE, u"Global\\App"_w), Create(FALSE, u"Local\\App"_w)};
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    const HANDLE other = Create(FALSE, u"app"_w);
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS) << "case tells names apart";
+    const HANDLE others[] = {sessions[0], sessions[1], other, Create(FALSE, longest.c_str()),
+                             Create(FALSE, folders.c_str()), Create(FALSE, u""_w)};
+    for (const HANDLE handle : others) {
+        EXPECT_EQ(WaitForSingleObject(handle, 0), WAIT_OBJECT_0);
+        ReleaseMutex(handle);
+        EXPECT_TRUE(CloseHandle(handle));
+    }
+    EXPECT_EQ(Create(FALSE, tooLong.c_str()), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_FILENAME_EXCED_RANGE);
+    EXPECT_EQ(Create(FALSE, u"a\\b"_w), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+}
+
+TEST_F(NamedMutex, WhatIsNotItsFileIsRefused)
+{
+    const HANDLE mutex = Create();
+    const std::string file = File();
+    CloseHandle(mutex);
+    std::filesystem::create_symlink(Machine.Folder / "elsewhere", file);
+    EXPECT_EQ(Create(), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_CANT_RESOLVE_FILENAME);
+    std::filesystem::remove(file);
+    ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+    EXPECT_EQ(Create(), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    const support::Variable nowhere("VELTRIX_RUNTIME", Machine.Folder / "missing");
+    EXPECT_EQ(Create(), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+}
+
+TEST_F(NamedMutex, NoDescriptorSurvivesExec)
+{
+    const HANDLE mutex = Create();
+    struct stat file {};
+    ASSERT_EQ(stat(File().c_str(), &file), 0);
+    int found = 0;
+    for (int descriptor = 3; descriptor < 64; ++descriptor) {
+        struct stat opened {};
+        if (fstat(descriptor, &opened) != 0 || opened.st_ino != file.st_ino || opened.st_dev != file.st_dev)
+            continue;
+        ++found;
+        EXPECT_TRUE((fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0);
+    }
+    EXPECT_EQ(found, 1);
+    CloseHandle(mutex);
+}
+
+}  // namespace

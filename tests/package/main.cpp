@@ -1,0 +1,36 @@
+// A caller of the library: reads a setting, makes a text of it and logs that. A program with a string table of
+// its own takes the text from there.
+#include "tessmaru/log.h"
+#include "tessmaru/settings.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace {
+
+using namespace utility::literals;
+
+utility::wstring TextOfThisModule(unsigned int row, ...)
+{
+    va_list inserts;
+    va_start(inserts, row);
+    utility::wstring text = utility::genStringFromResourceModule(GetModuleHandleW(nullptr), row, &inserts);
+    va_end(inserts);
+    return text;
+}
+
+}  // namespace
+
+int main()
+{
+    utilities::CLog* const log = utilities::CLog::GetInstance();
+    if (log == nullptr) {
+        std::fprintf(stderr, "no log: %08X\n", static_cast<unsigned int>(utilities::CLog::GetInitError()));
+        return 1;
+    }
+    const ULONG port = CSettingsRegistry().getUDPPortNumber();
+    const utility::wstring text = TextOfThisModule(7, u"Caller"_w, port);
+    const LONG code = text.empty() ? log->LogInfo(u"port %lu"_w, u"Caller"_w, port)
+                                   : log->LogInfo(u"%s"_w, u"Caller"_w, text.c_str());
+    return code == 0 ? 0 : 2;
+}

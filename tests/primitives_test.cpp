@@ -1,0 +1,208 @@
+#include "child.h"
+#include "fail_allocation.h"
+#include "system.h"
+#include "tessmaru/primitives.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <optional>
+#include <thread>
+
+using utility::CCriticalSection;
+using utility::CSecurityDescriptor;
+
+namespace {
+
+class OpenSection : public CCriticalSection {
+public:
+    using CCriticalSection::Init;
+    using CCriticalSection::Term;
+};
+
+class OpenDescriptor : public CSecurityDescriptor {
+public:
+    using CSecurityDescriptor::freeSecurityDescriptor;
+    using CSecurityDescriptor::initSecurityDescriptor;
+};
+
+/// Whether another thread gets the lock at once. It keeps trying until it does.
+class Contender {
+public:
+    explicit Contender(CCriticalSection& section)
+        : Thread([this, &section] {
+              section.AttemptLock();
+              Inside = true;
+              section.Unlock();
+          })
+    {
+    }
+    bool GotIn()
+    {
+        Thread.join();
+        return Inside;
+    }
+    bool IsInside() const { return Inside; }
+
+private:
+    std::atomic<bool> Inside{false};
+    std::thread Thread;
+};
+
+TEST(CriticalSection, FlagIsNoCount)
+{
+    CCriticalSection section;
+    EXPECT_FALSE(section.IsLocked());
+    EXPECT_EQ(section.Lock() | section.Lock(), 0);
+    EXPECT_TRUE(section.IsLocked());
+    section.Unlock();
+    EXPECT_FALSE(section.IsLocked());
+    Contender contender(section);
+    std::this_thread::yield();
+    EXPECT_FALSE(contender.IsInside()) << "the first of two locks is still held";
+    section.Unlock();
+    EXPECT_TRUE(contender.GotIn());
+}
+
+TEST(CriticalSection, KeepsThreadsApart)
+{
+    CCriticalSection section;
+    int plain = 0;
+    std::thread threads[4];
+    for (std::thread& thread : threads) {
+        thread = std::thread([&] {
+            for (int i = 0; i < 20000; ++i) {
+                section.Lock();
+                ++plain;
+                section.Unlock();
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(plain, 80000);
+}
+
+TEST(CriticalSection, CopiesShareTheLockAndTheLastReleasesIt)
+{
+    auto first = std::make_optional<OpenSection>();
+    CCriticalSection copy(*first);
+    CCriticalSection assigned;
+    assigned = copy;
+    assigned.Lock();
+    EXPECT_FALSE(copy.IsLocked()) << "each has a flag of its own";
+    Contender contender(*first);
+    std::this_thread::yield();
+    EXPECT_FALSE(contender.IsInside());
+    copy.Unlock();
+    EXPECT_TRUE(contender.GotIn());
+    first->Term();
+    first->Init();
+    first.reset();
+    copy.Lock();
+    copy.Unlock();
+}
+
+TEST(CriticalSection, StrayUnlockFreesNobodysLock)
+{
+    CCriticalSection section;
+    section.Unlock();
+    section.Lock();
+    std::thread([&] { section.Unlock(); }).join();
+    Contender contender(section);
+    std::this_thread::yield();
+    EXPECT_FALSE(contender.IsInside());
+    section.Unlock();
+    EXPECT_TRUE(contender.GotIn());
+}
+
+TEST(CriticalSection, ChildOfAForkFindsItFree)
+{
+    CCriticalSection section;
+    const support::Gate held;
+    const support::Gate end;
+    std::thread holder([&] {
+        section.Lock();
+        held.Open();
+        end.Pass();
+        section.Unlock();
+    });
+    held.Pass();
+    support::Child child([&] { return section.Lock() | section.Unlock(); });
+    EXPECT_EQ(child.Wait(), 0);
+    end.Open();
+    holder.join();
+}
+
+TEST(SecurityDescriptor, HoldsTheListThatItPromises)
+{
+    CSecurityDescriptor object;
+    auto* const attributes = object.getSecurityAttributes();
+    ASSERT_NE(attributes, nullptr);
+    EXPECT_EQ(attributes->nLength, sizeof(SECURITY_ATTRIBUTES));
+    EXPECT_EQ(attributes->lpSecurityDescriptor, object.getSecurityDescriptor());
+    EXPECT_FALSE(attributes->bInheritHandle);
+    const auto* const descriptor = static_cast<SECURITY_DESCRIPTOR*>(object.getSecurityDescriptor());
+    EXPECT_EQ(descriptor->Dacl, object.getNewDacl());
+    EXPECT_EQ(descriptor->Control, SE_DACL_PRESENT);
+
+    const auto* const dacl = object.getNewDacl();
+    ASSERT_EQ(dacl->AceCount, 2);
+    const BYTE sid[] = {1, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0};
+    EXPECT_EQ(std::memcmp(object.getEveryone(), sid, sizeof sid), 0);
+    const BYTE denied[] = {1, 0, 20, 0, 0, 0, 0x0C, 0};
+    const BYTE allowed[] = {0, 0, 20, 0, 0, 0, 0, 0x10};
+    const auto* entry = reinterpret_cast<const BYTE*>(dacl) + sizeof(ACL);
+    for (const BYTE* expected : {denied, allowed}) {
+        EXPECT_EQ(std::memcmp(entry, expected, sizeof denied), 0);
+        EXPECT_EQ(std::memcmp(entry + sizeof denied, sid, sizeof sid), 0);
+        entry += 20;
+    }
+}
+
+TEST(SecurityDescriptor, IsReleasedOnceHoweverManyCopiesThereAre)
+{
+    const int before = support::LiveBlocks();
+    {
+        OpenDescriptor object;
+        CSecurityDescriptor copy(object);
+        CSecurityDescriptor assigned;
+        assigned = copy;
+        const void* const shared = object.getEveryone();
+        EXPECT_EQ(object.initSecurityDescriptor(), 0);
+        EXPECT_NE(object.getEveryone(), shared);
+        EXPECT_EQ(assigned.getEveryone(), shared);
+        object.freeSecurityDescriptor();
+        object.freeSecurityDescriptor();
+        EXPECT_EQ(object.getSecurityAttributes(), nullptr);
+        EXPECT_EQ(copy.getSecurityAttributes()->lpSecurityDescriptor, copy.getSecurityDescriptor());
+        copy.getNewDacl() = nullptr;
+    }
+    EXPECT_EQ(support::LiveBlocks(), before);
+}
+
+TEST(SecurityDescriptor, LeavesNothingWithoutMemory)
+{
+    int failed = 0;
+    for (int n = 1;; ++n) {
+        const int before = support::LiveBlocks();
+        support::FailAllocation(n);
+        bool made = true;
+        LONG code = 0;
+        try {
+            const CSecurityDescriptor object;
+        } catch (const _com_error& failure) {
+            made = false;
+            code = failure.Error();
+        }
+        support::FailAllocation(0);
+        EXPECT_EQ(support::LiveBlocks(), before);
+        if (made)
+            break;
+        ++failed;
+        EXPECT_EQ(code, E_OUTOFMEMORY);
+    }
+    EXPECT_GE(failed, 5);
+}
+
+}  // namespace

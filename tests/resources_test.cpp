@@ -1,0 +1,208 @@
+// Rows and resources of modules: the program's own, and files made here, malformed ones among them.
+#include "module_resources.h"
+#include "modules.h"
+#include "support.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace {
+
+using support::Narrow;
+
+constexpr unsigned short Guard = 0xBEEF;
+
+/// Puts a compiled resource file together.
+class ResourceFile {
+public:
+    ResourceFile() { Add(Number(0), Number(0), 0, ""); }
+
+    static std::string Number(unsigned id) { return Half(0xFFFF) + Half(id); }
+    static std::string Name(std::string_view text) { return Units(text) + Half(0); }
+    static std::string Half(unsigned value) { return {static_cast<char>(value), static_cast<char>(value >> 8)}; }
+    static std::string Word(std::size_t value)
+    {
+        return Half(static_cast<unsigned>(value & 0xFFFF)) + Half(static_cast<unsigned>(value >> 16));
+    }
+    static std::string Units(std::string_view text)
+    {
+        std::string units;
+        for (const char character : text)
+            units += Half(static_cast<unsigned char>(character));
+        return units;
+    }
+
+    void Add(const std::string& type, const std::string& name, unsigned language, const std::string& data)
+    {
+        std::string header = type + name;
+        header.resize((header.size() + 3) / 4 * 4);
+        header += Word(0) + Half(0x30) + Half(language) + Word(0) + Word(0);
+        Content += Word(data.size()) + Word(header.size() + 8) + header + data;
+        Content.resize((Content.size() + 3) / 4 * 4);
+    }
+
+    void AddStrings(unsigned block, unsigned language, std::map<unsigned, std::string> rows)
+    {
+        std::string data;
+        for (unsigned row = 0; row < 16; ++row)
+            data += Half(static_cast<unsigned>(rows[row].size())) + Units(rows[row]);
+        Add(Number(6), Number(block), language, data);
+    }
+
+    std::string Content;
+};
+
+layer::Bytes View(const std::string& content)
+{
+    return std::as_bytes(std::span(content));
+}
+
+std::string Row(const std::string& file, UINT row)
+{
+    const layer::Bytes bytes = layer::FindString(View(file), row);
+    utility::wstring text(bytes.size() / 2, 0);
+    if (!bytes.empty())
+        std::memcpy(text.data(), bytes.data(), bytes.size());
+    return Narrow(text);
+}
+
+std::string Data(const std::string& file, WORD type, WORD name)
+{
+    const auto data = layer::FindResource(View(file), type, name);
+    return data ? std::string(reinterpret_cast<const char*>(data->data()), data->size()) : "none";
+}
+
+TEST(Resources, RowsByBlock)
+{
+    ResourceFile file;
+    file.AddStrings(1, 0x409, {{0, "row 0"}, {15, "row 15"}});
+    file.AddStrings(17, 0x409, {{0, "row 256"}, {5, "row 261"}});
+    file.AddStrings(4096, 0x409, {{15, "row 65535"}});
+    const struct {
+        UINT Number;
+        const char* Expected;
+    } rows[] = {{0, "row 0"},     {15, "row 15"}, {256, "row 256"}, {261, "row 261"},
+                {65535, "row 65535"}, {1, ""},    {16, ""},         {65536 + 256, ""}};
+    for (const auto& row : rows)
+        EXPECT_EQ(row.Expected, Row(file.Content, row.Number)) << row.Number;
+}
+
+TEST(Resources, LanguagesAndNames)
+{
+    ResourceFile file;
+    file.Add(ResourceFile::Number(10), ResourceFile::Number(1), 0x407, "German");
+    file.Add(ResourceFile::Number(10), ResourceFile::Name("odd"), 0x409, "named");
+    file.Add(ResourceFile::Name("KIND"), ResourceFile::Number(1), 0x409, "of a kind");
+    file.Add(ResourceFile::Number(10), ResourceFile::Number(2), 0x40C, "French");
+    EXPECT_EQ("German", Data(file.Content, 10, 1));
+    EXPECT_EQ("French", Data(file.Content, 10, 2));
+    EXPECT_EQ("none", Data(file.Content, 10, 3));
+    file.Add(ResourceFile::Number(10), ResourceFile::Number(1), 0, "neutral");
+    EXPECT_EQ("neutral", Data(file.Content, 10, 1));
+    file.Add(ResourceFile::Number(10), ResourceFile::Number(1), 0x409, "English");
+    EXPECT_EQ("English", Data(file.Content, 10, 1));
+    // Two files behind each other are one.
+    EXPECT_EQ("French", Data(ResourceFile().Content + file.Content, 10, 2));
+}
+
+TEST(Resources, AFileMayEndAnywhere)
+{
+    ResourceFile file;
+    file.Add(ResourceFile::Name("A"), ResourceFile::Name("BC"), 0x407, "1234567");
+    file.AddStrings(1, 0x407, {{2, "before"}, {3, "second"}});
+    ASSERT_EQ("second", Row(file.Content, 3));
+    for (std::size_t length = 0; length < file.Content.size(); ++length) {
+        // On the heap at its exact size, so that tools see every byte that is read beyond it.
+        const std::unique_ptr<char[]> bytes(new char[length]);
+        std::memcpy(bytes.get(), file.Content.data(), length);
+        const layer::Bytes view = std::as_bytes(std::span(bytes.get(), length));
+        EXPECT_TRUE(layer::FindString(view, 3).empty()) << length;
+        EXPECT_FALSE(layer::FindResource(view, 6, 1)) << length;
+    }
+}
+
+TEST(Resources, LengthsThatLie)
+{
+    ResourceFile file;
+    const std::size_t entry = file.Content.size();
+    file.AddStrings(1, 0x409, {{0, "before"}, {1, "second"}});
+    const std::uint32_t lies[] = {0, 4, 7, 12, 20, 27, 0x7FFFFFFC, 0xFFFFFFFC, 0xFFFFFFFF};
+    for (const std::uint32_t lie : lies) {
+        std::string header = file.Content;
+        header.replace(entry + 4, 4, ResourceFile::Word(lie));
+        EXPECT_EQ("", Row(header, 1)) << lie;
+        std::string data = file.Content;
+        data.replace(entry, 4, ResourceFile::Word(lie));
+        EXPECT_NE("second", Row(data, 1)) << lie;
+    }
+    // A row that claims more units than its block has, and a block that stops short.
+    std::string row = file.Content;
+    row.replace(entry + 32, 2, ResourceFile::Half(0xFFFF));
+    EXPECT_EQ("", Row(row, 0));
+    EXPECT_EQ("", Row(row, 1));
+    ResourceFile brief;
+    brief.Add(ResourceFile::Number(6), ResourceFile::Number(1), 0x409, ResourceFile::Half(1) + "xy" + "z");
+    EXPECT_EQ("", Row(brief.Content, 1));
+}
+
+TEST(Resources, RowsOfTheProgram)
+{
+    const struct {
+        UINT Row;
+        const char* Text;
+    } rows[] = {{256, "SOFTWARE\\Orvane Electronics Limited\\Veltrix\\"},
+                {257, "Tag Server\\"},
+                {258, "Protocol\\"},
+                {259, "Log\\Application"},
+                {260, "Token Processing"},
+                {261, "UDP"},
+                {270, "4.09.00"},
+                {271, "en"}};
+    const HINSTANCE program = layer::ModuleOf(reinterpret_cast<const void*>(&Guard));
+    ASSERT_NE(nullptr, program);
+    for (const HINSTANCE module : {program, HINSTANCE{nullptr}}) {
+        for (const auto& row : rows) {
+            unsigned short buffer[64];
+            EXPECT_EQ(static_cast<int>(std::strlen(row.Text)), LoadStringW(module, row.Row, buffer, 64));
+            EXPECT_EQ(row.Text, Narrow(buffer));
+        }
+    }
+    constexpr WORD versionType = 16;
+    EXPECT_TRUE(layer::FindResource(layer::ModuleResources(program), versionType, 1));
+}
+
+TEST(Resources, LoadStringFillsItsRoom)
+{
+    for (int size = 1; size < 10; ++size) {
+        std::vector<unsigned short> buffer(16, Guard);
+        const int units = std::min(size - 1, 7);
+        EXPECT_EQ(units, LoadStringW(nullptr, 270, buffer.data(), size));
+        EXPECT_EQ(std::string("4.09.00").substr(0, static_cast<std::size_t>(units)), Narrow(buffer.data()));
+        EXPECT_EQ(Guard, buffer[static_cast<std::size_t>(units) + 1]);
+    }
+}
+
+TEST(Resources, WhatIsNotThereLeavesTheBufferAlone)
+{
+    unsigned short buffer[4] = {Guard, Guard, Guard, Guard};
+    const auto refusal = [&](HINSTANCE module, UINT row, int size = 4) {
+        SetLastError(0);
+        EXPECT_EQ(0, LoadStringW(module, row, buffer, size));
+        EXPECT_EQ(Guard, buffer[0]);
+        return GetLastError();
+    };
+    EXPECT_EQ(ERROR_RESOURCE_NAME_NOT_FOUND, refusal(nullptr, 262));
+    EXPECT_EQ(ERROR_RESOURCE_NAME_NOT_FOUND, refusal(nullptr, 9999));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(nullptr, 256, 0));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(nullptr, 256, -1));
+    // The C library has no resources, and an address that is no module has none either.
+    const HINSTANCE library = GetModuleHandleW(support::Wide("libc.so.6").c_str());
+    ASSERT_NE(nullptr, library);
+    EXPECT_EQ(ERROR_RESOURCE_DATA_NOT_FOUND, refusal(library, 256));
+    EXPECT_EQ(ERROR_RESOURCE_DATA_NOT_FOUND, refusal(reinterpret_cast<HINSTANCE>(std::uintptr_t{4096}), 256));
+}
+
+}  // namespace

@@ -1,0 +1,285 @@
+// Counted formatting: what each picture prints, and where the output ends.
+#include "support.h"
+#include "text_format.h"
+
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <limits>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using support::Narrow;
+using support::Wide;
+
+constexpr unsigned short Guard = 0xBEEF;
+
+struct Printed {
+    std::string Text;
+    int Result;
+    bool operator==(const Printed&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Printed& printed)
+{
+    return out << '"' << printed.Text << "\" -> " << printed.Result;
+}
+
+/// Formats into `count` units with guards behind them; shows what was written, a terminator as '~'.
+Printed Counted(std::size_t count, const char* picture, ...)
+{
+    std::vector<unsigned short> buffer(count + 8, Guard);
+    va_list arguments;
+    va_start(arguments, picture);
+    const int result = _vsnwprintf(buffer.data(), count, Wide(picture).c_str(), arguments);
+    va_end(arguments);
+    std::string text;
+    for (std::size_t i = 0; i < buffer.size() && buffer[i] != Guard; ++i)
+        text += buffer[i] == 0 ? '~' : static_cast<char>(buffer[i]);
+    return {text, result};
+}
+
+std::string Print(const char* picture, ...)
+{
+    unsigned short buffer[512];
+    va_list arguments;
+    va_start(arguments, picture);
+    const int result = _vsnwprintf(buffer, 512, Wide(picture).c_str(), arguments);
+    va_end(arguments);
+    return result < 0 ? "too long" : Narrow({buffer, static_cast<std::size_t>(result)});
+}
+
+TEST(TextFormat, Integers)
+{
+    const struct {
+        const char* Picture;
+        int Value;
+        const char* Expected;
+    } rows[] = {
+        {"%d", 0, "0"},          {"%d", INT_MIN, "-2147483648"},
+        {"%i", -1, "-1"},        {"%u", -1, "4294967295"},
+        {"%o", 8, "10"},         {"%#o", 8, "010"},
+        {"%#o", 0, "0"},         {"%#.0o", 0, "0"},
+        {"%#.3o", 8, "010"},     {"%#08o", 8, "00000010"},
+        {"%x", 0xBEEF, "beef"},  {"%X", 0xBEEF, "BEEF"},
+        {"%#x", 0xBEEF, "0xbeef"}, {"%#X", 0xBEEF, "0XBEEF"},
+        {"%#x", 0, "0"},         {"%#08x", 0xAB, "0x0000ab"},
+        {"%5d|", -42, "  -42|"}, {"%-5d|", -42, "-42  |"},
+        {"%05d", -42, "-0042"},  {"%-05d|", -42, "-42  |"},
+        {"%+d", 42, "+42"},      {"% d", 42, " 42"},
+        {"%+ d", 42, "+42"},     {"%+u", 42, "42"},
+        {"%.4d", -42, "-0042"},  {"%8.4d", 42, "    0042"},
+        {"%08.4d", 42, "    0042"}, {"%.0d", 0, ""},
+        {"%.d", 0, ""},          {"%3.0d", 0, "   "},
+        {"%hd", 0x12345, "9029"}, {"%hd", 0xFFFF, "-1"},
+        {"%hu", -1, "65535"},    {"%hhd", 0x1FF, "-1"},
+        {"%hhu", -1, "255"},     {"%ld", -5, "-5"},
+        {"%lu", -1, "4294967295"}, {"%I32d", -5, "-5"},
+        {"%0lX", 0xABC, "ABC"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.Expected, Print(row.Picture, row.Value)) << row.Picture;
+}
+
+TEST(TextFormat, SizesTakeWholeArguments)
+{
+    const long long wide = -0x123456789A;
+    EXPECT_EQ("-78187493530 7", Print("%I64d %d", wide, 7));
+    EXPECT_EQ("-78187493530 7", Print("%lld %d", wide, 7));
+    EXPECT_EQ("9223372036854775808 7", Print("%llu %d", 1ULL << 63, 7));
+    EXPECT_EQ("-9223372036854775808 7", Print("%lld %d", LLONG_MIN, 7));
+    EXPECT_EQ("1777777777777777777777 7", Print("%llo %d", ~0ULL, 7));
+    EXPECT_EQ("-2 fe 7", Print("%Id %Ix %d", std::intptr_t{-2}, std::size_t{0xFE}, 7));
+    EXPECT_EQ("18 7", Print("%zu %d", std::size_t{18}, 7));
+    EXPECT_EQ("2.5 7", Print("%Lg %d", 2.5L, 7));
+    const std::string zeros(2 * sizeof(void*) - 3, '0');
+    EXPECT_EQ(zeros + "ABC 7", Print("%p %d", reinterpret_cast<void*>(0xABC), 7));
+    EXPECT_EQ("  " + zeros + "ABC|", Print("%*p|", static_cast<int>(2 * sizeof(void*) + 2), reinterpret_cast<void*>(0xABC)));
+}
+
+TEST(TextFormat, FloatingPoint)
+{
+    const double infinity = std::numeric_limits<double>::infinity();
+    const double quiet = std::numeric_limits<double>::quiet_NaN();
+    const struct {
+        const char* Picture;
+        double Value;
+        const char* Expected;
+    } rows[] = {
+        {"%f", 1.5, "1.500000"},
+        {"%f", -0.0, "-0.000000"},
+        {"%.0f", 2.5, "2"},
+        {"%#.0f", 2.5, "2."},
+        {"%.1f", 0.25, "0.2"},
+        {"%010.2f", -3.14159, "-000003.14"},
+        {"%+.2F", 3.14159, "+3.14"},
+        {"%-8.1f|", 2.0, "2.0     |"},
+        {"%e", 1500.0, "1.500000e+003"},
+        {"%E", 1.5e-7, "1.500000E-007"},
+        {"%.2e", 1e300, "1.00e+300"},
+        {"%.0e", 0.0, "0e+000"},
+        {"%#.0e", 5.0, "5.e+000"},
+        {"%g", 100000.0, "100000"},
+        {"%g", 1000000.0, "1e+006"},
+        {"%g", 0.0001, "0.0001"},
+        {"%g", 0.00001, "1e-005"},
+        {"%G", 1e-10, "1E-010"},
+        {"%g", 0.0, "0"},
+        {"%#g", 1.0, "1.00000"},
+        {"%.3g", 999.6, "1e+003"},
+        {"%.0g", 12.0, "1e+001"},
+        {"%.17g", 0.1, "0.10000000000000001"},
+        {"%.25f", 0.1, "0.1000000000000000055511151"},
+        {"%.20f", 1.0, "1.00000000000000000000"},
+        {"%f", infinity, "1.#INF00"},
+        {"%e", -infinity, "-1.#INF00e+000"},
+        {"%g", infinity, "1.#INF"},
+        {"%10.4f", infinity, "    1.#INF"},
+        {"%.0f", infinity, "1"},
+        {"%f", quiet, "1.#QNAN0"},
+        {"%f", -quiet, "-1.#IND00"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.Expected, Print(row.Picture, row.Value)) << row.Picture << " of " << row.Value;
+    EXPECT_EQ(std::string(309, '9').size(), Print("%.0f", std::numeric_limits<double>::max()).size());
+}
+
+TEST(TextFormat, TextsAndCharacters)
+{
+    const utility::wstring wide = Wide("wide");
+    const struct {
+        const char* Picture;
+        const void* Text;
+        const char* Expected;
+    } rows[] = {
+        {"%s", wide.c_str(), "wide"},     {"%ls", wide.c_str(), "wide"},      {"%ws", wide.c_str(), "wide"},
+        {"%lS", wide.c_str(), "wide"},    {"%wS", wide.c_str(), "wide"},      {"%S", "narrow", "narrow"},
+        {"%hs", "narrow", "narrow"},      {"%hS", "narrow", "narrow"},        {"%6s|", wide.c_str(), "  wide|"},
+        {"%-6s|", wide.c_str(), "wide  |"}, {"%06s", wide.c_str(), "00wide"}, {"%2s", wide.c_str(), "wide"},
+        {"%.2s", wide.c_str(), "wi"},     {"%5.2s", wide.c_str(), "   wi"},   {"%.0s|", wide.c_str(), "|"},
+        {"%-5.2S|", "narrow", "na   |"},  {"%8S", "narrow", "  narrow"},      {"%s", nullptr, "(null)"},
+        {"%S", nullptr, "(null)"},        {"%.3s", nullptr, "(nu"},           {"%8s", nullptr, "  (null)"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.Expected, Print(row.Picture, row.Text)) << row.Picture;
+    EXPECT_EQ("A B C D E", Print("%c %C %hc %lc %hC", 'A', 'B', 'C', 'D', 'E'));
+    EXPECT_EQ("  A|B  |", Print("%3c|%-3c|", 'A', 'B'));
+    EXPECT_EQ("a?b", Print("%hs", "a\xFF" "b"));
+    EXPECT_EQ("?", Print("%C", 0xE4));
+    EXPECT_EQ((Printed{"a~b~", 3}), Counted(8, "a%cb", 0));
+}
+
+TEST(TextFormat, NarrowTextIsUtf8UnlessTheMachineSaysOtherwise)
+{
+    support::Machine machine;
+    machine.SetRegistry("");
+    unsigned short buffer[8];
+    const auto format = [&](const char* picture, ...) {
+        va_list arguments;
+        va_start(arguments, picture);
+        const int result = _vsnwprintf(buffer, 8, Wide(picture).c_str(), arguments);
+        va_end(arguments);
+        return result;
+    };
+    ASSERT_EQ(3, format("%S", "\xC3\xA4\xF0\x9F\x98\x80"));
+    const unsigned short expected[] = {0xE4, 0xD83D, 0xDE00, 0};
+    EXPECT_EQ(0, std::memcmp(expected, buffer, sizeof expected));
+    EXPECT_EQ(5, format("%5S", "\xC3\xA4"));
+    EXPECT_EQ(0xE4, buffer[4]);
+}
+
+TEST(TextFormat, StarsAndTheirSigns)
+{
+    EXPECT_EQ("   42", Print("%*d", 5, 42));
+    EXPECT_EQ("42   |", Print("%*d|", -5, 42));
+    EXPECT_EQ("0042", Print("%.*d", 4, 42));
+    EXPECT_EQ("42", Print("%.*d", -4, 42));
+    EXPECT_EQ("   wi|", Print("%*.*s|", 5, 2, Wide("wide").c_str()));
+    EXPECT_EQ("wide", Print("%.*s", INT_MIN, Wide("wide").c_str()));
+    EXPECT_EQ("wi", Print("%.*s", 2, Wide("wide").c_str()));
+    EXPECT_EQ("wide", Print("%.*s", INT_MAX, Wide("wide").c_str()));
+}
+
+TEST(TextFormat, WhatIsNoConversionStandsForItself)
+{
+    const struct {
+        const char* Picture;
+        const char* Expected;
+    } rows[] = {{"%%", "%"},    {"%5%", "%"},   {"100%", "100"}, {"%", ""},       {"%-08.3", ""}, {"%l", ""},
+                {"%y7", "y7"},  {"%ly", "y"},   {"%n", "n"},     {"%hn", "n"},    {"%!", "!"},    {"%I64", ""},
+                {"%-5k|", "k|"}, {"a%%b", "a%b"}, {"%.y", "y"},  {"%I6d", "6d"}};
+    for (const auto& row : rows)
+        EXPECT_EQ(row.Expected, Print(row.Picture)) << row.Picture;
+    // None of them takes an argument.
+    int untouched = 5;
+    EXPECT_EQ("yn42", Print("%y%n%d", 42, &untouched));
+    EXPECT_EQ(5, untouched);
+}
+
+TEST(TextFormat, CountedOutput)
+{
+    const struct {
+        std::size_t Count;
+        Printed Expected;
+    } rows[] = {{0, {"", -1}}, {1, {"a", -1}}, {5, {"ab 12", -1}}, {6, {"ab 123", 6}}, {7, {"ab 123~", 6}}};
+    for (const auto& row : rows)
+        EXPECT_EQ(row.Expected, Counted(row.Count, "%s %d", Wide("ab").c_str(), 123)) << row.Count;
+    EXPECT_EQ((Printed{"", 0}), Counted(0, "%s", Wide("").c_str()));
+    EXPECT_EQ((Printed{"~", 0}), Counted(1, ""));
+    EXPECT_EQ((Printed{"abc", -1}), Counted(3, "abcd"));
+    EXPECT_EQ((Printed{"ab1", -1}), Counted(3, "ab%d", 12));
+    EXPECT_EQ((Printed{"  1", -1}), Counted(3, "%4d", 12));
+    va_list none{};
+    EXPECT_EQ(-1, _vsnwprintf(nullptr, 5, Wide("a").c_str(), none));
+}
+
+TEST(TextFormat, HugeWidthsAndPrecisionsCostOnlyWhatFits)
+{
+    const std::string blanks(10, ' ');
+    const std::string zeros(10, '0');
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ((Printed{blanks, -1}), Counted(10, "%2147483647d", 5));
+        ASSERT_EQ((Printed{blanks, -1}), Counted(10, "%99999999999999999999s", Wide("a").c_str()));
+        ASSERT_EQ((Printed{"5         ", -1}), Counted(10, "%*d", INT_MIN, 5));
+        ASSERT_EQ((Printed{zeros, -1}), Counted(10, "%.*d", INT_MAX, 5));
+        ASSERT_EQ((Printed{"1.00000000", -1}), Counted(10, "%.*f", INT_MAX, 1.0));
+        ASSERT_EQ((Printed{"1.00000000", -1}), Counted(10, "%#.*g", INT_MAX, 1.0));
+        ASSERT_EQ((Printed{"1e-005~", 6}), Counted(10, "%.*g", 1, 1e-5));
+    }
+}
+
+TEST(TextFormat, APrecisionBoundsWhatIsRead)
+{
+    // The text ends where the readable memory ends, without a terminator.
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* const memory = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(MAP_FAILED, memory);
+    char* const end = static_cast<char*>(memory) + page;
+    ASSERT_EQ(0, mprotect(end, page, PROT_NONE));
+    const unsigned short wide[] = {'a', 'b', 'c'};
+    std::memcpy(end - sizeof wide, wide, sizeof wide);
+    EXPECT_EQ("abc|  abc|abc  ", Print("%.3s|%5.3s|%-5.3s", end - sizeof wide, end - sizeof wide, end - sizeof wide));
+    EXPECT_EQ((Printed{"ab", -1}), Counted(2, "%.3s", end - sizeof wide));
+    std::memcpy(end - 3, "ab\xE2", 3);
+    EXPECT_EQ("ab?| ab?", Print("%.3S|%4.3S", end - 3, end - 3));
+    munmap(memory, 2 * page);
+}
+
+TEST(TextFormat, ArgumentsThatAreAtHand)
+{
+    const utility::wstring text = Wide("ab");
+    const DWORD_PTR values[] = {5, reinterpret_cast<DWORD_PTR>(text.c_str()), 0xFE};
+    unsigned short buffer[32]{};
+    layer::UnitWriter out(buffer, 31);
+    layer::FormatArguments arguments(values);
+    const utility::wstring picture = Wide("%*s %x %f %d %s");
+    layer::Format(out, picture.c_str(), arguments);
+    // A floating-point number takes no value, and behind the last stand zeros.
+    EXPECT_EQ("   ab fe f 0 (null)", Narrow({buffer, out.used()}));
+}
+
+}  // namespace

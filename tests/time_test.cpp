@@ -1,0 +1,261 @@
+// Dates and times as text, the machine's short date, and the local time.
+#include "child.h"
+#include "short_date.h"
+#include "support.h"
+#include "without_files.h"
+
+#include <algorithm>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace {
+
+using support::Narrow;
+using support::Wide;
+
+constexpr unsigned short Guard = 0xBEEF;
+constexpr SYSTEMTIME Afternoon{2026, 3, 0, 7, 15, 4, 9, 250};
+
+using Formatter = int (*)(LCID, DWORD, const SYSTEMTIME*, LPCWSTR, LPWSTR, int);
+
+std::string Print(Formatter format, const SYSTEMTIME& time, const char* picture)
+{
+    unsigned short buffer[128]{};
+    const utility::wstring wide = picture != nullptr ? Wide(picture) : utility::wstring();
+    const int units = format(LOCALE_SYSTEM_DEFAULT, 0, &time, picture != nullptr ? wide.c_str() : nullptr, buffer, 128);
+    EXPECT_EQ(units, format(LOCALE_SYSTEM_DEFAULT, 0, &time, picture != nullptr ? wide.c_str() : nullptr, nullptr, 0));
+    return units > 0 ? Narrow({buffer, static_cast<std::size_t>(units) - 1}) : "failed";
+}
+
+TEST(Time, DatePictures)
+{
+    const struct {
+        const char* Picture;
+        const char* Expected;
+    } rows[] = {
+        {"d/M/y", "7/3/26"},         {"dd.MM.yyyy", "07.03.2026"},     {"yyyy-MM-dd", "2026-03-07"},
+        {"ddd d MMM yy", "Sat 7 Mar 26"}, {"dddd, d MMMM yyyy", "Saturday, 7 March 2026"},
+        {"gg yyy", " 2026"},         {"'day' d", "day 7"},             {"''d", "7"},
+        {"d''''M", "7'3"},           {"'o''clock'", "o'clock"},        {"'open d", "open d"},
+        {"h:m", "h:m"},              {"", ""},                         {"'", ""},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.Expected, Print(GetDateFormatW, Afternoon, row.Picture)) << row.Picture;
+    EXPECT_EQ("5 05 2005", Print(GetDateFormatW, {2005, 1, 0, 1, 0, 0, 0, 0}, "y yy yyyy"));
+}
+
+TEST(Time, DaysOfTheWeekFollowFromTheDate)
+{
+    const struct {
+        SYSTEMTIME Date;
+        const char* Day;
+    } rows[] = {{{1970, 1, 0, 1, 0, 0, 0, 0}, "Thursday"},
+                {{2000, 2, 0, 29, 0, 0, 0, 0}, "Tuesday"},
+                {{2024, 12, 0, 31, 0, 0, 0, 0}, "Tuesday"},
+                {{1601, 1, 0, 1, 0, 0, 0, 0}, "Monday"},
+                {{2100, 3, 5, 1, 0, 0, 0, 0}, "Monday"}};
+    for (const auto& row : rows)
+        EXPECT_EQ(row.Day, Print(GetDateFormatW, row.Date, "dddd"));
+}
+
+TEST(Time, TimePictures)
+{
+    const struct {
+        const char* Picture;
+        const char* Expected;
+    } rows[] = {
+        {nullptr, "15:04:09"},        {"HH':'mm':'ss", "15:04:09"}, {"H:m:s", "15:4:9"}, {"h:mm tt", "3:04 PM"},
+        {"hh t", "03 P"},             {"HHH mmm", "15 04"},         {"d.M", "d.M"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.Expected, Print(GetTimeFormatW, Afternoon, row.Picture));
+    EXPECT_EQ("12 AM 0", Print(GetTimeFormatW, {2026, 1, 0, 1, 0, 0, 0, 0}, "h tt H"));
+    EXPECT_EQ("12 PM 12", Print(GetTimeFormatW, {2026, 1, 0, 1, 12, 0, 0, 0}, "h tt H"));
+    EXPECT_EQ("11 PM 23", Print(GetTimeFormatW, {2026, 1, 0, 1, 23, 0, 0, 0}, "h tt H"));
+}
+
+TEST(Time, RoomAndTerminator)
+{
+    const utility::wstring picture = Wide("dd.MM.yyyy");
+    for (int size = 1; size <= 13; ++size) {
+        std::vector<unsigned short> buffer(16, Guard);
+        SetLastError(0);
+        const int result = GetDateFormatW(0, 0, &Afternoon, picture.c_str(), buffer.data(), size);
+        EXPECT_EQ(size < 11 ? 0 : 11, result) << size;
+        EXPECT_EQ(size < 11 ? ERROR_INSUFFICIENT_BUFFER : 0, GetLastError());
+        EXPECT_EQ(Guard, buffer[static_cast<std::size_t>(size)]);
+        if (result != 0) {
+            EXPECT_EQ(0, buffer[10]);
+        }
+    }
+}
+
+TEST(Time, WhatIsNoTimeFails)
+{
+    unsigned short buffer[32];
+    const auto refusal = [&](Formatter format, const SYSTEMTIME& time, DWORD flags = 0, int size = 32) {
+        SetLastError(0);
+        EXPECT_EQ(0, format(LOCALE_SYSTEM_DEFAULT, flags, &time, nullptr, size == 32 ? buffer : nullptr, size));
+        return GetLastError();
+    };
+    const SYSTEMTIME dates[] = {{1600, 1, 0, 1, 0, 0, 0, 0},  {30828, 1, 0, 1, 0, 0, 0, 0}, {2026, 0, 0, 1, 0, 0, 0, 0},
+                                {2026, 13, 0, 1, 0, 0, 0, 0}, {2026, 1, 0, 0, 0, 0, 0, 0},  {2026, 4, 0, 31, 0, 0, 0, 0},
+                                {2026, 2, 0, 29, 0, 0, 0, 0}, {1900, 2, 0, 29, 0, 0, 0, 0}};
+    for (const SYSTEMTIME& date : dates)
+        EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(GetDateFormatW, date));
+    const SYSTEMTIME times[] = {{2026, 1, 0, 1, 24, 0, 0, 0},
+                                {2026, 1, 0, 1, 0, 60, 0, 0},
+                                {2026, 1, 0, 1, 0, 0, 60, 0},
+                                {2026, 1, 0, 1, 0, 0, 0, 1000}};
+    for (const SYSTEMTIME& time : times)
+        EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(GetTimeFormatW, time));
+    for (const Formatter format : {GetDateFormatW, GetTimeFormatW}) {
+        EXPECT_EQ(ERROR_INVALID_FLAGS, refusal(format, Afternoon, 0x40000000));
+        EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(format, Afternoon, 0, -1));
+        EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(format, Afternoon, 0, 31));
+    }
+}
+
+/// The short date of a process that starts with this picture in the store, compared in that process.
+int ShortDateIs(const std::string& picture, const std::string& expected)
+{
+    support::Machine machine;
+    machine.SetRegistry("[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"" + picture + "\"\r\n");
+    return support::Child([&] {
+               const std::string first = Print(GetDateFormatW, Afternoon, nullptr);
+               machine.SetRegistry("");  // read once: a change shows in the next process
+               return first == expected && Print(GetDateFormatW, Afternoon, nullptr) == expected ? 0 : 1;
+           })
+        .Wait();
+}
+
+TEST(Time, TheShortDateIsTheMachines)
+{
+    EXPECT_EQ(0, ShortDateIs("dd.MM.yyyy", "07.03.2026"));
+    EXPECT_EQ(0, ShortDateIs("M/d/yyyy", "3/7/2026"));
+    EXPECT_EQ(0, ShortDateIs("dddd, d MMMM yyyy", "Saturday, 7 March 2026"));
+    EXPECT_EQ(0, ShortDateIs(std::string(80, '-'), std::string(80, '-')));
+    // Beyond the platform's limit it counts as missing.
+    EXPECT_NE(0, ShortDateIs(std::string(81, '-'), std::string(81, '-')));
+}
+
+TEST(Time, AFailedReadOfTheShortDateIsTriedAgain)
+{
+    support::Machine machine;
+    machine.SetRegistry("[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"dd.MM.yyyy\"\r\n");
+    EXPECT_EQ(0, support::Child([] {
+                     const std::string without =
+                         support::WithoutFiles([] { return Print(GetDateFormatW, Afternoon, nullptr); });
+                     const std::string with = Print(GetDateFormatW, Afternoon, nullptr);
+                     return without == "2026-03-07" && with == "07.03.2026" ? 0 : 1;
+                 }).Wait());
+}
+
+TEST(Time, ALongShortDateDoesNotFitTheLogsRoom)
+{
+    support::Machine machine;
+    machine.SetRegistry("[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"dddd, d MMMM yyyy\"\r\n");
+    EXPECT_EQ(0, support::Child([] {
+                     unsigned short buffer[20];
+                     return GetDateFormatW(LOCALE_SYSTEM_DEFAULT, 0, &Afternoon, nullptr, buffer, 20) == 0 &&
+                                    GetLastError() == ERROR_INSUFFICIENT_BUFFER
+                                ? 0
+                                : 1;
+                 }).Wait());
+}
+
+TEST(Time, LocaleFiles)
+{
+    const struct {
+        const char* File;
+        const char* Name;
+    } rows[] = {{"LANG=de_DE.UTF-8\n", "de_DE.UTF-8"},
+                {"# made by setup\nLC_TIME=\"en_GB.UTF-8\"\nLANG=de_DE\n", "en_GB.UTF-8"},
+                {"LANG='fr_FR'  # comment", "fr_FR"},
+                {"LANG=a\nLANG=b\r\n", "b"},
+                {"LC_TIME=\nLANG=C", "C"},
+                {"#LANG=de_DE\nXLANG=de_DE\nLANGUAGE=de", ""},
+                {"", ""}};
+    for (const auto& row : rows)
+        EXPECT_EQ(row.Name, layer::TimeLocaleOf(row.File)) << row.File;
+}
+
+TEST(Time, LocalePictures)
+{
+    const struct {
+        const char* Locale;
+        const char* Picture;
+    } rows[] = {{"%d.%m.%Y", "dd.MM.yyyy"},
+                {"%m/%d/%y", "MM/dd/yy"},
+                {"%-d/%-m/%Y", "d/M/yyyy"},
+                {"%F", "yyyy-MM-dd"},
+                {"%a %e %b %y", "ddd d MMM yy"},
+                {"%d de %m", "dd 'de' MM"},
+                {"d'%d", "'d'''dd"},
+                {"%d\xC3\xA4%m", "dd?MM"},
+                {"%Ey", nullptr},
+                {"%d%", nullptr},
+                {"%-", nullptr},
+                {"\xFF", nullptr},
+                {"", nullptr}};
+    for (const auto& row : rows) {
+        layer::DatePicture picture;
+        ASSERT_EQ(row.Picture != nullptr, layer::TranslateDatePicture(row.Locale, picture)) << row.Locale;
+        if (row.Picture != nullptr) {
+            EXPECT_EQ(row.Picture, Narrow(picture.data()));
+        }
+    }
+    layer::DatePicture picture;
+    EXPECT_TRUE(layer::TranslateDatePicture(std::string(80, '-').c_str(), picture));
+    EXPECT_FALSE(layer::TranslateDatePicture(std::string(81, '-').c_str(), picture));
+}
+
+/// Whether the local time agrees with the C library's, in a process that starts in this zone.
+int LocalTimeAgrees()
+{
+    for (int i = 0; i < 3; ++i) {
+        const std::time_t before = std::time(nullptr);
+        SYSTEMTIME time{};
+        GetLocalTime(&time);
+        const std::time_t after = std::time(nullptr);
+        // The clock may have moved on between the two.
+        bool agrees = false;
+        for (std::time_t at = before - 1; at <= after; ++at) {
+            std::tm parts{};
+            localtime_r(&at, &parts);
+            agrees |= time.wYear == parts.tm_year + 1900 && time.wMonth == parts.tm_mon + 1 &&
+                      time.wDay == parts.tm_mday && time.wDayOfWeek == parts.tm_wday && time.wHour == parts.tm_hour &&
+                      time.wMinute == parts.tm_min && time.wSecond == parts.tm_sec && time.wMilliseconds < 1000;
+        }
+        if (!agrees)
+            return 1;
+    }
+    return 0;
+}
+
+TEST(Time, LocalTimeFollowsTheZone)
+{
+    for (const char* const zone : {"UTC", "<+0545>-5:45", "<-11>11", "<LMT>-1:02:03"}) {
+        const support::Variable variable("TZ", zone);
+        EXPECT_EQ(0, support::Child(LocalTimeAgrees).Wait()) << zone;
+    }
+}
+
+TEST(Time, NullMeansNow)
+{
+    unsigned short buffer[32];
+    const utility::wstring picture = Wide("yyyy-MM-dd");
+    const std::time_t before = std::time(nullptr);
+    ASSERT_EQ(11, GetDateFormatW(LOCALE_SYSTEM_DEFAULT, 0, nullptr, picture.c_str(), buffer, 32));
+    const auto dateAt = [](std::time_t at) {
+        char text[16];
+        std::tm parts{};
+        localtime_r(&at, &parts);
+        return std::string(text, std::strftime(text, sizeof text, "%Y-%m-%d", &parts));
+    };
+    const std::string printed = Narrow(buffer);
+    EXPECT_TRUE(printed == dateAt(before) || printed == dateAt(std::time(nullptr))) << printed;
+}
+
+}  // namespace

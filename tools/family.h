@@ -1,0 +1,102 @@
+// A family of processes that run one program and share one log, in a world of their own.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace tools {
+
+/// A folder of this run alone, gone with the object.
+class ScratchFolder {
+public:
+    explicit ScratchFolder(const std::filesystem::path& parent = std::filesystem::temp_directory_path());
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+    ~ScratchFolder();
+
+    const std::filesystem::path& Path() const { return Folder; }
+
+    /// The folder stays when the object goes.
+    void Keep() { Kept = true; }
+
+    std::filesystem::path operator/(const std::string& name) const { return Folder / name; }
+
+private:
+    std::filesystem::path Folder;
+    bool Kept = false;
+};
+
+/// Maps `size` bytes of the file at `path`, which is made, and filled with zeros, where it is not there. Every
+/// process that maps it sees the same bytes.
+void* MapFile(const std::filesystem::path& path, std::size_t size);
+
+/// What one thread of one process reports to the process that checks it. A report outlives its process.
+struct Report {
+    std::atomic<std::uint32_t> Goal;         // records to write, set before the process starts
+    std::atomic<std::uint32_t> Written;      // number of the last record whose call gave 0
+    std::atomic<std::uint32_t> Timeouts;     // calls that gave 0x80040302
+    std::atomic<std::uint32_t> Failures;     // calls that gave any other code
+    std::atomic<std::uint32_t> LastFailure;  // the last of these codes
+};
+
+/// The reports of all threads of all processes, in a file that they map.
+class Board {
+public:
+    /// Opens the board at `path`, or makes an empty one. Every process names the same sizes.
+    Board(const std::filesystem::path& path, unsigned processes, unsigned threads);
+    Board(const Board&) = delete;
+    Board& operator=(const Board&) = delete;
+    ~Board();
+
+    /// @throws std::out_of_range
+    Report& At(unsigned process, unsigned thread) const;
+
+    unsigned Threads() const { return ThreadCount; }
+
+private:
+    unsigned ProcessCount;
+    unsigned ThreadCount;
+    Report* Reports;
+};
+
+/// Processes of one program, as a rule this one with other arguments. Standard input of each is a pipe that the
+/// family closes when they may leave: so none leaves early, and none outlives a family that died.
+class Family {
+public:
+    explicit Family(std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe"));
+    Family(const Family&) = delete;
+    Family& operator=(const Family&) = delete;
+
+    /// Ends what still runs.
+    ~Family();
+
+    pid_t Start(const std::vector<std::string>& arguments);
+
+    /// SIGKILL, and waits for the end.
+    void Kill(pid_t process);
+
+    /// Whether every process that was started and not killed is still there.
+    bool AllRun() const;
+
+    /// Lets all leave and waits for their ends. False if one ended with another code than 0.
+    bool Leave();
+
+private:
+    void CloseGate();
+
+    std::string Program;
+    int GateIn = -1;   // the children's end
+    int GateOut = -1;  // closes when they may leave
+    std::vector<pid_t> Members;
+};
+
+/// In a member of a family: waits until it may leave.
+void WaitToLeave();
+
+}  // namespace tools

@@ -1,0 +1,368 @@
+// Many processes write one log while some of them are killed, started again and stopped, and every record is
+// accounted for: what was reported written stands in the file once, whole and in its thread's order.
+//
+// Each record's text follows from its mark and the seed, so a single unit that is out of place shows. A call
+// that gave a failure code wrote nothing: the thread tries the same number again, and were the record in the
+// file in spite of the code, the number would stand there twice.
+#include "tessmaru/log.h"
+#include "tessmaru/text.h"
+
+#include "family.h"
+#include "ledger.h"
+#include "log_records.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <map>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <signal.h>
+
+using namespace utility::literals;
+using utilities::CLog;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint32_t TimedOut = 0x80040302;
+constexpr std::string_view OldContent = "left by the family before";
+
+struct Options {
+    unsigned Processes = 8;
+    unsigned Threads = 4;
+    unsigned Records = 10000;  // of each thread, over all incarnations of its process
+    unsigned Kills = 40;
+    unsigned Stops = 0;
+    unsigned Seed = std::random_device()();
+    unsigned Seconds = 300;
+
+    unsigned Incarnations() const { return Processes + Kills; }
+};
+
+/// The text of a record: its mark, and letters whose number and choice follow from the mark. Most texts are
+/// short; some fill the log's buffer of 1022 units.
+std::string TextOf(const tools::Mark& mark, unsigned seed)
+{
+    std::string text = "p" + std::to_string(mark.Process) + " t" + std::to_string(mark.Thread) + " n" +
+                       std::to_string(mark.Number) + " ";
+    std::uint32_t state = seed + mark.Process * 2654435761U + mark.Thread * 40503U + mark.Number * 69069U;
+    const auto next = [&state] { return (state = state * 1664525U + 1013904223U) >> 16; };
+    const std::uint32_t filler = next() % 16 == 0 ? next() % 900 : next() % 120;
+    for (std::uint32_t i = 0; i < filler; ++i)
+        text += static_cast<char>('A' + next() % 26);
+    return text;
+}
+
+// ---- A writing process
+
+LONG WriteRecord(CLog& log, const tools::Mark& mark, const char* text)
+{
+    switch (mark.Number % 4) {
+        case 0: return log.LogError(u"%S"_w, u"Soak"_w, text);
+        case 1: return log.LogWarn(u"%S"_w, u"Soak"_w, text);
+        case 2: return log.LogInfo(u"%S"_w, u"Soak"_w, text);
+        default: return log.LogStatus(u"%S"_w, u"Soak"_w, text);
+    }
+}
+
+void WriteUpToGoal(CLog& log, tools::Mark mark, unsigned seed, tools::Report& report)
+{
+    for (mark.Number = 1; mark.Number <= report.Goal;) {
+        const auto code = static_cast<std::uint32_t>(WriteRecord(log, mark, TextOf(mark, seed).c_str()));
+        if (code == 0) {
+            report.Written = mark.Number++;
+        } else if (code == TimedOut) {
+            ++report.Timeouts;
+        } else {
+            report.LastFailure = code;
+            ++report.Failures;
+            return;
+        }
+    }
+}
+
+int Write(const tools::Board& board, unsigned process, unsigned seed)
+{
+    CLog* log = CLog::GetInstance();
+    if (log == nullptr) {
+        std::fprintf(stderr, "soak: process %u cannot open the log: 0x%08X\n", process,
+                     static_cast<unsigned>(CLog::GetInitError()));
+        return EXIT_FAILURE;
+    }
+    std::vector<std::thread> threads;
+    for (unsigned thread = 0; thread < board.Threads(); ++thread) {
+        threads.emplace_back([&, thread] {
+            WriteUpToGoal(*log, tools::Mark{process, thread, 1}, seed, board.At(process, thread));
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    tools::WaitToLeave();
+    return EXIT_SUCCESS;
+}
+
+// ---- The disturbing process
+
+class Soak {
+public:
+    Soak(const Options& options, const tools::ScratchFolder& scratch)
+        : Given(options), BoardPath(scratch / "board"), Log(scratch / "App.log"), Old(scratch / "Previous App.log"),
+          Board(BoardPath, options.Incarnations(), options.Threads), Killed(options.Incarnations()),
+          Chance(options.Seed), Limit(Clock::now() + std::chrono::seconds(options.Seconds))
+    {
+    }
+
+    void Run()
+    {
+        const auto begin = Clock::now();
+        std::ofstream(Log, std::ios::binary) << OldContent;
+        for (unsigned slot = 0; slot < Given.Processes; ++slot)
+            Start(slot, std::vector<unsigned>(Given.Threads, Given.Records));
+
+        // All processes opened the log at once, so one of them moved the old file aside. From here on this
+        // process holds the log as well, or the last survivor's death would end the family too early.
+        WaitUntil([this] { return AllOpen(); });
+        if (CLog::GetInstance() == nullptr)
+            throw std::runtime_error("the log cannot be opened");
+        for (const Disturbance& disturbance : Plan())
+            Disturb(disturbance);
+        WaitUntil([this] { return Written() >= Total(); });
+        Elapsed = Clock::now() - begin;
+        if (!Members.Leave())
+            throw std::runtime_error("a process did not end as it should");
+    }
+
+    bool Check() const
+    {
+        const tools::LogFile file(Log);
+        tools::Ledger ledger(Board, 0, Incarnation, Killed);
+        std::vector<std::string_view> torn = file.Torn();
+        unsigned closings = 0;
+        for (const tools::Record& record : file.Records()) {
+            if (record.Source.ends_with(" Log")) {
+                closings += record.Text == "Log closing";
+                continue;
+            }
+            const auto mark = tools::ReadMark(record.Text);
+            if (mark && record.Text == TextOf(*mark, Given.Seed))
+                ledger.Enter(*mark);
+            else
+                torn.push_back(record.Line);
+        }
+        const tools::Findings found = ledger.Close();
+        const bool rolled = RolledOver();
+        Print(found, torn, closings, rolled);
+        return found.Sound() && torn.empty() && closings == Given.Processes && rolled && found.Written == Total();
+    }
+
+private:
+    struct Disturbance {
+        std::uint64_t At;  // number of records that stand in the file by then
+        bool Kill;
+    };
+
+    void Start(unsigned slot, const std::vector<unsigned>& goals)
+    {
+        for (unsigned thread = 0; thread < Given.Threads; ++thread)
+            Board.At(Incarnation, thread).Goal = goals[thread];
+        const pid_t process =
+            Members.Start({"--write", BoardPath.string(), std::to_string(Given.Incarnations()),
+                           std::to_string(Given.Threads), std::to_string(Incarnation), std::to_string(Given.Seed)});
+        Slots.resize(Given.Processes);
+        Slots[slot] = {process, Incarnation};
+        ++Incarnation;
+    }
+
+    /// Kills and stops, spread over the whole run.
+    std::vector<Disturbance> Plan()
+    {
+        std::uniform_int_distribution<std::uint64_t> moment(Written(), std::max(Written(), Total() - 1));
+        std::vector<Disturbance> plan;
+        for (unsigned i = 0; i < Given.Kills + Given.Stops; ++i)
+            plan.push_back({moment(Chance), i < Given.Kills});
+        std::sort(plan.begin(), plan.end(), [](const auto& one, const auto& other) { return one.At < other.At; });
+        return plan;
+    }
+
+    void Disturb(const Disturbance& disturbance)
+    {
+        WaitUntil([&] { return Written() >= disturbance.At; });
+        const unsigned slot = std::uniform_int_distribution<unsigned>(0, Given.Processes - 1)(Chance);
+        const pid_t process = Slots[slot].Process;
+        if (!disturbance.Kill) {
+            kill(process, SIGSTOP);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+            kill(process, SIGCONT);
+            return;
+        }
+        Members.Kill(process);
+        const unsigned dead = Slots[slot].Incarnation;
+        Killed[dead] = true;
+        std::vector<unsigned> goals;
+        for (unsigned thread = 0; thread < Given.Threads; ++thread)
+            goals.push_back(Board.At(dead, thread).Goal - Board.At(dead, thread).Written);
+        Start(slot, goals);
+    }
+
+    std::uint64_t Total() const { return std::uint64_t{Given.Processes} * Given.Threads * Given.Records; }
+
+    std::uint64_t Sum(std::atomic<std::uint32_t> tools::Report::*count) const
+    {
+        std::uint64_t sum = 0;
+        for (unsigned process = 0; process < Incarnation; ++process) {
+            for (unsigned thread = 0; thread < Given.Threads; ++thread)
+                sum += Board.At(process, thread).*count;
+        }
+        return sum;
+    }
+
+    std::uint64_t Written() const { return Sum(&tools::Report::Written); }
+
+    bool AllOpen() const
+    {
+        for (unsigned process = 0; process < Given.Processes; ++process) {
+            if (Board.At(process, 0).Written == 0)
+                return false;
+        }
+        return true;
+    }
+
+    template <class Condition>
+    void WaitUntil(Condition condition) const
+    {
+        while (!condition()) {
+            if (!Members.AllRun())
+                throw std::runtime_error("a process ended by itself");
+            if (Sum(&tools::Report::Failures) != 0)
+                throw std::runtime_error("a call failed with " + LastFailure());
+            if (Clock::now() > Limit)
+                throw std::runtime_error("not done in time; " + std::to_string(Written()) + " records written");
+            std::this_thread::sleep_for(std::chrono::microseconds(500));
+        }
+    }
+
+    std::string LastFailure() const
+    {
+        std::uint32_t code = 0;
+        for (unsigned process = 0; process < Incarnation; ++process) {
+            for (unsigned thread = 0; thread < Given.Threads; ++thread)
+                code = std::max<std::uint32_t>(code, Board.At(process, thread).LastFailure);
+        }
+        char text[16];
+        std::snprintf(text, sizeof text, "0x%08X", code);
+        return text;
+    }
+
+    /// Whether exactly the content of before was moved aside.
+    bool RolledOver() const
+    {
+        std::ifstream file(Old, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(file), {}) == OldContent;
+    }
+
+    void Print(const tools::Findings& found, const std::vector<std::string_view>& torn, unsigned closings,
+               bool rolled) const
+    {
+        const double seconds = std::chrono::duration<double>(Elapsed).count();
+        for (const std::string_view line : torn)
+            std::printf("torn: %.*s\n", static_cast<int>(line.size()), line.data());
+        std::printf("written %u of %llu, lost %u, torn %zu, duplicated %u, misplaced %u, unexpected %u\n",
+                    found.Written, static_cast<unsigned long long>(Total()), found.Lost, torn.size(), found.Duplicated,
+                    found.Misplaced, found.Unexpected);
+        std::printf("whole but not reported by killed processes: %u\n", found.Unreported);
+        std::printf("calls that timed out (0x80040302) and were tried again: %llu\n",
+                    static_cast<unsigned long long>(Sum(&tools::Report::Timeouts)));
+        std::printf("closing records: %u of %u; old file moved aside: %s\n", closings, Given.Processes,
+                    rolled ? "yes" : "NO");
+        std::printf("%.2f s, %.0f records/s\n", seconds, static_cast<double>(found.Written) / seconds);
+    }
+
+    struct Slot {
+        pid_t Process = 0;
+        unsigned Incarnation = 0;
+    };
+
+    const Options Given;
+    const std::filesystem::path BoardPath;
+    const std::filesystem::path Log;
+    const std::filesystem::path Old;
+    const tools::Board Board;
+    std::vector<bool> Killed;
+    std::mt19937 Chance;
+    Clock::time_point Limit;
+    Clock::duration Elapsed{};
+    tools::Family Members;
+    std::vector<Slot> Slots;
+    unsigned Incarnation = 0;  // of the next process
+};
+
+void MakeWorld(const tools::ScratchFolder& scratch)
+{
+    const std::string store = scratch / "registry.reg";
+    std::ofstream(store) << "Windows Registry Editor Version 5.00\n\n"
+                            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Orvane Electronics Limited\\Veltrix\\4.09.00-en"
+                            "\\Log\\Application]\n\"FilePath\"=\""
+                         << (scratch / "App.log").string() << "\"\n";
+    setenv("VELTRIX_REGISTRY", store.c_str(), 1);
+    setenv("VELTRIX_RUNTIME", scratch.Path().c_str(), 1);
+}
+
+unsigned Number(const std::string& word)
+{
+    return static_cast<unsigned>(std::stoul(word));
+}
+
+Options ReadOptions(const std::vector<std::string>& words)
+{
+    Options options;
+    const std::map<std::string, unsigned*> places = {
+        {"--processes", &options.Processes}, {"--threads", &options.Threads}, {"--records", &options.Records},
+        {"--kills", &options.Kills},         {"--stops", &options.Stops},     {"--seed", &options.Seed},
+        {"--seconds", &options.Seconds}};
+    for (std::size_t i = 0; i < words.size(); i += 2) {
+        const auto place = places.find(words[i]);
+        if (place == places.end() || i + 1 == words.size())
+            throw std::invalid_argument(
+                "usage: soak [--processes n] [--threads n] [--records n] [--kills n] "
+                "[--stops n] [--seed n] [--seconds n]");
+        *place->second = Number(words[i + 1]);
+    }
+    if (options.Processes == 0 || options.Threads == 0 || options.Records == 0)
+        throw std::invalid_argument("there is nothing to write");
+    return options;
+}
+
+}  // namespace
+
+int main(int count, char** arguments)
+try {
+    const std::vector<std::string> words(arguments + 1, arguments + count);
+    if (words.size() == 6 && words[0] == "--write")
+        return Write(tools::Board(words[1], Number(words[2]), Number(words[3])), Number(words[4]), Number(words[5]));
+
+    const Options options = ReadOptions(words);
+    std::printf("%u processes of %u threads, %u records each, %u kills, %u stops, seed %u\n", options.Processes,
+                options.Threads, options.Records, options.Kills, options.Stops, options.Seed);
+    std::fflush(stdout);
+    tools::ScratchFolder scratch;
+    MakeWorld(scratch);
+    Soak soak(options, scratch);
+    soak.Run();
+    if (soak.Check())
+        return EXIT_SUCCESS;
+    scratch.Keep();
+    std::printf("the files stay in %s\n", scratch.Path().c_str());
+    return EXIT_FAILURE;
+} catch (const std::exception& failure) {
+    std::fprintf(stderr, "soak: %s\n", failure.what());
+    return EXIT_FAILURE;
+}
