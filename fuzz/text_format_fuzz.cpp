@@ -76,8 +76,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Check(measure.used() == out.used() && measure.overrun() == out.overrun());
 
     if (AsksForNumbersOnly(format.get(), size)) {
-        const int result = FormatNumbers(buffer.data(), room, format.get(), number, number, number, number, 1, 2, 3,
-                                         4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16);
+        const int result = FormatNumbers(buffer.data(), room, format.get(), number, number, number, number, 1, 2, 3, 4,
+                                         5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16);
         Check(result >= -1 && result <= static_cast<int>(room));
         for (std::size_t i = room; i < buffer.size(); ++i)
             Check(buffer[i] == Guard);

@@ -63,11 +63,16 @@ TEST(Messages, EscapesNeedNoInserts)
     const struct {
         const char* Template;
         const char* Expected;
-    } rows[] = {{"plain", "plain"},         {"", ""},
-                {"a%%b", "a%b"},            {"a%.%!% b", "a.! b"},
-                {"a%nb", "a\r\nb"},         {"a%rb", "a\rb"},
-                {"a\nb\r\nc\rd", "a\r\nb\r\nc\r\nd"}, {"a%0b", "a"},
-                {"a%qb", "aqb"},            {"end%", "end"},
+    } rows[] = {{"plain", "plain"},
+                {"", ""},
+                {"a%%b", "a%b"},
+                {"a%.%!% b", "a.! b"},
+                {"a%nb", "a\r\nb"},
+                {"a%rb", "a\rb"},
+                {"a\nb\r\nc\rd", "a\r\nb\r\nc\r\nd"},
+                {"a%0b", "a"},
+                {"a%qb", "aqb"},
+                {"end%", "end"},
                 {"!!", "!!"}};
     for (const auto& row : rows)
         EXPECT_EQ((Expanded{row.Expected}), Expand(FORMAT_MESSAGE_FROM_STRING, row.Template, 64, nullptr))
@@ -106,8 +111,8 @@ TEST(Messages, Inserts)
 
     const utility::wstring marks = Wide("%2\n%n");
     EXPECT_EQ((Expanded{"%2\n%n"}), ExpandArray("%1", {Word(marks)}));
-    EXPECT_EQ((Expanded{"Bill 7 Bob 2A"}), ExpandList(FORMAT_MESSAGE_FROM_STRING, "%1 %2!d! %3 %4!X!", bill.c_str(),
-                                                       7, bob.c_str(), 42));
+    EXPECT_EQ((Expanded{"Bill 7 Bob 2A"}),
+              ExpandList(FORMAT_MESSAGE_FROM_STRING, "%1 %2!d! %3 %4!X!", bill.c_str(), 7, bob.c_str(), 42));
     EXPECT_EQ((Expanded{"42 Bob"}), ExpandList(FORMAT_MESSAGE_FROM_STRING, "%2!d! %1", bob.c_str(), 42));
 
     std::vector<DWORD_PTR> all(101, 0);

@@ -326,8 +326,10 @@ TEST_F(Registry, MemoryThatRunsOutIsToldAndForgotten)
         const HKEY key = Open();
         const bool reached = support::AllocationFailed();
         support::FailAllocation(0);
-        if (!reached)
+        if (!reached) {
+            EXPECT_EQ(RegCloseKey(key), 0);
             break;
+        }
         ++failed;
         EXPECT_EQ(key, nullptr);
         EXPECT_EQ(Result, LSTATUS{ERROR_OUTOFMEMORY});

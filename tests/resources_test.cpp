@@ -84,8 +84,8 @@ TEST(Resources, RowsByBlock)
     const struct {
         UINT Number;
         const char* Expected;
-    } rows[] = {{0, "row 0"},     {15, "row 15"}, {256, "row 256"}, {261, "row 261"},
-                {65535, "row 65535"}, {1, ""},    {16, ""},         {65536 + 256, ""}};
+    } rows[] = {{0, "row 0"},         {15, "row 15"}, {256, "row 256"}, {261, "row 261"},
+                {65535, "row 65535"}, {1, ""},        {16, ""},         {65536 + 256, ""}};
     for (const auto& row : rows)
         EXPECT_EQ(row.Expected, Row(file.Content, row.Number)) << row.Number;
 }

@@ -166,7 +166,9 @@ TEST(Strings, RowsOfTheLibraryAndOfOthers)
     EXPECT_EQ(Narrow(genStringFromOwnModule(256)), "SOFTWARE\\Orvane Electronics Limited\\Veltrix\\");
     EXPECT_EQ(Narrow(genStringFromOwnModule(999)), "");
     EXPECT_EQ(Narrow(utility::genStringFromResourceModule(ModuleInstance, 260, nullptr)), "Token Processing");
-    EXPECT_EQ(Narrow(utility::genStringFromResourceModule(nullptr, 260, nullptr)), "");
+    const HINSTANCE without = GetModuleHandleW(u"libc.so.6"_w);
+    ASSERT_NE(without, nullptr);
+    EXPECT_EQ(Narrow(utility::genStringFromResourceModule(without, 260, nullptr)), "");
 }
 
 TEST(TagSpecification, TextsAreExact)

@@ -1,7 +1,7 @@
 // Narrow text and wide text, by code page.
+#include "text_conversion.h"
 #include "child.h"
 #include "support.h"
-#include "text_conversion.h"
 #include "without_files.h"
 
 #include <cstring>
@@ -77,13 +77,13 @@ TEST(TextConversion, WhatHasNoPlaceInUtf8)
         std::string Narrow;
         wstring Wide;
     } rows[] = {
-        {"a\x80z", Units(u"a\uFFFDz")},                       // a tail without its head
-        {"\xC0\x80", Units(u"\uFFFD\uFFFD")},                 // overlong
-        {"\xE0\x80\x80", Units(u"\uFFFD\uFFFD\uFFFD")},       // overlong
-        {"\xED\xA0\x80", Units(u"\uFFFD\uFFFD\uFFFD")},       // a surrogate
+        {"a\x80z", Units(u"a\uFFFDz")},                  // a tail without its head
+        {"\xC0\x80", Units(u"\uFFFD\uFFFD")},            // overlong
+        {"\xE0\x80\x80", Units(u"\uFFFD\uFFFD\uFFFD")},  // overlong
+        {"\xED\xA0\x80", Units(u"\uFFFD\uFFFD\uFFFD")},  // a surrogate
         {"\xF4\x90\x80\x80", Units(u"\uFFFD\uFFFD\uFFFD\uFFFD")},
         {"\xF5", Units(u"\uFFFD")},
-        {"\xE2\x82", Units(u"\uFFFD")},                       // cut off
+        {"\xE2\x82", Units(u"\uFFFD")},  // cut off
         {"\xE2\x82z", Units(u"\uFFFDz")},
         {"\xF0\x9F\x98", Units(u"\uFFFD")},
     };
@@ -102,7 +102,9 @@ TEST(TextConversion, WhatHasNoPlaceInOtherPages)
     EXPECT_EQ("a?b", ToNarrow(Western, Units(u"a\u5B89b")));
     EXPECT_EQ("??", ToNarrow(Western, Units(u"\U0001F600")));
     EXPECT_EQ("?", ToNarrow(UsAscii, {0xD800}));
-    EXPECT_EQ(Units(u"a?b"), ToWide(UsAscii, "a\xE4" "b"));
+    EXPECT_EQ(Units(u"a?b"), ToWide(UsAscii,
+                                    "a\xE4"
+                                    "b"));
     EXPECT_EQ(Units(u"a?"), ToWide(Japanese, "a\x88"));
     EXPECT_EQ(wstring(), ToWide(Japanese, "a\x88", MB_ERR_INVALID_CHARS));
 
@@ -188,16 +190,18 @@ TEST(TextConversion, TheActivePageIsTheMachines)
     const struct {
         const char* Value;
         UINT Page;
-    } rows[] = {{"\"ACP\"=\"1252\"", 1252}, {"\"ACP\"=\"932\"", 932},     {"\"ACP\"=\"65001\"", CP_UTF8},
-                {"", CP_UTF8},              {"\"ACP\"=\"\"", CP_UTF8},    {"\"ACP\"=\"latin\"", CP_UTF8},
-                {"\"ACP\"=\"4711\"", CP_UTF8}, {"\"ACP\"=\"99999999999\"", CP_UTF8}};
+    } rows[] = {{"\"ACP\"=\"1252\"", 1252},     {"\"ACP\"=\"932\"", 932},
+                {"\"ACP\"=\"65001\"", CP_UTF8}, {"", CP_UTF8},
+                {"\"ACP\"=\"\"", CP_UTF8},      {"\"ACP\"=\"latin\"", CP_UTF8},
+                {"\"ACP\"=\"4711\"", CP_UTF8},  {"\"ACP\"=\"99999999999\"", CP_UTF8}};
     for (const auto& row : rows) {
-        EXPECT_EQ(0, WithActivePage(row.Value, [&] {
-                      SetLastError(77);
-                      const bool right = layer::ActiveCodePage() == row.Page && GetLastError() == 77;
-                      setenv("VELTRIX_REGISTRY", "/dev/null", 1);
-                      return right && layer::ActiveCodePage() == row.Page ? 0 : 1;
-                  }))
+        EXPECT_EQ(0, WithActivePage(row.Value,
+                                    [&] {
+                                        SetLastError(77);
+                                        const bool right = layer::ActiveCodePage() == row.Page && GetLastError() == 77;
+                                        setenv("VELTRIX_REGISTRY", "/dev/null", 1);
+                                        return right && layer::ActiveCodePage() == row.Page ? 0 : 1;
+                                    }))
             << row.Value;
     }
 }

@@ -1,6 +1,6 @@
 // Counted formatting: what each picture prints, and where the output ends.
-#include "support.h"
 #include "text_format.h"
+#include "support.h"
 
 #include <climits>
 #include <cmath>
@@ -60,25 +60,44 @@ TEST(TextFormat, Integers)
         int Value;
         const char* Expected;
     } rows[] = {
-        {"%d", 0, "0"},          {"%d", INT_MIN, "-2147483648"},
-        {"%i", -1, "-1"},        {"%u", -1, "4294967295"},
-        {"%o", 8, "10"},         {"%#o", 8, "010"},
-        {"%#o", 0, "0"},         {"%#.0o", 0, "0"},
-        {"%#.3o", 8, "010"},     {"%#08o", 8, "00000010"},
-        {"%x", 0xBEEF, "beef"},  {"%X", 0xBEEF, "BEEF"},
-        {"%#x", 0xBEEF, "0xbeef"}, {"%#X", 0xBEEF, "0XBEEF"},
-        {"%#x", 0, "0"},         {"%#08x", 0xAB, "0x0000ab"},
-        {"%5d|", -42, "  -42|"}, {"%-5d|", -42, "-42  |"},
-        {"%05d", -42, "-0042"},  {"%-05d|", -42, "-42  |"},
-        {"%+d", 42, "+42"},      {"% d", 42, " 42"},
-        {"%+ d", 42, "+42"},     {"%+u", 42, "42"},
-        {"%.4d", -42, "-0042"},  {"%8.4d", 42, "    0042"},
-        {"%08.4d", 42, "    0042"}, {"%.0d", 0, ""},
-        {"%.d", 0, ""},          {"%3.0d", 0, "   "},
-        {"%hd", 0x12345, "9029"}, {"%hd", 0xFFFF, "-1"},
-        {"%hu", -1, "65535"},    {"%hhd", 0x1FF, "-1"},
-        {"%hhu", -1, "255"},     {"%ld", -5, "-5"},
-        {"%lu", -1, "4294967295"}, {"%I32d", -5, "-5"},
+        {"%d", 0, "0"},
+        {"%d", INT_MIN, "-2147483648"},
+        {"%i", -1, "-1"},
+        {"%u", -1, "4294967295"},
+        {"%o", 8, "10"},
+        {"%#o", 8, "010"},
+        {"%#o", 0, "0"},
+        {"%#.0o", 0, "0"},
+        {"%#.3o", 8, "010"},
+        {"%#08o", 8, "00000010"},
+        {"%x", 0xBEEF, "beef"},
+        {"%X", 0xBEEF, "BEEF"},
+        {"%#x", 0xBEEF, "0xbeef"},
+        {"%#X", 0xBEEF, "0XBEEF"},
+        {"%#x", 0, "0"},
+        {"%#08x", 0xAB, "0x0000ab"},
+        {"%5d|", -42, "  -42|"},
+        {"%-5d|", -42, "-42  |"},
+        {"%05d", -42, "-0042"},
+        {"%-05d|", -42, "-42  |"},
+        {"%+d", 42, "+42"},
+        {"% d", 42, " 42"},
+        {"%+ d", 42, "+42"},
+        {"%+u", 42, "42"},
+        {"%.4d", -42, "-0042"},
+        {"%8.4d", 42, "    0042"},
+        {"%08.4d", 42, "    0042"},
+        {"%.0d", 0, ""},
+        {"%.d", 0, ""},
+        {"%3.0d", 0, "   "},
+        {"%hd", 0x12345, "9029"},
+        {"%hd", 0xFFFF, "-1"},
+        {"%hu", -1, "65535"},
+        {"%hhd", 0x1FF, "-1"},
+        {"%hhu", -1, "255"},
+        {"%ld", -5, "-5"},
+        {"%lu", -1, "4294967295"},
+        {"%I32d", -5, "-5"},
         {"%0lX", 0xABC, "ABC"},
     };
     for (const auto& row : rows)
@@ -98,7 +117,8 @@ TEST(TextFormat, SizesTakeWholeArguments)
     EXPECT_EQ("2.5 7", Print("%Lg %d", 2.5L, 7));
     const std::string zeros(2 * sizeof(void*) - 3, '0');
     EXPECT_EQ(zeros + "ABC 7", Print("%p %d", reinterpret_cast<void*>(0xABC), 7));
-    EXPECT_EQ("  " + zeros + "ABC|", Print("%*p|", static_cast<int>(2 * sizeof(void*) + 2), reinterpret_cast<void*>(0xABC)));
+    EXPECT_EQ("  " + zeros + "ABC|",
+              Print("%*p|", static_cast<int>(2 * sizeof(void*) + 2), reinterpret_cast<void*>(0xABC)));
 }
 
 TEST(TextFormat, FloatingPoint)
@@ -156,19 +176,21 @@ TEST(TextFormat, TextsAndCharacters)
         const void* Text;
         const char* Expected;
     } rows[] = {
-        {"%s", wide.c_str(), "wide"},     {"%ls", wide.c_str(), "wide"},      {"%ws", wide.c_str(), "wide"},
-        {"%lS", wide.c_str(), "wide"},    {"%wS", wide.c_str(), "wide"},      {"%S", "narrow", "narrow"},
-        {"%hs", "narrow", "narrow"},      {"%hS", "narrow", "narrow"},        {"%6s|", wide.c_str(), "  wide|"},
+        {"%s", wide.c_str(), "wide"},       {"%ls", wide.c_str(), "wide"},    {"%ws", wide.c_str(), "wide"},
+        {"%lS", wide.c_str(), "wide"},      {"%wS", wide.c_str(), "wide"},    {"%S", "narrow", "narrow"},
+        {"%hs", "narrow", "narrow"},        {"%hS", "narrow", "narrow"},      {"%6s|", wide.c_str(), "  wide|"},
         {"%-6s|", wide.c_str(), "wide  |"}, {"%06s", wide.c_str(), "00wide"}, {"%2s", wide.c_str(), "wide"},
-        {"%.2s", wide.c_str(), "wi"},     {"%5.2s", wide.c_str(), "   wi"},   {"%.0s|", wide.c_str(), "|"},
-        {"%-5.2S|", "narrow", "na   |"},  {"%8S", "narrow", "  narrow"},      {"%s", nullptr, "(null)"},
-        {"%S", nullptr, "(null)"},        {"%.3s", nullptr, "(nu"},           {"%8s", nullptr, "  (null)"},
+        {"%.2s", wide.c_str(), "wi"},       {"%5.2s", wide.c_str(), "   wi"}, {"%.0s|", wide.c_str(), "|"},
+        {"%-5.2S|", "narrow", "na   |"},    {"%8S", "narrow", "  narrow"},    {"%s", nullptr, "(null)"},
+        {"%S", nullptr, "(null)"},          {"%.3s", nullptr, "(nu"},         {"%8s", nullptr, "  (null)"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(row.Expected, Print(row.Picture, row.Text)) << row.Picture;
     EXPECT_EQ("A B C D E", Print("%c %C %hc %lc %hC", 'A', 'B', 'C', 'D', 'E'));
     EXPECT_EQ("  A|B  |", Print("%3c|%-3c|", 'A', 'B'));
-    EXPECT_EQ("a?b", Print("%hs", "a\xFF" "b"));
+    EXPECT_EQ("a?b", Print("%hs",
+                           "a\xFF"
+                           "b"));
     EXPECT_EQ("?", Print("%C", 0xE4));
     EXPECT_EQ((Printed{"a~b~", 3}), Counted(8, "a%cb", 0));
 }
@@ -209,9 +231,9 @@ TEST(TextFormat, WhatIsNoConversionStandsForItself)
     const struct {
         const char* Picture;
         const char* Expected;
-    } rows[] = {{"%%", "%"},    {"%5%", "%"},   {"100%", "100"}, {"%", ""},       {"%-08.3", ""}, {"%l", ""},
-                {"%y7", "y7"},  {"%ly", "y"},   {"%n", "n"},     {"%hn", "n"},    {"%!", "!"},    {"%I64", ""},
-                {"%-5k|", "k|"}, {"a%%b", "a%b"}, {"%.y", "y"},  {"%I6d", "6d"}};
+    } rows[] = {{"%%", "%"},     {"%5%", "%"},    {"100%", "100"}, {"%", ""},     {"%-08.3", ""}, {"%l", ""},
+                {"%y7", "y7"},   {"%ly", "y"},    {"%n", "n"},     {"%hn", "n"},  {"%!", "!"},    {"%I64", ""},
+                {"%-5k|", "k|"}, {"a%%b", "a%b"}, {"%.y", "y"},    {"%I6d", "6d"}};
     for (const auto& row : rows)
         EXPECT_EQ(row.Expected, Print(row.Picture)) << row.Picture;
     // None of them takes an argument.

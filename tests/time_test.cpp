@@ -34,11 +34,20 @@ TEST(Time, DatePictures)
         const char* Picture;
         const char* Expected;
     } rows[] = {
-        {"d/M/y", "7/3/26"},         {"dd.MM.yyyy", "07.03.2026"},     {"yyyy-MM-dd", "2026-03-07"},
-        {"ddd d MMM yy", "Sat 7 Mar 26"}, {"dddd, d MMMM yyyy", "Saturday, 7 March 2026"},
-        {"gg yyy", " 2026"},         {"'day' d", "day 7"},             {"''d", "7"},
-        {"d''''M", "7'3"},           {"'o''clock'", "o'clock"},        {"'open d", "open d"},
-        {"h:m", "h:m"},              {"", ""},                         {"'", ""},
+        {"d/M/y", "7/3/26"},
+        {"dd.MM.yyyy", "07.03.2026"},
+        {"yyyy-MM-dd", "2026-03-07"},
+        {"ddd d MMM yy", "Sat 7 Mar 26"},
+        {"dddd, d MMMM yyyy", "Saturday, 7 March 2026"},
+        {"gg yyy", " 2026"},
+        {"'day' d", "day 7"},
+        {"''d", "7"},
+        {"d''''M", "7'3"},
+        {"'o''clock'", "o'clock"},
+        {"'open d", "open d"},
+        {"h:m", "h:m"},
+        {"", ""},
+        {"'", ""},
     };
     for (const auto& row : rows)
         EXPECT_EQ(row.Expected, Print(GetDateFormatW, Afternoon, row.Picture)) << row.Picture;
@@ -65,8 +74,8 @@ TEST(Time, TimePictures)
         const char* Picture;
         const char* Expected;
     } rows[] = {
-        {nullptr, "15:04:09"},        {"HH':'mm':'ss", "15:04:09"}, {"H:m:s", "15:4:9"}, {"h:mm tt", "3:04 PM"},
-        {"hh t", "03 P"},             {"HHH mmm", "15 04"},         {"d.M", "d.M"},
+        {nullptr, "15:04:09"}, {"HH':'mm':'ss", "15:04:09"}, {"H:m:s", "15:4:9"}, {"h:mm tt", "3:04 PM"},
+        {"hh t", "03 P"},      {"HHH mmm", "15 04"},         {"d.M", "d.M"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(row.Expected, Print(GetTimeFormatW, Afternoon, row.Picture));
@@ -99,8 +108,9 @@ TEST(Time, WhatIsNoTimeFails)
         EXPECT_EQ(0, format(LOCALE_SYSTEM_DEFAULT, flags, &time, nullptr, size == 32 ? buffer : nullptr, size));
         return GetLastError();
     };
-    const SYSTEMTIME dates[] = {{1600, 1, 0, 1, 0, 0, 0, 0},  {30828, 1, 0, 1, 0, 0, 0, 0}, {2026, 0, 0, 1, 0, 0, 0, 0},
-                                {2026, 13, 0, 1, 0, 0, 0, 0}, {2026, 1, 0, 0, 0, 0, 0, 0},  {2026, 4, 0, 31, 0, 0, 0, 0},
+    const SYSTEMTIME dates[] = {{1600, 1, 0, 1, 0, 0, 0, 0},  {30828, 1, 0, 1, 0, 0, 0, 0},
+                                {2026, 0, 0, 1, 0, 0, 0, 0},  {2026, 13, 0, 1, 0, 0, 0, 0},
+                                {2026, 1, 0, 0, 0, 0, 0, 0},  {2026, 4, 0, 31, 0, 0, 0, 0},
                                 {2026, 2, 0, 29, 0, 0, 0, 0}, {1900, 2, 0, 29, 0, 0, 0, 0}};
     for (const SYSTEMTIME& date : dates)
         EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(GetDateFormatW, date));
@@ -121,7 +131,8 @@ TEST(Time, WhatIsNoTimeFails)
 int ShortDateIs(const std::string& picture, const std::string& expected)
 {
     support::Machine machine;
-    machine.SetRegistry("[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"" + picture + "\"\r\n");
+    machine.SetRegistry("[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"" + picture +
+                        "\"\r\n");
     return support::Child([&] {
                const std::string first = Print(GetDateFormatW, Afternoon, nullptr);
                machine.SetRegistry("");  // read once: a change shows in the next process
@@ -155,7 +166,8 @@ TEST(Time, AFailedReadOfTheShortDateIsTriedAgain)
 TEST(Time, ALongShortDateDoesNotFitTheLogsRoom)
 {
     support::Machine machine;
-    machine.SetRegistry("[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"dddd, d MMMM yyyy\"\r\n");
+    machine.SetRegistry(
+        "[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"dddd, d MMMM yyyy\"\r\n");
     EXPECT_EQ(0, support::Child([] {
                      unsigned short buffer[20];
                      return GetDateFormatW(LOCALE_SYSTEM_DEFAULT, 0, &Afternoon, nullptr, buffer, 20) == 0 &&

@@ -138,8 +138,8 @@ CharsetName NameOf(UINT codePage)
         UINT CodePage;
         const char* Name;
     };
-    static constexpr Entry named[] = {{20127, "US-ASCII"}, {20866, "KOI8-R"},  {20932, "EUC-JP"}, {21866, "KOI8-U"},
-                                      {51932, "EUC-JP"},   {51936, "EUC-CN"},  {51949, "EUC-KR"}, {54936, "GB18030"},
+    static constexpr Entry named[] = {{20127, "US-ASCII"}, {20866, "KOI8-R"},   {20932, "EUC-JP"}, {21866, "KOI8-U"},
+                                      {51932, "EUC-JP"},   {51936, "EUC-CN"},   {51949, "EUC-KR"}, {54936, "GB18030"},
                                       {1361, "JOHAB"},     {10000, "MACINTOSH"}};
     CharsetName name{};
     const auto found = std::find_if(std::begin(named), std::end(named),

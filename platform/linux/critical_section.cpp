@@ -36,7 +36,7 @@ void EnterCriticalSection(CRITICAL_SECTION* section)
         ++section->RecursionCount;
         return;
     }
-    layer::LockWord(Word(section), layer::Deadline(INFINITE));
+    layer::LockWord(Word(section));
     Owner(section).store(Me(), std::memory_order_relaxed);
     section->RecursionCount = 1;
 }

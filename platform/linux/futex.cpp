@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
-#include <limits>
 #include <linux/futex.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -15,6 +14,7 @@ namespace {
 
 constexpr std::int64_t NanosecondsPerSecond = 1'000'000'000;
 constexpr std::int64_t NanosecondsPerMillisecond = 1'000'000;
+constexpr std::int64_t LongSleep = 3600 * NanosecondsPerSecond;
 constexpr std::uint32_t Locked = 1;
 constexpr std::uint32_t Contended = 2;
 constexpr unsigned GenerationShift = 2;
@@ -44,19 +44,16 @@ long Futex(std::atomic<std::uint32_t>& word, int operation, std::uint32_t value,
 
 namespace layer {
 
-Deadline::Deadline(std::uint32_t milliseconds) : Never(milliseconds == INFINITE)
+std::int64_t Deadline::Left(std::int64_t limit)
 {
-    if (!Never && milliseconds != 0)
-        Nanoseconds = Now() + milliseconds * NanosecondsPerMillisecond;
-}
-
-std::int64_t Deadline::Left(std::int64_t limit) const
-{
-    if (Never)
+    if (Milliseconds == INFINITE)
         return limit;
-    if (Nanoseconds == 0)
+    if (Milliseconds == 0)
         return 0;
-    return std::clamp<std::int64_t>(Nanoseconds - Now(), 0, limit);
+    const std::int64_t now = Now();
+    if (End == 0)
+        End = now + Milliseconds * NanosecondsPerMillisecond;
+    return std::clamp<std::int64_t>(End - now, 0, limit);
 }
 
 bool FutexWait(std::atomic<std::uint32_t>& word, std::uint32_t expected, std::int64_t nanoseconds, Reach reach)
@@ -71,12 +68,12 @@ void FutexWake(std::atomic<std::uint32_t>& word, Reach reach)
     Futex(word, FUTEX_WAKE, 1, nullptr, reach);
 }
 
-bool LockWord(std::atomic<std::uint32_t>& word, const Deadline& deadline)
+void LockWord(std::atomic<std::uint32_t>& word)
 {
     const std::uint32_t generation = ForkGeneration() << GenerationShift;
     std::uint32_t seen = 0;
     if (word.compare_exchange_strong(seen, generation | Locked, std::memory_order_acquire))
-        return true;
+        return;
     for (;;) {
         const bool free = seen == 0 || seen >> GenerationShift != generation >> GenerationShift;
         // Whoever has waited leaves the mark of waiting, as others may still sleep.
@@ -84,12 +81,9 @@ bool LockWord(std::atomic<std::uint32_t>& word, const Deadline& deadline)
             if (!word.compare_exchange_weak(seen, generation | Contended, std::memory_order_acquire))
                 continue;
             if (free)
-                return true;
+                return;
         }
-        const std::int64_t left = deadline.Left(std::numeric_limits<std::int32_t>::max() * NanosecondsPerMillisecond);
-        if (left == 0)
-            return false;
-        FutexWait(word, generation | Contended, left, Reach::process);
+        FutexWait(word, generation | Contended, LongSleep, Reach::process);
         seen = word.load(std::memory_order_relaxed);
     }
 }

@@ -10,7 +10,7 @@ using layer::UnitWriter;
 
 constexpr DWORD WidthMask = 0xFF;
 constexpr std::size_t MaxInsert = 99;
-constexpr std::size_t MaxStars = 2;         // in one picture: its width and its precision
+constexpr std::size_t MaxStars = 2;  // in one picture: its width and its precision
 constexpr std::size_t MaxPictureUnits = 31;
 
 /// The inserts of one call, fetched up to the highest number asked for.

@@ -1,13 +1,17 @@
 // Mutexes: owned by a thread, recursive, known by name on the whole machine.
 //
-// A process has one object a name, with two locks in a row. The first is the process's own and keeps its
-// threads apart, whatever other processes do to the second, which is the shared page.
+// A process has one object a name. What excludes is the word of the shared page, or one of the object's own where
+// there is no name; it names the owning process. Which thread that is stands in the object, where no other process
+// can write: two threads of a process never both own a mutex, whatever happens to the word.
+#include "futex.h"
 #include "process.h"
 #include "security.h"
 #include "shared_page.h"
 
-#include <algorithm>
+#include <chrono>
+#include <iterator>
 #include <new>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -16,6 +20,11 @@ using layer::Deadline;
 using layer::SharedPage;
 using layer::Text;
 using layer::TextView;
+
+// Long enough that handing over never asks the kernel, short enough for a record that waits one second.
+constexpr std::int64_t FirstSleep = 5'000'000;
+constexpr std::int64_t FurtherSleep = 50'000'000;
+constexpr std::int64_t ShortSleep = 1'000'000;
 
 class NamedMutex final : public layer::Object {
 public:
@@ -33,14 +42,19 @@ public:
     NamedMutex* Next = nullptr;
 
 private:
-    DWORD AcquirePage(const Deadline& deadline);
-    void ReleasePage(bool abandoned);
-    void SetOwner();
+    std::atomic<std::uint32_t>* Word() { return Name.empty() ? &OwnWord : Page.Word(); }
+    std::uint32_t Number() const { return Name.empty() ? 1 : Page.Number(); }
+    layer::Reach Reach() const { return Name.empty() ? layer::Reach::process : layer::Reach::machine; }
+
+    DWORD Contend(std::atomic<std::uint32_t>& word, Deadline& deadline);
+    bool OwnerIsGone(std::uint32_t seen);
+    bool BecomeOwner();
+    bool WaitToBecomeOwner(Deadline& deadline);
+    void LetGo(std::uint32_t leaving);
 
     std::atomic<std::uintptr_t> Owner{0};
     std::uint32_t Recursion = 0;  // the owner's
-    std::atomic<std::uint32_t> Local{0};
-    bool LocallyAbandoned = false;  // of a mutex without a name; under Local
+    std::atomic<std::uint32_t> OwnWord{0};
     SharedPage Page;
     Text Name;
 };
@@ -53,7 +67,7 @@ std::atomic<std::uint32_t> openingWord{0};
 
 class OpeningLock {
 public:
-    OpeningLock() { layer::LockWord(openingWord, Deadline(INFINITE)); }
+    OpeningLock() { layer::LockWord(openingWord); }
     OpeningLock(const OpeningLock&) = delete;
     OpeningLock& operator=(const OpeningLock&) = delete;
     ~OpeningLock() { layer::UnlockWord(openingWord); }
@@ -80,19 +94,13 @@ DWORD NamedMutex::Open(TextView name, const SECURITY_ATTRIBUTES* attributes, boo
             return error;
     }
     if (owned && isNew) {
-        layer::LockWord(Local, Deadline(INFINITE));
-        SetOwner();
+        Word()->store(Number(), std::memory_order_relaxed);
+        BecomeOwner();
     }
     const std::lock_guard<std::mutex> guard(layer::TableLock());
     Next = mutexes;
     mutexes = this;
     return ERROR_SUCCESS;
-}
-
-void NamedMutex::SetOwner()
-{
-    Owner.store(layer::CurrentThread(), std::memory_order_relaxed);
-    Recursion = 1;
 }
 
 DWORD NamedMutex::Wait(DWORD milliseconds)
@@ -101,34 +109,85 @@ DWORD NamedMutex::Wait(DWORD milliseconds)
         ++Recursion;
         return WAIT_OBJECT_0;
     }
+    std::atomic<std::uint32_t>* const word = Word();
+    if (word == nullptr)
+        return layer::Fail(ERROR_INVALID_HANDLE, WAIT_FAILED);
     if (!layer::WatchThreadEnd())
         return layer::Fail(ERROR_OUTOFMEMORY, WAIT_FAILED);
-    const Deadline deadline(milliseconds);
-    if (!layer::LockWord(Local, deadline))
-        return WAIT_TIMEOUT;
-    const DWORD result = AcquirePage(deadline);
-    if (result == WAIT_OBJECT_0 || result == WAIT_ABANDONED)
-        SetOwner();
-    else
-        layer::UnlockWord(Local);
-    return result;
+    Deadline deadline(milliseconds);
+    std::uint32_t nobody = 0;
+    DWORD result = WAIT_OBJECT_0;
+    if (!word->compare_exchange_strong(nobody, Number(), std::memory_order_acquire))
+        result = Contend(*word, deadline);
+    if (result == WAIT_TIMEOUT || BecomeOwner() || WaitToBecomeOwner(deadline))
+        return result;
+    return WAIT_TIMEOUT;
 }
 
-DWORD NamedMutex::AcquirePage(const Deadline& deadline)
+/// Waits until the word names this process.
+DWORD NamedMutex::Contend(std::atomic<std::uint32_t>& word, Deadline& deadline)
 {
-    if (!Name.empty())
-        return Page.Acquire(deadline);
-    return std::exchange(LocallyAbandoned, false) ? WAIT_ABANDONED : WAIT_OBJECT_0;
+    std::uint32_t seen = word.load(std::memory_order_relaxed);
+    std::int64_t sleep = FirstSleep;
+    bool askForOwner = deadline.Left(sleep) == 0;
+    for (;;) {
+        if ((seen & SharedPage::NumberMask) == 0) {
+            // Whoever has waited leaves the mark of waiting, as others may still sleep.
+            if (word.compare_exchange_weak(seen, Number() | SharedPage::Waiting, std::memory_order_acquire))
+                return (seen & SharedPage::Abandoned) == 0 ? WAIT_OBJECT_0 : WAIT_ABANDONED;
+            continue;
+        }
+        if (askForOwner && OwnerIsGone(seen))
+            return WAIT_ABANDONED;
+        const std::int64_t left = deadline.Left(sleep);
+        if (left == 0)
+            return WAIT_TIMEOUT;
+        const std::uint32_t marked = seen | SharedPage::Waiting;
+        if (seen != marked && !word.compare_exchange_weak(seen, marked, std::memory_order_relaxed))
+            continue;
+        askForOwner = !layer::FutexWait(word, marked, left, Reach());
+        if (askForOwner)
+            sleep = FurtherSleep;
+        seen = word.load(std::memory_order_relaxed);
+    }
 }
 
-void NamedMutex::ReleasePage(bool abandoned)
+/// Takes the word of an owner that has gone: another process's that is dead, or this one's where none of its
+/// threads owns it, because somebody else wrote the word.
+bool NamedMutex::OwnerIsGone(std::uint32_t seen)
 {
-    Owner.store(0, std::memory_order_relaxed);
-    if (Name.empty())
-        LocallyAbandoned = abandoned;
-    else
-        Page.Release(abandoned);
-    layer::UnlockWord(Local);
+    if ((seen & SharedPage::NumberMask) != Number())
+        return !Name.empty() && Page.TakeFromDead(seen);
+    return Owner.load(std::memory_order_relaxed) == 0 &&
+           Word()->compare_exchange_strong(seen, Number() | SharedPage::Waiting, std::memory_order_acquire);
+}
+
+bool NamedMutex::BecomeOwner()
+{
+    std::uintptr_t nobody = 0;
+    if (!Owner.compare_exchange_strong(nobody, layer::CurrentThread(), std::memory_order_acquire))
+        return false;
+    Recursion = 1;
+    return true;
+}
+
+/// The word says that the mutex is free, and a thread of this process has it: somebody else wrote the word.
+bool NamedMutex::WaitToBecomeOwner(Deadline& deadline)
+{
+    while (deadline.Left(ShortSleep) > 0) {
+        std::this_thread::sleep_for(std::chrono::nanoseconds(ShortSleep));
+        if (BecomeOwner())
+            return true;
+    }
+    return false;
+}
+
+void NamedMutex::LetGo(std::uint32_t leaving)
+{
+    Owner.store(0, std::memory_order_release);
+    std::atomic<std::uint32_t>* const word = Word();
+    if (word != nullptr && (word->exchange(leaving, std::memory_order_release) & SharedPage::Waiting) != 0)
+        layer::FutexWake(*word, Reach());
 }
 
 bool NamedMutex::Release()
@@ -136,21 +195,21 @@ bool NamedMutex::Release()
     if (Owner.load(std::memory_order_relaxed) != layer::CurrentThread())
         return false;
     if (--Recursion == 0)
-        ReleasePage(false);
+        LetGo(0);
     return true;
 }
 
 void NamedMutex::ReopenAfterFork()
 {
     Owner = 0;
-    Local = 0;
+    OwnWord = 0;
     Page.ReopenAfterFork();
 }
 
 void NamedMutex::AbandonIfOwnedBy(std::uintptr_t thread)
 {
     if (thread != 0 && Owner.load(std::memory_order_relaxed) == thread)
-        ReleasePage(true);
+        LetGo(SharedPage::Abandoned);
 }
 
 NamedMutex* FindMutex(HANDLE handle)

@@ -117,9 +117,10 @@ void* MapGuarded(int file)
     return nullptr;
 }
 
-void SetGuardedFile(void* page, int file)
+bool RemapGuarded(void* page, int file)
 {
     places[PlaceOf(page)].File.store(file, std::memory_order_relaxed);
+    return mmap(page, PageBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0) != MAP_FAILED;
 }
 
 void UnmapGuarded(void* page)

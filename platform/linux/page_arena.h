@@ -12,8 +12,9 @@ constexpr std::size_t PageBytes = 4096;
 /// the process; `file` has to stay open.
 void* MapGuarded(int file);
 
-/// The page's file is now to be reached through `file`.
-void SetGuardedFile(void* page, int file);
+/// Maps the page anew through another descriptor of its file. Until then the page keeps the descriptor's open
+/// file description alive, also where that is closed. False with `errno`.
+bool RemapGuarded(void* page, int file);
 
 void UnmapGuarded(void* page);
 

@@ -13,7 +13,6 @@ namespace {
 
 // A record needs both ids, and each costs a system call; they change by `fork` alone.
 std::atomic<DWORD> processId{0};
-thread_local DWORD threadId = 0;
 
 std::atomic<std::uint32_t> forkGeneration{0};
 std::mutex tableLock;
@@ -31,7 +30,7 @@ void AfterForkInParent()
 void AfterForkInChild()
 {
     processId = 0;
-    threadId = 0;
+    layer::threadId = 0;
     forkGeneration.fetch_add(1, std::memory_order_relaxed);
     layer::ReopenMutexesAfterFork();
     tableLock.unlock();
@@ -69,6 +68,8 @@ std::atomic<ThreadEndKey*> threadEndKey{nullptr};
 
 namespace layer {
 
+constinit thread_local DWORD threadId = 0;
+
 std::mutex& TableLock()
 {
     return tableLock;
@@ -83,11 +84,6 @@ bool WatchForks()
 std::uint32_t ForkGeneration()
 {
     return forkGeneration.load(std::memory_order_relaxed);
-}
-
-std::uintptr_t CurrentThread()
-{
-    return reinterpret_cast<std::uintptr_t>(&threadId);
 }
 
 bool WatchThreadEnd()
@@ -134,11 +130,11 @@ DWORD GetCurrentProcessId()
 
 DWORD GetCurrentThreadId()
 {
-    if (threadId == 0) {
+    if (layer::threadId == 0) {
         layer::WatchForks();
-        threadId = static_cast<DWORD>(syscall(SYS_gettid));
+        layer::threadId = static_cast<DWORD>(syscall(SYS_gettid));
     }
-    return threadId;
+    return layer::threadId;
 }
 
 void OutputDebugStringW(LPCWSTR text)

@@ -23,18 +23,11 @@
 
 namespace {
 
-constexpr std::uint32_t Waiting = 1U << 31;
-constexpr std::uint32_t Abandoned = 1U << 30;
-constexpr std::uint32_t SlotMask = Abandoned - 1;
 constexpr std::uint32_t Slots = 0xFFFF;
 constexpr off_t OpenByte = 0;
 constexpr int OpenFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
 
 constexpr std::uint32_t Mark = 0x314D5556;  // "VUM1"
-
-// Long enough that handing over never asks the kernel, short enough for a record that waits one second.
-constexpr std::int64_t FirstSleep = 5'000'000;
-constexpr std::int64_t FurtherSleep = 50'000'000;
 
 struct Record {
     std::uint32_t Mark;
@@ -165,9 +158,9 @@ SharedPage::~SharedPage()
     Close();
 }
 
-std::atomic<std::uint32_t>& SharedPage::Word() const
+std::atomic<std::uint32_t>* SharedPage::Word() const
 {
-    return static_cast<Record*>(Page)->Word;
+    return Page == nullptr ? nullptr : &static_cast<Record*>(Page)->Word;
 }
 
 DWORD SharedPage::Open(TextView name, FileMode mode, bool owned, bool& isNew)
@@ -243,7 +236,7 @@ DWORD SharedPage::OpenLocked(TextView name, bool owned, bool& isNew)
     if (const DWORD error = TakeSlot(); error != ERROR_SUCCESS)
         return error;
     if (isNew && owned)
-        Word().store(Slot, std::memory_order_relaxed);
+        Word()->store(Slot, std::memory_order_relaxed);
     return ERROR_SUCCESS;
 }
 
@@ -260,9 +253,9 @@ DWORD SharedPage::TakeSlot()
         }
         Slot = slot;
         // The number's last bearer may have died as the owner.
-        std::uint32_t seen = Word().load(std::memory_order_relaxed);
-        while ((seen & SlotMask) == slot &&
-               !Word().compare_exchange_weak(seen, (seen & Waiting) | Abandoned, std::memory_order_acquire)) {
+        std::uint32_t seen = Word()->load(std::memory_order_relaxed);
+        while ((seen & NumberMask) == slot &&
+               !Word()->compare_exchange_weak(seen, (seen & Waiting) | Abandoned, std::memory_order_acquire)) {
         }
         return ERROR_SUCCESS;
     }
@@ -273,9 +266,9 @@ void SharedPage::ReopenAfterFork()
 {
     if (Page == nullptr)
         return;
-    // The inherited description keeps the parent's number alive, so it has to go, but not before the child has
-    // a number: the page would be nobody's for a moment if the parent died. With all descriptors used there
-    // is no other way.
+    // The inherited description keeps the parent's number alive, so it has to go, and the mapping that holds on
+    // to it; but not before the child has a number: the page would be nobody's for a moment if the parent
+    // died. With all descriptors used there is no other way.
     int inherited = File;
     const bool named = SameFile(inherited, Path);
     File = open(OwnName(inherited), O_RDWR | O_CLOEXEC);
@@ -283,63 +276,22 @@ void SharedPage::ReopenAfterFork()
         close(std::exchange(inherited, -1));
         File = open(Path.c_str(), OpenFlags);
     }
-    SetGuardedFile(Page, File);
     Slot = 0;
-    const bool taken = File >= 0 && TakeSlot() == ERROR_SUCCESS;
+    const bool taken = File >= 0 && TakeSlot() == ERROR_SUCCESS && RemapGuarded(Page, File);
     if (inherited >= 0)
         close(inherited);
     if (!taken)
         Close();
 }
 
-DWORD SharedPage::Acquire(const Deadline& deadline)
-{
-    if (Page == nullptr)
-        return Fail(ERROR_INVALID_HANDLE, WAIT_FAILED);
-    std::uint32_t seen = 0;
-    if (Word().compare_exchange_strong(seen, Slot, std::memory_order_acquire))
-        return WAIT_OBJECT_0;
-    std::int64_t sleep = FirstSleep;
-    bool askForOwner = deadline.Left(sleep) == 0;
-    for (;;) {
-        const std::uint32_t owner = seen & SlotMask;
-        // This process's own number while none of its threads is here: somebody else wrote it.
-        if (owner == 0 || owner == Slot) {
-            if (!Word().compare_exchange_weak(seen, Slot | Waiting, std::memory_order_acquire))
-                continue;
-            return owner == 0 && (seen & Abandoned) == 0 ? WAIT_OBJECT_0 : WAIT_ABANDONED;
-        }
-        if (askForOwner && TakeFromDead(seen))
-            return WAIT_ABANDONED;
-        const std::int64_t left = deadline.Left(sleep);
-        if (left == 0)
-            return WAIT_TIMEOUT;
-        if ((seen & Waiting) == 0 &&
-            !Word().compare_exchange_weak(seen, seen | Waiting, std::memory_order_relaxed))
-            continue;
-        askForOwner = !FutexWait(Word(), seen | Waiting, left, Reach::machine);
-        if (askForOwner)
-            sleep = FurtherSleep;
-        seen = Word().load(std::memory_order_relaxed);
-    }
-}
-
 bool SharedPage::TakeFromDead(std::uint32_t seen)
 {
-    const off_t ownerByte = seen & SlotMask;
+    const off_t ownerByte = seen & NumberMask;
     if (!TryLockByte(File, ownerByte))
         return false;
-    const bool taken = Word().compare_exchange_strong(seen, Slot | Waiting, std::memory_order_acquire);
+    const bool taken = Word()->compare_exchange_strong(seen, Slot | Waiting, std::memory_order_acquire);
     UnlockByte(File, ownerByte);
     return taken;
-}
-
-void SharedPage::Release(bool abandoned)
-{
-    if (Page == nullptr)
-        return;
-    if ((Word().exchange(abandoned ? Abandoned : 0, std::memory_order_release) & Waiting) != 0)
-        FutexWake(Word(), Reach::machine);
 }
 
 /// Leaves the page; the last user removes the file, where it may.
@@ -350,8 +302,13 @@ void SharedPage::Close()
     Page = nullptr;
     if (File < 0)
         return;
-    if (Slot != 0 && TryLockByte(File, OpenByte) && !HasUsers(File) && SameFile(File, Path))
-        unlink(Path.c_str());
+    if (Slot != 0) {
+        if (TryLockByte(File, OpenByte) && !HasUsers(File) && SameFile(File, Path))
+            unlink(Path.c_str());
+        // By hand, as a process that is just being started may share the description for a moment.
+        UnlockByte(File, Slot);
+        UnlockByte(File, OpenByte);
+    }
     close(File);
     File = -1;
     Slot = 0;

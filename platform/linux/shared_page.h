@@ -6,9 +6,9 @@
 // is cut off is put back.
 #pragma once
 
-#include "futex.h"
 #include "security.h"
 
+#include <atomic>
 #include <string>
 
 namespace layer {
@@ -31,19 +31,25 @@ public:
     /// that cannot be had is lost: Acquire fails.
     void ReopenAfterFork();
 
-    /// Waits until this process owns the page; one thread of the process at a time.
-    DWORD Acquire(const Deadline& deadline);
+    /// The word of an open page, which has to be asked for anew after a `fork`; null for a lost one.
+    std::atomic<std::uint32_t>* Word() const;
 
-    /// Gives the page up; `abandoned` lets the next owner know that this one did not mean to.
-    void Release(bool abandoned);
+    /// What the word holds while this process owns the page.
+    std::uint32_t Number() const { return Slot; }
+
+    /// Takes the page for this process if its owner is dead and the word still holds `seen`.
+    bool TakeFromDead(std::uint32_t seen);
+
+    // The word beside the owner's number.
+    static constexpr std::uint32_t Waiting = 1U << 31;
+    static constexpr std::uint32_t Abandoned = 1U << 30;
+    static constexpr std::uint32_t NumberMask = Abandoned - 1;
 
 private:
     DWORD OpenFile(FileMode mode);
     DWORD OpenLocked(TextView name, bool owned, bool& isNew);
     DWORD TakeSlot();
-    bool TakeFromDead(std::uint32_t seen);
     void Close();
-    std::atomic<std::uint32_t>& Word() const;
 
     int File = -1;
     void* Page = nullptr;

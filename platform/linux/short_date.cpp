@@ -64,8 +64,7 @@ Lookup ReadLocale(std::string_view name, DatePicture& picture)
     if (locale == nullptr)
         return AbsenceFrom(errno);
     const char* const format = nl_langinfo_l(D_FMT, locale);
-    const bool translated =
-        (IsUtf8(locale) || IsAscii(format)) && layer::TranslateDatePicture(format, picture);
+    const bool translated = (IsUtf8(locale) || IsAscii(format)) && layer::TranslateDatePicture(format, picture);
     freelocale(locale);
     return translated ? Lookup::found : Lookup::missing;
 }
@@ -99,9 +98,10 @@ const char* FieldOf(std::string_view conversion)
         std::string_view Conversion;
         const char* Field;
     };
-    static constexpr Entry fields[] = {{"d", "dd"},  {"e", "d"},    {"-d", "d"},       {"a", "ddd"},        {"A", "dddd"},
-                                       {"m", "MM"},  {"-m", "M"},   {"b", "MMM"},      {"h", "MMM"},        {"B", "MMMM"},
-                                       {"y", "yy"},  {"Y", "yyyy"}, {"D", "MM/dd/yy"}, {"F", "yyyy-MM-dd"}, {"%", "%"}};
+    static constexpr Entry fields[] = {{"d", "dd"},       {"e", "d"},          {"-d", "d"}, {"a", "ddd"},
+                                       {"A", "dddd"},     {"m", "MM"},         {"-m", "M"}, {"b", "MMM"},
+                                       {"h", "MMM"},      {"B", "MMMM"},       {"y", "yy"}, {"Y", "yyyy"},
+                                       {"D", "MM/dd/yy"}, {"F", "yyyy-MM-dd"}, {"%", "%"}};
     for (const Entry& entry : fields) {
         if (entry.Conversion == conversion)
             return entry.Field;

@@ -3,12 +3,11 @@
 // units that fit. Nothing depends on the process's locale.
 #include "text_format.h"
 
+#include "double_text.h"
 #include "text_conversion.h"
 
-#include <charconv>
 #include <climits>
 #include <cmath>
-#include <cstring>
 
 namespace {
 
@@ -127,8 +126,8 @@ std::uint64_t Padding(const Picture& picture, std::uint64_t length)
 void PutNumeral(UnitWriter& out, const Picture& picture, const Numeral& numeral, bool zeroFilled)
 {
     const std::uint64_t padding =
-        Padding(picture, numeral.Prefix.size() + numeral.LeadingZeros + numeral.Digits.size() +
-                             numeral.TrailingZeros + numeral.Suffix.size());
+        Padding(picture, numeral.Prefix.size() + numeral.LeadingZeros + numeral.Digits.size() + numeral.TrailingZeros +
+                             numeral.Suffix.size());
     if (!picture.Left && !zeroFilled)
         out.Fill(' ', padding);
     out.Put(numeral.Prefix);
@@ -240,133 +239,14 @@ void PutPointer(UnitWriter& out, Picture picture, FormatArguments& arguments)
     PutInteger(out, picture, "", WriteDigits(digits, arguments.NextWord(), 16, true));
 }
 
-// A double has at most 309 digits in front of its point and 1074 behind it; all further ones are zeros.
-constexpr int MaxDecimals = 1074;
-constexpr std::size_t MaxDoubleDigits = 309 + 1 + MaxDecimals + 16;
-
-/// A rendered double: the mantissa, the zeros that its precision asks for beyond the digits it has, and an
-/// exponent of at least three digits.
-class DoubleText {
-public:
-    std::string_view mantissa() const { return {Text, Length}; }
-    std::uint64_t trailingZeros() const { return Zeros; }
-    std::string_view exponent() const { return {Exponent, ExponentLength}; }
-
-    void RenderFixed(double value, int precision)
-    {
-        Render(value, std::chars_format::fixed, precision);
-        ExponentLength = 0;
-    }
-
-    /// @return the exponent.
-    int RenderScientific(double value, int precision, bool upper)
-    {
-        Render(value, std::chars_format::scientific, precision);
-        const std::size_t mark = mantissa().find('e');
-        int exponent = 0;
-        std::from_chars(Text + mark + 2, Text + Length, exponent);
-        exponent = Text[mark + 1] == '-' ? -exponent : exponent;
-        Length = mark;
-        WriteExponent(exponent, upper);
-        return exponent;
-    }
-
-    void AddPoint()
-    {
-        if (mantissa().find('.') == std::string_view::npos)
-            Text[Length++] = '.';
-    }
-
-    void StripZeros()
-    {
-        Zeros = 0;
-        if (mantissa().find('.') == std::string_view::npos)
-            return;
-        while (Text[Length - 1] == '0')
-            --Length;
-        if (Text[Length - 1] == '.')
-            --Length;
-    }
-
-    /// The platform's words for what is no number: cut or filled up to `precision` like digits.
-    void RenderSpecial(double value, int precision)
-    {
-        std::uint64_t bits = 0;
-        std::memcpy(&bits, &value, sizeof bits);
-        constexpr std::uint64_t Indefinite = 0xFFF8000000000000;  // what an invalid operation gives
-        std::string_view word = "#QNAN";
-        if (std::isinf(value))
-            word = "#INF";
-        else if (bits == Indefinite)
-            word = "#IND";
-        const auto wanted = static_cast<std::size_t>(precision);
-        Length = 0;
-        Text[Length++] = '1';
-        if (wanted > 0)
-            Text[Length++] = '.';
-        Length += word.copy(Text + Length, wanted);
-        Zeros = wanted > word.size() ? wanted - word.size() : 0;
-        ExponentLength = 0;
-    }
-
-    void WriteExponent(int exponent, bool upper)
-    {
-        const int magnitude = std::abs(exponent);
-        ExponentLength = 0;
-        Exponent[ExponentLength++] = upper ? 'E' : 'e';
-        Exponent[ExponentLength++] = exponent < 0 ? '-' : '+';
-        for (const int unit : {100, 10, 1})
-            Exponent[ExponentLength++] = static_cast<char>('0' + magnitude / unit % 10);
-    }
-
-private:
-    void Render(double value, std::chars_format form, int precision)
-    {
-        const int kept = std::min(precision, MaxDecimals);
-        const auto end = std::to_chars(Text, Text + sizeof Text, value, form, kept).ptr;
-        Length = static_cast<std::size_t>(end - Text);
-        Zeros = static_cast<std::uint64_t>(precision - kept);
-    }
-
-    char Text[MaxDoubleDigits];
-    std::size_t Length = 0;
-    std::uint64_t Zeros = 0;
-    char Exponent[8];
-    std::size_t ExponentLength = 0;
-};
-
-/// `value` is not negative, `kind` one of e, f, g.
-void RenderDouble(DoubleText& text, double value, char kind, int precision, bool alternate, bool upper)
-{
-    const bool general = kind == 'g';
-    if (general)
-        precision = std::clamp(precision, 1, INT_MAX - 4) - 1;  // an exponent of -4 adds to it below
-    if (!std::isfinite(value)) {
-        text.RenderSpecial(value, precision);
-        if (kind == 'e')
-            text.WriteExponent(0, upper);
-    } else if (kind == 'f') {
-        text.RenderFixed(value, precision);
-    } else {
-        const int exponent = text.RenderScientific(value, precision, upper);
-        if (general && exponent >= -4 && exponent <= precision)
-            text.RenderFixed(value, precision - exponent);
-    }
-    if (alternate)
-        text.AddPoint();
-    else if (general)
-        text.StripZeros();
-}
-
 void PutDouble(UnitWriter& out, const Picture& picture, FormatArguments& arguments, WCHAR kind)
 {
-    const double value =
-        picture.ArgumentSize == Size::longDouble ? arguments.NextLongDouble() : arguments.NextDouble();
+    const double value = picture.ArgumentSize == Size::longDouble ? arguments.NextLongDouble() : arguments.NextDouble();
     const bool upper = kind < 'a';
     const char lowerKind = static_cast<char>(upper ? kind - 'A' + 'a' : kind);
     const double magnitude = std::isnan(value) ? value : std::fabs(value);
-    DoubleText text;
-    RenderDouble(text, magnitude, lowerKind, picture.Precision < 0 ? 6 : picture.Precision, picture.Alternate, upper);
+    layer::DoubleText text;
+    text.Render(magnitude, lowerKind, picture.Precision < 0 ? 6 : picture.Precision, picture.Alternate, upper);
     const Numeral numeral{.Prefix = Sign(picture, std::signbit(value)),
                           .LeadingZeros = 0,
                           .Digits = text.mantissa(),

@@ -44,11 +44,14 @@ public:
     const WCHAR* PutUntil(WCHAR stop, const WCHAR* text, std::size_t limit = std::numeric_limits<std::size_t>::max())
     {
         const std::size_t most = std::min(limit, Room - Used);
-        WCHAR* const to = Buffer != nullptr ? Buffer + Used : nullptr;
         std::size_t units = 0;
-        for (; units < most && text[units] != 0 && text[units] != stop; ++units) {
-            if (to != nullptr)
+        if (Buffer != nullptr) {
+            WCHAR* const to = Buffer + Used;
+            for (; units < most && text[units] != 0 && text[units] != stop; ++units)
                 to[units] = text[units];
+        } else {
+            while (units < most && text[units] != 0 && text[units] != stop)
+                ++units;
         }
         Used += units;
         if (units == most && units < limit && text[units] != 0 && text[units] != stop)
