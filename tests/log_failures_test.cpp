@@ -201,16 +201,6 @@ TEST_F(LogFailures, FullDiskLosesWholeRecordsOnly)
 
 TEST_F(LogFailures, StoppedHolderCostsEachRecordASecondUntilItGoesOn)
 {
-    const Gate taken;
-    Child holder([&] {
-        const HANDLE mutex = CreateMutexW(nullptr, TRUE, (support::Wide(World.Log) + u".Mutex"_w).c_str());
-        taken.Open();
-        raise(SIGSTOP);
-        ReleaseMutex(mutex);
-        pause();
-        return 0;
-    });
-    taken.Pass();
     Child writer([&] {
         CLog* const log = CLog::GetInstance();
         const HANDLE mutex = CreateMutexW(nullptr, FALSE, (support::Wide(World.Log) + u".Mutex"_w).c_str());
@@ -231,25 +221,41 @@ TEST_F(LogFailures, StoppedHolderCostsEachRecordASecondUntilItGoesOn)
         stopped.Wait();
         return lost && log->LogInfo(u"goes on"_w, u"Test"_w) == 0 ? 0 : 1;
     });
-    holder.Signal(SIGCONT);
     EXPECT_EQ(writer.Wait(), 0);
     EXPECT_EQ(support::Texts(World.Log).back(), "goes on");
 }
 
-TEST_F(LogFailures, HolderKilledBeforeItsRecordCostsNothing)
+TEST_F(LogFailures, HolderKilledAtItsRecordCostsNobodyElseARecord)
 {
-    RunAlone([&] {
-        CLog* const log = CLog::GetInstance();
-        const HANDLE mutex = CreateMutexW(nullptr, FALSE, (support::Wide(World.Log) + u".Mutex"_w).c_str());
+    // What a killed writer may leave: nothing, or the front of its record up to a page of the file.
+    const utility::wstring fronts[] = {u""_w, u"2026-11-22 09:0"_w, utility::wstring(4000, u'x')};
+    const auto dieHolding = [this](std::string_view front) {
         Child([&] {
+            const HANDLE mutex = CreateMutexW(nullptr, FALSE, (support::Wide(World.Log) + u".Mutex"_w).c_str());
             WaitForSingleObject(mutex, INFINITE);
+            std::ofstream(World.Log, std::ios::app | std::ios::binary) << front;
             raise(SIGKILL);
             return 0;
         }).Wait();
-        EXPECT_EQ(log->LogInfo(u"written as usual"_w, u"Test"_w), 0);
-        CloseHandle(mutex);
+    };
+    RunAlone([&] {
+        CLog* const log = CLog::GetInstance();
+        for (const utility::wstring& front : fronts) {
+            const std::string_view bytes(reinterpret_cast<const char*>(front.data()), front.size() * 2);
+            dieHolding(bytes);
+            EXPECT_EQ(log->LogInfo(u"as usual"_w, u"Test"_w), 0);
+            if (bytes.size() > 1) {
+                dieHolding(bytes.substr(1));
+                EXPECT_EQ(log->LogInfo(u"as usual"_w, u"Test"_w), 0);
+            }
+            // The next to take the lock may also be one that opens the log.
+            dieHolding(bytes);
+            EXPECT_EQ(log->Initialise(), 0);
+        }
     });
-    EXPECT_EQ(support::Texts(World.Log)[2], "written as usual");
+    const std::vector<std::string> whole{"----------", "Log opened",  "as usual",    "as usual",   "as usual",
+                                         "as usual",   "as usual",    "Log closing", "-----------"};
+    EXPECT_EQ(support::Texts(World.Log), whole);
 }
 
 TEST_F(LogFailures, DateThatIsTooLongLosesTheRecord)

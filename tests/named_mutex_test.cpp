@@ -191,6 +191,28 @@ TEST_F(NamedMutex, ForkLeavesBothSidesAHandle)
     done.Pass();
 }
 
+TEST_F(NamedMutex, ParentThatDiesIsMissedThoughItsChildLives)
+{
+    const HANDLE mutex = Create();
+    const Gate ready;
+    const Gate end;
+    Child parent([&] {
+        WaitForSingleObject(mutex, INFINITE);
+        if (fork() == 0) {
+            ready.Open();
+            end.Pass();
+            _exit(0);
+        }
+        pause();
+    });
+    ready.Pass();
+    EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_TIMEOUT);
+    parent.Kill();
+    EXPECT_EQ(WaitForSingleObject(mutex, INFINITE), WAIT_ABANDONED);
+    end.Open();
+    CloseHandle(mutex);
+}
+
 TEST_F(NamedMutex, ForkWithAllDescriptorsUsed)
 {
     const HANDLE mutex = Create();

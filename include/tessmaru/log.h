@@ -111,6 +111,7 @@ private:
     static CLog* Create();
 
     void MoveOldFileAside() const;
+    void CutStump() const;
     LONG Format(const utility::wstring& tag, const unsigned short* format, const unsigned short* source,
                 va_list arguments);
     LONG Log(TextView tag, TextView source, TextView text);

@@ -282,6 +282,32 @@ DWORD SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DWORD met
     return Fail(NO_ERROR, static_cast<DWORD>(position));
 }
 
+BOOL ReadFile(HANDLE handle, LPVOID data, DWORD bytes, DWORD* got, void*)
+{
+    *got = 0;
+    const OpenFile* const file = FindFile(handle);
+    if (file == nullptr)
+        return FALSE;
+    while (*got < bytes) {
+        const ssize_t count = read(file->File.get(), static_cast<char*>(data) + *got, bytes - *got);
+        if (count == 0)
+            break;
+        if (count < 0 && errno != EINTR)
+            return Result(false);
+        *got += count > 0 ? static_cast<DWORD>(count) : 0;
+    }
+    return TRUE;
+}
+
+BOOL SetEndOfFile(HANDLE handle)
+{
+    const OpenFile* const file = FindFile(handle);
+    if (file == nullptr)
+        return FALSE;
+    const off_t position = lseek(file->File.get(), 0, SEEK_CUR);
+    return Result(position >= 0 && ftruncate(file->File.get(), position) == 0);
+}
+
 BOOL WriteFile(HANDLE handle, LPCVOID data, DWORD bytes, DWORD* written, void*)
 {
     if (written != nullptr)

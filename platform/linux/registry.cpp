@@ -209,23 +209,21 @@ DWORD Open(HKEY parent, TextView path, HKEY* opened)
 
 bool ReadStoreText(HKEY hive, LPCWSTR key, LPCWSTR value, Text& text, LSTATUS* result)
 {
-    HKEY opened = nullptr;
-    LSTATUS status = RegOpenKeyExW(hive, key, 0, KEY_QUERY_VALUE, &opened);
-    if (status == 0) {
-        const RegistryValue* const found = FindKey(opened)->Find(value);
-        status = found == nullptr ? LSTATUS{ERROR_FILE_NOT_FOUND} : 0;
-        if (found != nullptr) {
-            text.assign(found->Data.size() / sizeof(WCHAR), WCHAR{0});
-            std::memcpy(text.data(), found->Data.data(), text.size() * sizeof(WCHAR));
-            text.resize(std::min(text.find(WCHAR{0}), text.size()));
-        }
-        RegCloseKey(opened);
-    }
+    File file;
+    DWORD status = Current(file);
+    const RegistryKey* const found = status == ERROR_SUCCESS ? file->Find(hive, key) : nullptr;
+    const auto entry = found == nullptr ? RegistryKey::const_iterator() : found->find(TextView(value));
+    if (status == ERROR_SUCCESS && (found == nullptr || entry == found->end()))
+        status = ERROR_FILE_NOT_FOUND;
     if (result != nullptr)
-        *result = status;
-    if (status == LSTATUS{ERROR_OUTOFMEMORY})
-        throw std::bad_alloc();
-    return status == 0;
+        *result = static_cast<LSTATUS>(status);
+    if (status != ERROR_SUCCESS)
+        return false;
+    const std::vector<BYTE>& data = entry->second.Data;
+    text.assign(data.size() / sizeof(WCHAR), WCHAR{0});
+    std::memcpy(text.data(), data.data(), text.size() * sizeof(WCHAR));
+    text.resize(std::min(text.find(WCHAR{0}), text.size()));
+    return true;
 }
 
 }  // namespace layer

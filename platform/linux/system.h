@@ -81,6 +81,8 @@ struct WIN32_FIND_DATAW {
 HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes, DWORD disposition,
                    DWORD flags, HANDLE model);
 DWORD SetFilePointer(HANDLE file, LONG distance, LONG* distanceHigh, DWORD method);
+BOOL ReadFile(HANDLE file, LPVOID data, DWORD bytes, DWORD* read, void* overlapped);
+BOOL SetEndOfFile(HANDLE file);
 BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, DWORD* written, void* overlapped);
 HANDLE FindFirstFileW(LPCWSTR path, WIN32_FIND_DATAW* found);
 BOOL FindClose(HANDLE search);

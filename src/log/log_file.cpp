@@ -6,6 +6,7 @@
 #include "tessmaru/settings.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace utilities {
 
@@ -61,6 +62,16 @@ LSTATUS ReadFilePath(const utility::wstring& keyPath, unsigned short* path)
     return path[0] == 0 ? LSTATUS{ERROR_FILE_NOT_FOUND} : LSTATUS{ERROR_SUCCESS};
 }
 
+/// Moves to a place by its distance from the end of a file. The position, or -1.
+std::int64_t SeekFromEnd(HANDLE file, std::int64_t distance)
+{
+    LONG high = static_cast<LONG>(distance >> 32);
+    const DWORD low = SetFilePointer(file, static_cast<LONG>(distance & 0xFFFFFFFF), &high, FILE_END);
+    if (low == INVALID_SET_FILE_POINTER && GetLastError() != NO_ERROR)
+        return -1;
+    return std::int64_t{high} << 32 | low;
+}
+
 }  // namespace
 
 LONG CLog::initLogFile()
@@ -71,10 +82,11 @@ LONG CLog::initLogFile()
     if (const LONG code = initMutex(&firstOpener); code < 0)
         return code;
     // A later opener gets to the file only when the first has rolled over, opened and let go.
+    DWORD waited = WAIT_OBJECT_0;
     if (firstOpener != 0)
         MoveOldFileAside();
     else
-        WaitForSingleObject(LogMutex, INFINITE);
+        waited = WaitForSingleObject(LogMutex, INFINITE);
     const HANDLE file = CreateFileW(platform::Wide(LogFileName.c_str()), GENERIC_READ | GENERIC_WRITE,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE, SecurityDescriptor.getSecurityAttributes(),
                                     OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -83,6 +95,8 @@ LONG CLog::initLogFile()
         LogFile = file;
     else
         code = log_codes::LastError();
+    if (waited == WAIT_ABANDONED)
+        CutStump();
     ReleaseMutex(LogMutex);
     return code;
 }
@@ -119,6 +133,32 @@ void CLog::MoveOldFileAside() const
     previous.insert(separator == utility::wstring::npos ? 0 : separator + 1, u"Previous "_w);
     DeleteFileW(platform::Wide(previous.c_str()));
     MoveFileW(platform::Wide(LogFileName.c_str()), platform::Wide(previous.c_str()));
+}
+
+/// A writer that is killed can leave the front of its record, as the system may end a write between two pages. What
+/// stands behind the last line end of the file goes then, so that the next record starts a line. A file without a
+/// line end near its end is none of ours to cut.
+void CLog::CutStump() const
+{
+    constexpr std::int64_t window = 0x4000;
+    constexpr unsigned char lineEnd[] = {'\r', 0, '\n', 0};
+    const std::int64_t size = SeekFromEnd(LogFile, 0);
+    if (size < 0)
+        return;
+    // The window starts at a unit, wherever the stump ends.
+    const std::int64_t start = std::max<std::int64_t>(size - window, 0) & ~std::int64_t{1};
+    unsigned char tail[window + 1];
+    DWORD got = 0;
+    if (SeekFromEnd(LogFile, start - size) != start ||
+        !ReadFile(LogFile, tail, static_cast<DWORD>(size - start), &got, nullptr))
+        return;
+    for (DWORD end = got - got % 2; end >= sizeof lineEnd; end -= 2) {
+        if (std::memcmp(tail + end - sizeof lineEnd, lineEnd, sizeof lineEnd) != 0)
+            continue;
+        if (end != got && SeekFromEnd(LogFile, start + end - size) == start + end)
+            SetEndOfFile(LogFile);
+        return;
+    }
 }
 
 LONG CLog::GetLogFileName(utility::wstring* name)

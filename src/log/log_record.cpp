@@ -89,6 +89,8 @@ LONG CLog::Log(TextView tag, TextView source, TextView text)
     if (waited != WAIT_OBJECT_0 && waited != WAIT_ABANDONED)
         return log_codes::LastError();
     const Release release(LogMutex);
+    if (waited == WAIT_ABANDONED)
+        CutStump();
     // The high half of the position keeps the log going beyond 4 GB.
     LONG positionHigh = 0;
     if (SetFilePointer(LogFile, 0, &positionHigh, FILE_END) == INVALID_SET_FILE_POINTER &&
