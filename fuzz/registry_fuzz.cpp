@@ -13,9 +13,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const layer::RegistryKey* const key = file.Find(HKEY_LOCAL_MACHINE, path);
         if (key == nullptr)
             continue;
-        for (const auto& [name, value] : *key) {
+        for (const auto& [name, value] : key->second) {
             // What is stored is found again.
-            if (key->find(layer::TextView(name)) == key->end())
+            if (!key->second.contains(layer::TextView(name)))
                 std::abort();
         }
     }

@@ -42,8 +42,8 @@ private:
     int Ends[2]{};
 };
 
-/// A forked process that runs `work` and ends with its result (0 for none), without the destructors of the parent's objects.
-/// Killed at the end of the test if it is still there.
+/// A forked process that runs `work` and ends with its result (0 for none), without the destructors of the parent's
+/// objects. Killed at the end of the test if it is still there.
 class Child {
 public:
     template <class Work>

@@ -9,11 +9,10 @@ using utilities::CLog;
 
 namespace {
 
-/// The library, loaded and unloaded by hand. The test itself is linked to its static form, which shares nothing
-/// with it.
+/// The library, loaded and unloaded by hand.
 class Loaded {
 public:
-    Loaded() : Library(dlopen(TESSMARU_LIBRARY, RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND)) {}
+    Loaded() : Library(dlopen(TESSMARU_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {}
     Loaded(const Loaded&) = delete;
     Loaded& operator=(const Loaded&) = delete;
 
@@ -61,8 +60,9 @@ TEST(Library, ClosesTheLogWhenItIsUnloaded)
             ASSERT_TRUE(library) << dlerror();
             ASSERT_NE(OpenLog(library), nullptr);
             const bool gone = library.Unload();
-            EXPECT_EQ(testing::internal::GetCapturedStderr(), "CLOG - Logging module successfully created\n"
-                                                              "CLOG - Logging module successfully deleted.\n");
+            EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                      "CLOG - Logging module successfully created\n"
+                      "CLOG - Logging module successfully deleted.\n");
             EXPECT_TRUE(gone);
             EXPECT_EQ(OpenDescriptors(), descriptors);
         }

@@ -62,7 +62,8 @@ TEST_F(LogFailures, OpeningTellsWhyAndTriesAgain)
     std::filesystem::permissions(closed, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
                                              std::filesystem::perms::others_read | std::filesystem::perms::others_exec);
     std::filesystem::create_directory(World.Folder / "folder.log");
-    const std::string longest = folder + "/" + std::string(200, 'a') + "/" + std::string(500 - folder.size() - 202, 'b');
+    const std::string longest =
+        folder + "/" + std::string(200, 'a') + "/" + std::string(500 - folder.size() - 202, 'b');
     struct Case {
         std::string Store;
         unsigned Code;
@@ -253,15 +254,16 @@ TEST_F(LogFailures, HolderKilledAtItsRecordCostsNobodyElseARecord)
             EXPECT_EQ(log->Initialise(), 0);
         }
     });
-    const std::vector<std::string> whole{"----------", "Log opened",  "as usual",    "as usual",   "as usual",
-                                         "as usual",   "as usual",    "Log closing", "-----------"};
+    const std::vector<std::string> whole{"----------", "Log opened", "as usual",    "as usual",   "as usual",
+                                         "as usual",   "as usual",   "Log closing", "-----------"};
     EXPECT_EQ(support::Texts(World.Log), whole);
 }
 
 TEST_F(LogFailures, DateThatIsTooLongLosesTheRecord)
 {
-    World.SetLog(World.Log, "",
-                 "[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"'a very long date ' yyyy\"\r\n");
+    World.SetLog(
+        World.Log, "",
+        "[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"'a very long date ' yyyy\"\r\n");
     RunAlone([] {
         ASSERT_EQ(OpeningCode(), 0);
         EXPECT_EQ(static_cast<unsigned>(CLog::GetInstance()->LogInfo(u"lost"_w, u"Test"_w)), 0x8007007AU);

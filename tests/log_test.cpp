@@ -1,5 +1,5 @@
-#include "log_world.h"
 #include "tessmaru/log.h"
+#include "log_world.h"
 #include "tessmaru/settings.h"
 
 #include <algorithm>
@@ -133,9 +133,8 @@ TEST_F(Log, FindsTheNameOfThePreviousFileInEveryFormOfPath)
     const std::string devices =
         "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\Session Manager\\DOS Devices]\r\n\"D:\"=\"" + folder +
         "\"\r\n";
-    for (const std::string& path :
-         {folder + "/App.log", windows + "\\App.log", "C:" + windows + "\\App.log", std::string("D:\\App.log"),
-          std::string("App.log"), windows + "/App.log"}) {
+    for (const std::string& path : {folder + "/App.log", windows + "\\App.log", "C:" + windows + "\\App.log",
+                                    std::string("D:\\App.log"), std::string("App.log"), windows + "/App.log"}) {
         World.SetLog(path, "", devices);
         support::WriteFile(World.Log, "old");
         std::filesystem::remove(World.Previous);
@@ -207,7 +206,8 @@ TEST_F(Log, OpensAnewWithoutRollingItsOwnFileOver)
 
 TEST_F(Log, KeyOfTheFileCountsForAFurtherOpening)
 {
-    World.SetLog(World.Log, "", "[HKEY_LOCAL_MACHINE\\Other]\r\n\"FilePath\"=\"" + (World.Folder / "Other.log") + "\"\r\n");
+    World.SetLog(World.Log, "",
+                 "[HKEY_LOCAL_MACHINE\\Other]\r\n\"FilePath\"=\"" + (World.Folder / "Other.log") + "\"\r\n");
     RunAlone([] {
         CLog::SetRegLogfilePath(u"Other"_w);
         CLog* const log = CLog::GetInstance();
@@ -225,7 +225,8 @@ TEST_F(Log, KeyOfTheFileCountsForAFurtherOpening)
 
 TEST_F(Log, KeyStaysWhileAnotherProcessChangesIts)
 {
-    World.SetLog(World.Log, "", "[HKEY_LOCAL_MACHINE\\Other]\r\n\"FilePath\"=\"" + (World.Folder / "Other.log") + "\"\r\n");
+    World.SetLog(World.Log, "",
+                 "[HKEY_LOCAL_MACHINE\\Other]\r\n\"FilePath\"=\"" + (World.Folder / "Other.log") + "\"\r\n");
     RunAlone([] {
         CLog* const log = CLog::GetInstance();
         const Gate held;

@@ -239,8 +239,8 @@ TEST_F(NamedMutex, ExcludesWhileHoldersAreKilled)
         std::atomic<int> Rounds;
         std::atomic<int> Overlaps;
     };
-    auto* const shared = static_cast<Shared*>(
-        mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    auto* const shared =
+        static_cast<Shared*>(mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     const HANDLE mutex = Create();
     const auto work = [&] {
         const auto loop = [&] {
@@ -322,8 +322,9 @@ TEST_F(NamedMutex, TakesNamesOfEveryKind)
     EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
     const HANDLE other = Create(FALSE, u"app"_w);
     EXPECT_EQ(GetLastError(), ERROR_SUCCESS) << "case tells names apart";
-    const HANDLE others[] = {sessions[0], sessions[1], other, Create(FALSE, longest.c_str()),
-                             Create(FALSE, folders.c_str()), Create(FALSE, u""_w)};
+    const HANDLE others[] = {
+        sessions[0],         sessions[1], other, Create(FALSE, longest.c_str()), Create(FALSE, folders.c_str()),
+        Create(FALSE, u""_w)};
     for (const HANDLE handle : others) {
         EXPECT_EQ(WaitForSingleObject(handle, 0), WAIT_OBJECT_0);
         ReleaseMutex(handle);

@@ -1,7 +1,7 @@
+#include "tessmaru/primitives.h"
 #include "child.h"
 #include "fail_allocation.h"
 #include "system.h"
-#include "tessmaru/primitives.h"
 
 #include <gtest/gtest.h>
 

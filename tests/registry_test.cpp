@@ -43,8 +43,8 @@ std::string Show(const RegistryFile& file, const char* key, const char* name)
     const layer::RegistryKey* const found = file.Find(HKEY_LOCAL_MACHINE, Wide(key));
     if (found == nullptr)
         return "no key";
-    const auto value = found->find(Wide(name));
-    if (value == found->end())
+    const auto value = found->second.find(Wide(name));
+    if (value == found->second.end())
         return "none";
     const auto& [type, data] = value->second;
     std::string shown = std::to_string(type) + ":";
@@ -119,15 +119,15 @@ TEST(RegistryFormat, EachLineYieldsWhatItSays)
 
 TEST(RegistryFormat, NamesCompareWithoutCaseAndPathsEndAsTheyLike)
 {
-    const RegistryFile file = Parse(std::string(Header) + "[hkey_local_machine\\Suite\\\xC3\xA4\xC3\x96\\]\r\n@=\"unnamed\"\r\n"
-                                                          "\"\xC3\x84\"=\"umlaut\"\r\n");
-    for (const unsigned short* const path :
-         {u"suite\\\u00c4\u00f6"_w, u"SUITE\\\u00e4\u00d6\\"_w}) {
+    const RegistryFile file = Parse(std::string(Header) +
+                                    "[hkey_local_machine\\Suite\\\xC3\xA4\xC3\x96\\]\r\n@=\"unnamed\"\r\n"
+                                    "\"\xC3\x84\"=\"umlaut\"\r\n");
+    for (const unsigned short* const path : {u"suite\\\u00c4\u00f6"_w, u"SUITE\\\u00e4\u00d6\\"_w}) {
         const layer::RegistryKey* const key = file.Find(HKEY_LOCAL_MACHINE, path);
         ASSERT_NE(key, nullptr);
-        EXPECT_EQ(key->size(), 2U);
-        EXPECT_TRUE(key->contains(layer::TextView(u"\u00e4"_w)));
-        EXPECT_TRUE(key->contains(layer::TextView()));
+        EXPECT_EQ(key->second.size(), 2U);
+        EXPECT_TRUE(key->second.contains(layer::TextView(u"\u00e4"_w)));
+        EXPECT_TRUE(key->second.contains(layer::TextView()));
     }
     EXPECT_NE(file.Find(HKEY_LOCAL_MACHINE, u"Suite"_w), nullptr) << "a key above a key is there too";
     EXPECT_NE(file.Find(HKEY_LOCAL_MACHINE, {}), nullptr);
@@ -138,8 +138,9 @@ TEST(RegistryFormat, NamesCompareWithoutCaseAndPathsEndAsTheyLike)
 
 TEST(RegistryFormat, FileCutAnywhereYieldsWholeValuesOnly)
 {
-    const std::string file = std::string(Header) + Key +
-                             "\"text\"=\"/var/log/\xC3\xA4.log\"\r\n\"bytes\"=hex(2):61,00,\\\r\n  00,00\r\n@=\"last\"\r\n";
+    const std::string file =
+        std::string(Header) + Key +
+        "\"text\"=\"/var/log/\xC3\xA4.log\"\r\n\"bytes\"=hex(2):61,00,\\\r\n  00,00\r\n@=\"last\"\r\n";
     for (const bool wide : {false, true}) {
         std::string whole = file;
         if (wide) {
@@ -163,7 +164,8 @@ TEST(RegistryFormat, SaysWhichLineWasDroppedAndWhy)
     const support::Variable debug("VELTRIX_DEBUG_OUTPUT", "1");
     testing::internal::CaptureStderr();
     Parse(std::string(Header) + Key + "\"v\"=dword:x\r\n");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "tessmarU: registry store: line 4 dropped: a number that is none\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "tessmarU: registry store: line 4 dropped: a number that is none\n");
     testing::internal::CaptureStderr();
     std::string noise;
     for (int i = 0; i < 100; ++i)
@@ -283,7 +285,9 @@ TEST_F(Registry, StoreThatCannotBeReadSaysWhy)
     SetText("x");
     struct rlimit before {};
     getrlimit(RLIMIT_NOFILE, &before);
-    const struct rlimit none{0, before.rlim_max};
+    const struct rlimit none {
+        0, before.rlim_max
+    };
     setrlimit(RLIMIT_NOFILE, &none);
     const HKEY key = Open();
     const LSTATUS result = Result;

@@ -1,8 +1,8 @@
+#include "tessmaru/settings.h"
 #include "library.h"
 #include "settings/module_strings.h"
 #include "settings/tag_specification.h"
 #include "support.h"
-#include "tessmaru/settings.h"
 
 #include <gtest/gtest.h>
 
@@ -74,8 +74,8 @@ TEST_F(Settings, EveryAccessorReadsItsOwnValueAndHasItsOwnDefault)
         const std::string name = *setting.Value == '\0' ? "@" : "\"" + std::string(setting.Value) + "\"";
         const bool isNumber = std::string(setting.Missing) == "0";
         Set(setting.Key, name + (isNumber ? "=dword:ffffffff" : "=\"Some Text\""));
-        const bool isSigned = std::string(setting.Value) == "RequestTimeout" ||
-                              std::string(setting.Value) == "ResponseTimeout";
+        const bool isSigned =
+            std::string(setting.Value) == "RequestTimeout" || std::string(setting.Value) == "ResponseTimeout";
         EXPECT_EQ(setting.Read(), !isNumber ? "Some Text" : isSigned ? "-1" : "4294967295") << setting.Value;
         Machine.SetRegistry("");
     }
@@ -92,12 +92,14 @@ TEST_F(Settings, FlagsCompareTheWholeTextWithoutCase)
         bool Encrypted;
     };
     const Case cases[] = {
-        {nullptr, false, false, false, true}, {"", false, false, false, true},      {"y", true, false, false, true},
-        {"Y", true, false, false, true},      {"yes", false, false, false, true},   {" Y", false, false, false, true},
-        {"1", false, false, false, true},     {"ASYNC", false, true, false, true},  {"async ", false, false, false, true},
-        {"Sync", false, false, true, true},   {"n", false, false, false, false},    {"N", false, false, false, false},
-        {"no", false, false, false, true},    {" n", false, false, false, true},    {"0", false, false, false, true},
-        {"\xC3\x9D", false, false, false, true},
+        {nullptr, false, false, false, true},  {"", false, false, false, true},
+        {"y", true, false, false, true},       {"Y", true, false, false, true},
+        {"yes", false, false, false, true},    {" Y", false, false, false, true},
+        {"1", false, false, false, true},      {"ASYNC", false, true, false, true},
+        {"async ", false, false, false, true}, {"Sync", false, false, true, true},
+        {"n", false, false, false, false},     {"N", false, false, false, false},
+        {"no", false, false, false, true},     {" n", false, false, false, true},
+        {"0", false, false, false, true},      {"\xC3\x9D", false, false, false, true},
     };
     for (const Case& flag : cases) {
         const std::string value = flag.Text == nullptr ? "" : "=\"" + std::string(flag.Text) + "\"\r\n";
@@ -133,8 +135,10 @@ TEST_F(Settings, ValuesOfAnotherTypeAreTakenByTheirBytes)
         fits += "61,00,";
     std::string tooLong = fits + "61,00";
     fits.pop_back();
-    Set("UDP", "\"PortNumber\"=\"7\"\r\n\"Text\"=dword:00620061\r\n\"Longer\"=\"78\"\r\n\"Short\"=hex:01,02\r\n\"Odd\"=hex:41,"
-               "00,42\r\n\"Fits\"=" + fits + "\r\n\"TooLong\"=" + tooLong + "\r\n\"Zero\"=hex(1):41,00,00,00,42,00");
+    Set("UDP",
+        "\"PortNumber\"=\"7\"\r\n\"Text\"=dword:00620061\r\n\"Longer\"=\"78\"\r\n\"Short\"=hex:01,02\r\n\"Odd\"=hex:41,"
+        "00,42\r\n\"Fits\"=" +
+            fits + "\r\n\"TooLong\"=" + tooLong + "\r\n\"Zero\"=hex(1):41,00,00,00,42,00");
     const wstring key = Wide(Root.substr(19) + "UDP");
     EXPECT_EQ(Registry.getUDPPortNumber(), 0x37U);
     EXPECT_EQ(Narrow(Registry.GetValueString(key, Wide("Text"))), "ab");

@@ -13,7 +13,10 @@
 namespace support {
 
 /// ASCII as the library's text.
-inline utility::wstring Wide(std::string_view text) { return {text.begin(), text.end()}; }
+inline utility::wstring Wide(std::string_view text)
+{
+    return {text.begin(), text.end()};
+}
 
 /// The library's text as ASCII; other units show as '?'.
 inline std::string Narrow(std::basic_string_view<unsigned short> text)

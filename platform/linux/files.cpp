@@ -226,8 +226,7 @@ void layer::ReleaseFileSignal()
     }
 }
 
-HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD, SECURITY_ATTRIBUTES* attributes, DWORD disposition, DWORD,
-                   HANDLE)
+HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD, SECURITY_ATTRIBUTES* attributes, DWORD disposition, DWORD, HANDLE)
 {
     if (path == nullptr || disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING)
         return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
@@ -265,11 +264,10 @@ DWORD SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DWORD met
     if (method > FILE_END)
         return Fail(ERROR_INVALID_PARAMETER, INVALID_SET_FILE_POINTER);
     constexpr int origins[] = {SEEK_SET, SEEK_CUR, SEEK_END};
-    const std::int64_t whole =
-        distanceHigh == nullptr
-            ? std::int64_t{distance}
-            : static_cast<std::int64_t>(std::uint64_t{static_cast<DWORD>(*distanceHigh)} << 32U |
-                                        static_cast<DWORD>(distance));
+    const std::int64_t whole = distanceHigh == nullptr
+                                   ? std::int64_t{distance}
+                                   : static_cast<std::int64_t>(std::uint64_t{static_cast<DWORD>(*distanceHigh)} << 32U |
+                                                               static_cast<DWORD>(distance));
     const off_t position = lseek(file->File.get(), whole, origins[method]);
     if (position < 0)
         return Fail(layer::ErrorFromErrno(errno), INVALID_SET_FILE_POINTER);

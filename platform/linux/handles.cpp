@@ -142,4 +142,3 @@ BOOL CloseHandle(HANDLE handle)
 {
     return layer::CloseMutex(handle) || layer::ShutHandle(handle, layer::Object::Kind::file);
 }
-

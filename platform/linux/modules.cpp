@@ -87,9 +87,8 @@ HINSTANCE FindModuleCalled(LPCWSTR name)
 HINSTANCE layer::ModuleOf(const void* address)
 {
     const auto wanted = reinterpret_cast<std::uintptr_t>(address);
-    return FindModule([wanted](const dl_phdr_info&, Extent extent) {
-        return wanted >= extent.Start && wanted < extent.End;
-    });
+    return FindModule(
+        [wanted](const dl_phdr_info&, Extent extent) { return wanted >= extent.Start && wanted < extent.End; });
 }
 
 HMODULE GetModuleHandleW(LPCWSTR name)

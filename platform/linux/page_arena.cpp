@@ -106,8 +106,8 @@ void* MapGuarded(int file)
         if (!places[place].File.compare_exchange_strong(nobody, file))
             continue;
         places[place].Repairs = 0;
-        void* const page = mmap(start + place * PageBytes, PageBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED,
-                                file, 0);
+        void* const page =
+            mmap(start + place * PageBytes, PageBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0);
         if (page != MAP_FAILED)
             return page;
         places[place].File = NoFile;

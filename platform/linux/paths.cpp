@@ -27,9 +27,8 @@ DWORD DriveFolder(WCHAR letter, Text& folder)
 {
     const WCHAR drive[] = {letter, ':', 0};
     LSTATUS status = 0;
-    if (layer::ReadStoreText(HKEY_LOCAL_MACHINE,
-                             u"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\DOS Devices"_w, drive, folder,
-                             &status))
+    if (layer::ReadStoreText(HKEY_LOCAL_MACHINE, u"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\DOS Devices"_w,
+                             drive, folder, &status))
         return ERROR_SUCCESS;
     folder.assign(1, '/');
     if (status != LSTATUS{ERROR_FILE_NOT_FOUND})

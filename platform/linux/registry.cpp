@@ -143,7 +143,7 @@ DWORD Current(File& file)
     if (stat(path, &status) != 0)
         return errno == ENOTDIR ? ERROR_FILE_NOT_FOUND : ErrorFromErrno(errno);
     {
-            const std::lock_guard<std::mutex> guard(TableLock());
+        const std::lock_guard<std::mutex> guard(TableLock());
         if (cache.Settled && cache.State == Signature(status) && cache.Path == path) {
             file = cache.Content;
             return ERROR_SUCCESS;
@@ -154,22 +154,22 @@ DWORD Current(File& file)
 
 class OpenedKey final : public Object {
 public:
-    OpenedKey(File file, const RegistryKey* key, HKEY hive, TextView path)
-        : Object(Kind::key), Content(std::move(file)), Values(key), Hive(hive), Path(path)
+    OpenedKey(File file, const RegistryKey& key, HKEY hive)
+        : Object(Kind::key), Content(std::move(file)), Key(key), Hive(hive)
     {
-    }
-
-    const RegistryValue* Find(TextView name) const
-    {
-        const auto found = Values->find(name);
-        return found == Values->end() ? nullptr : &found->second;
     }
 
     const File Content;
-    const RegistryKey* const Values;
+    const RegistryKey& Key;  // in Content
     const HKEY Hive;
-    const Text Path;
 };
+
+/// The value of this name, or null.
+const RegistryValue* FindValue(const RegistryKey& key, TextView name)
+{
+    const auto found = key.second.find(name);
+    return found == key.second.end() ? nullptr : &found->second;
+}
 
 OpenedKey* FindKey(HKEY key)
 {
@@ -186,7 +186,7 @@ DWORD Open(HKEY parent, TextView path, HKEY* opened)
         if (above == nullptr)
             return ERROR_INVALID_HANDLE;
         hive = above->Hive;
-        whole = above->Path;
+        whole = above->Key.first;
         if (!whole.empty() && !path.empty())
             whole += '\\';
         whole += path;
@@ -198,7 +198,7 @@ DWORD Open(HKEY parent, TextView path, HKEY* opened)
     const RegistryKey* const key = file->Find(hive, path);
     if (key == nullptr)
         return ERROR_FILE_NOT_FOUND;
-    const HANDLE handle = OpenHandle(new OpenedKey(std::move(file), key, hive, path));
+    const HANDLE handle = OpenHandle(new OpenedKey(std::move(file), *key, hive));
     if (handle == nullptr)
         return ERROR_OUTOFMEMORY;
     *opened = static_cast<HKEY>(handle);
@@ -212,14 +212,14 @@ bool ReadStoreText(HKEY hive, LPCWSTR key, LPCWSTR value, Text& text, LSTATUS* r
     File file;
     DWORD status = Current(file);
     const RegistryKey* const found = status == ERROR_SUCCESS ? file->Find(hive, key) : nullptr;
-    const auto entry = found == nullptr ? RegistryKey::const_iterator() : found->find(TextView(value));
-    if (status == ERROR_SUCCESS && (found == nullptr || entry == found->end()))
+    const RegistryValue* const entry = found == nullptr ? nullptr : FindValue(*found, value);
+    if (status == ERROR_SUCCESS && entry == nullptr)
         status = ERROR_FILE_NOT_FOUND;
     if (result != nullptr)
         *result = static_cast<LSTATUS>(status);
     if (status != ERROR_SUCCESS)
         return false;
-    const std::vector<BYTE>& data = entry->second.Data;
+    const std::vector<BYTE>& data = entry->Data;
     text.assign(data.size() / sizeof(WCHAR), WCHAR{0});
     std::memcpy(text.data(), data.data(), text.size() * sizeof(WCHAR));
     text.resize(std::min(text.find(WCHAR{0}), text.size()));
@@ -248,7 +248,7 @@ LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD*, DWORD* type, BYTE* data
         return ERROR_INVALID_HANDLE;
     if (data != nullptr && bytes == nullptr)
         return ERROR_INVALID_PARAMETER;
-    const RegistryValue* const value = opened->Find(name == nullptr ? TextView() : TextView(name));
+    const RegistryValue* const value = FindValue(opened->Key, name == nullptr ? TextView() : TextView(name));
     if (value == nullptr)
         return ERROR_FILE_NOT_FOUND;
     if (type != nullptr)

@@ -16,8 +16,7 @@ constexpr WCHAR BadByte = 0xDC00;
 
 constexpr std::size_t MaxComplaints = 20;
 
-constexpr std::string_view HiveNames[] = {"HKEY_CLASSES_ROOT", "HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE",
-                                          "HKEY_USERS"};
+constexpr std::string_view HiveNames[] = {"HKEY_CLASSES_ROOT", "HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE", "HKEY_USERS"};
 constexpr std::uintptr_t FirstHive = 0x80000000;
 
 bool SameAscii(TextView text, std::string_view ascii)
@@ -80,7 +79,12 @@ struct Sequence {
 Sequence FirstSequence(std::span<const BYTE> bytes)
 {
     const BYTE lead = bytes[0];
-    const std::size_t length = lead < 0x80 ? 1 : lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
+    const std::size_t length = lead < 0x80   ? 1
+                               : lead < 0xC2 ? 0
+                               : lead < 0xE0 ? 2
+                               : lead < 0xF0 ? 3
+                               : lead < 0xF5 ? 4
+                                             : 0;
     if (length <= 1)
         return {length, lead};
     if (length > bytes.size())
@@ -190,7 +194,8 @@ private:
             return KeyLine();
         if (Rest[0] == '"' || Rest[0] == '@')
             return ValueLine();
-        if (Line == 1 && (StartsWithAscii(Rest, "Windows Registry Editor Version 5.00") || StartsWithAscii(Rest, "REGEDIT4")))
+        if (Line == 1 &&
+            (StartsWithAscii(Rest, "Windows Registry Editor Version 5.00") || StartsWithAscii(Rest, "REGEDIT4")))
             return SkipToLineEnd();
         return "neither a key nor a value";
     }
@@ -334,9 +339,8 @@ private:
     {
         Advance(6);
         const TextView line = Rest.substr(0, LineLength());
-        const std::size_t end =
-            static_cast<std::size_t>(std::find_if(line.begin(), line.end(), [](WCHAR unit) { return HexDigit(unit) < 0; }) -
-                                     line.begin());
+        const std::size_t end = static_cast<std::size_t>(
+            std::find_if(line.begin(), line.end(), [](WCHAR unit) { return HexDigit(unit) < 0; }) - line.begin());
         const auto number = HexNumber(line.substr(0, end));
         if (!number)
             return "a number that is none";
@@ -431,7 +435,8 @@ private:
 
     void Advance(std::size_t units)
     {
-        Line += static_cast<std::size_t>(std::count(Rest.begin(), Rest.begin() + static_cast<std::ptrdiff_t>(units), '\n'));
+        Line +=
+            static_cast<std::size_t>(std::count(Rest.begin(), Rest.begin() + static_cast<std::ptrdiff_t>(units), '\n'));
         Rest.remove_prefix(units);
     }
 
@@ -474,7 +479,7 @@ private:
     bool Ended = false;
     void (RegistryParser::*Pending)() = nullptr;
 
-    RegistryKey* Key = nullptr;  // the one that values belong to
+    RegistryValues* Key = nullptr;  // of the key that values belong to
     std::size_t Hive = 0;
     Text Name;
     RegistryValue Value;
@@ -495,7 +500,7 @@ const RegistryKey* RegistryFile::Find(HKEY hive, TextView path) const
     if (!path.empty() && path.back() == '\\')
         path.remove_suffix(1);
     const auto found = Hives[index].find(path);
-    return found == Hives[index].end() ? nullptr : &found->second;
+    return found == Hives[index].end() ? nullptr : &*found;
 }
 
 bool IsPredefined(HKEY key)

@@ -28,7 +28,10 @@ struct RegistryValue {
 };
 
 /// The values of a key by their names; the unnamed one has the empty name.
-using RegistryKey = FoldMap<RegistryValue>;
+using RegistryValues = FoldMap<RegistryValue>;
+
+/// A key: its path below its predefined key, and its values.
+using RegistryKey = FoldMap<RegistryValues>::value_type;
 
 class RegistryFile {
 public:
@@ -44,7 +47,7 @@ private:
     friend class RegistryParser;
 
     static constexpr std::size_t HiveCount = 4;
-    std::array<FoldMap<RegistryKey>, HiveCount> Hives;
+    std::array<FoldMap<RegistryValues>, HiveCount> Hives;
 };
 
 /// Whether this is one of the keys that are always open.

@@ -2,8 +2,8 @@
 #include "registry_file.h"
 
 #include <algorithm>
-#include <cstring>
 #include <clocale>
+#include <cstring>
 #include <cwctype>
 
 namespace {
@@ -19,10 +19,7 @@ public:
             freelocale(Made);
     }
 
-    WCHAR Capital(WCHAR unit) const
-    {
-        return Made == locale_t{} ? unit : static_cast<WCHAR>(towupper_l(unit, Made));
-    }
+    WCHAR Capital(WCHAR unit) const { return Made == locale_t{} ? unit : static_cast<WCHAR>(towupper_l(unit, Made)); }
 
 private:
     locale_t Made;
@@ -36,17 +33,54 @@ WCHAR Fold(WCHAR unit)
     return locale.Capital(unit);
 }
 
+// Four units at once: most of an open key's time beside its `stat` was the hash, unit by unit.
+constexpr std::size_t UnitsAtOnce = sizeof(std::uint64_t) / sizeof(WCHAR);
+constexpr std::uint64_t EveryUnit = 0x0001000100010001;
+
+bool AllAscii(std::uint64_t units)
+{
+    return (units & EveryUnit * 0xFF80) == 0;
+}
+
+/// The capitals of four ASCII units: 0x20 less where bit 7 tells that a unit is at least 'a' and not above 'z'.
+std::uint64_t FoldAscii(std::uint64_t units)
+{
+    const std::uint64_t fromA = units + EveryUnit * (0x80 - 'a');
+    const std::uint64_t aboveZ = units + EveryUnit * (0x80 - ('z' + 1));
+    return units - ((fromA & ~aboveZ & EveryUnit * 0x80) >> 2U);
+}
+
+std::uint64_t FoldEach(std::uint64_t units)
+{
+    std::uint64_t folded = 0;
+    for (unsigned shift = 0; shift < 64; shift += 16)
+        folded |= std::uint64_t{Fold(static_cast<WCHAR>(units >> shift))} << shift;
+    return folded;
+}
+
+std::uint64_t Mix(std::uint64_t hash, std::uint64_t units)
+{
+    constexpr std::uint64_t prime = 0x9E3779B97F4A7C15;
+    hash = (hash ^ (AllAscii(units) ? FoldAscii(units) : FoldEach(units))) * prime;
+    return hash ^ hash >> 32U;
+}
+
 }  // namespace
 
 namespace layer {
 
 std::size_t FoldHash::operator()(TextView text) const noexcept
 {
-    constexpr std::size_t prime = sizeof(std::size_t) == 8 ? static_cast<std::size_t>(0x9E3779B97F4A7C15) : 0x9E3779B1;
-    std::size_t hash = text.size();
-    for (const WCHAR unit : text)
-        hash = (hash ^ Fold(unit)) * prime;
-    return hash ^ hash >> (sizeof(hash) * 4);
+    std::uint64_t hash = text.size();
+    std::uint64_t units = 0;
+    for (; text.size() >= UnitsAtOnce; text.remove_prefix(UnitsAtOnce)) {
+        std::memcpy(&units, text.data(), sizeof units);
+        hash = Mix(hash, units);
+    }
+    units = 0;
+    if (!text.empty())
+        std::memcpy(&units, text.data(), text.size() * sizeof(WCHAR));
+    return static_cast<std::size_t>(Mix(hash, units));
 }
 
 bool FoldEqual::operator()(TextView left, TextView right) const noexcept
@@ -54,7 +88,7 @@ bool FoldEqual::operator()(TextView left, TextView right) const noexcept
     if (left.size() != right.size())
         return false;
     // Most names come as they are stored.
-    if (std::memcmp(left.data(), right.data(), left.size() * sizeof(WCHAR)) == 0)
+    if (left.empty() || std::memcmp(left.data(), right.data(), left.size() * sizeof(WCHAR)) == 0)
         return true;
     return std::equal(left.begin(), left.end(), right.begin(),
                       [](WCHAR one, WCHAR other) { return Fold(one) == Fold(other); });

@@ -184,7 +184,8 @@ BOOL SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR descriptor, BOOL present, AC
     record->Dacl = nullptr;
     if (present == FALSE)
         return TRUE;
-    record->Control = static_cast<WORD>(record->Control | SE_DACL_PRESENT | (defaulted != FALSE ? SE_DACL_DEFAULTED : 0));
+    record->Control =
+        static_cast<WORD>(record->Control | SE_DACL_PRESENT | (defaulted != FALSE ? SE_DACL_DEFAULTED : 0));
     record->Dacl = dacl;
     return TRUE;
 }

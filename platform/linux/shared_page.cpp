@@ -130,8 +130,7 @@ int MakeFile(const std::string& path, layer::FileMode mode)
     const std::string folder = path.substr(0, path.rfind('/'));
     int file = open(folder.c_str(), O_RDWR | O_CLOEXEC | O_TMPFILE, mode.Bits);
     if (file >= 0) {
-        if (SetMode(file, mode) &&
-            linkat(AT_FDCWD, OwnName(file), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0)
+        if (SetMode(file, mode) && linkat(AT_FDCWD, OwnName(file), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0)
             return file;
         close(file);
     }

@@ -1,6 +1,6 @@
 // The debug mask: 64 bits that decide which debug records are written.
-#include "settings/tag_specification.h"
 #include "log/codes.h"
+#include "settings/tag_specification.h"
 #include "system.h"
 #include "tessmaru/log.h"
 #include "tessmaru/settings.h"

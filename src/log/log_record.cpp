@@ -93,8 +93,7 @@ LONG CLog::Log(TextView tag, TextView source, TextView text)
         CutStump();
     // The high half of the position keeps the log going beyond 4 GB.
     LONG positionHigh = 0;
-    if (SetFilePointer(LogFile, 0, &positionHigh, FILE_END) == INVALID_SET_FILE_POINTER &&
-        GetLastError() != NO_ERROR)
+    if (SetFilePointer(LogFile, 0, &positionHigh, FILE_END) == INVALID_SET_FILE_POINTER && GetLastError() != NO_ERROR)
         return log_codes::LastError();
     return WriteLine(tag, source, text);
 }
