@@ -45,7 +45,8 @@ int StatusUnderBan(Work work)
             _exit(2);
         if (!ForbidSystemCalls())
             _exit(3);
-        _exit(work(mutex) ? 0 : 1);
+        // Not _exit: in front of a function that does not return a sanitizer makes system calls of its own.
+        syscall(SYS_exit_group, work(mutex) ? 0 : 1);
     }
     int status = -1;
     waitpid(process, &status, 0);
@@ -56,9 +57,6 @@ int StatusUnderBan(Work work)
 
 TEST(MutexSystemCalls, NoneWhileNobodyWaits)
 {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "the address sanitizer makes system calls of its own";
-#endif
     const support::Machine machine;
     const int banned = StatusUnderBan([](HANDLE) { return getppid() > 0; });
     if (WIFEXITED(banned) && WEXITSTATUS(banned) == 3)

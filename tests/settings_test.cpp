@@ -41,7 +41,7 @@ protected:
     }
 
     const support::Machine Machine;
-    const OpenSettings Registry;
+    const OpenSettings Registry{};
 };
 
 TEST_F(Settings, EveryAccessorReadsItsOwnValueAndHasItsOwnDefault)

@@ -30,7 +30,7 @@ namespace literals {
 ///     utilities::CLog::GetInstance()->LogInfo(u"%d sites read"_w, u"Import"_w, count);
 /// @endcode
 template <fixed_text Text>
-consteval const unsigned short* operator""_w()
+constexpr const unsigned short* operator""_w()
 {
     return Text.units;
 }

@@ -41,7 +41,7 @@ public:
         const std::size_t fitting = Count < Size ? std::min(Size - Count, length) : 0;
         std::size_t units = 0;
         for (; units < fitting && static_cast<std::make_unsigned_t<Other>>(text[units]) < 0x80; ++units)
-            Buffer[Count + units] = static_cast<Unit>(text[units]);
+            Buffer[Count + units] = static_cast<Unit>(static_cast<std::make_unsigned_t<Other>>(text[units]));
         if (units == fitting) {
             while (units < length && static_cast<std::make_unsigned_t<Other>>(text[units]) < 0x80)
                 ++units;

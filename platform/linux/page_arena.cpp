@@ -127,7 +127,7 @@ void UnmapGuarded(void* page)
 {
     const std::size_t place = PlaceOf(page);
     // The address stays the arena's.
-    mmap(page, PageBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0);
+    static_cast<void>(mmap(page, PageBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0));
     places[place].File.store(NoFile, std::memory_order_relaxed);
 }
 

@@ -7,10 +7,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <clocale>
 #include <cstring>
 #include <fcntl.h>
 #include <langinfo.h>
-#include <locale.h>
 #include <unistd.h>
 
 namespace {

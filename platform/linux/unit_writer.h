@@ -35,7 +35,7 @@ public:
         const std::size_t fitting = Fitting(text.size());
         if (Buffer != nullptr) {
             for (std::size_t i = 0; i < fitting; ++i)
-                Buffer[Used + i] = static_cast<WCHAR>(text[i]);
+                Buffer[Used + i] = static_cast<WCHAR>(static_cast<std::make_unsigned_t<Unit>>(text[i]));
         }
         Used += fitting;
     }

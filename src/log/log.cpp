@@ -6,6 +6,7 @@
 #include "system.h"
 #include "tessmaru/settings.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -167,8 +168,18 @@ void CLog::SetRegLogfilePath(const unsigned short* key)
 LONG CLog::Format(const utility::wstring& tag, const unsigned short* format, const unsigned short* source,
                   va_list arguments)
 {
-    unsigned short text[TextBufferUnits]{};
-    _vsnwprintf(platform::Wide(text), MaxTextUnits, platform::Wide(format), arguments);
+    unsigned short text[TextBufferUnits];
+    va_list again;
+    va_copy(again, arguments);
+    const int units = _vsnwprintf(platform::Wide(text), MaxTextUnits, platform::Wide(format), arguments);
+    if (units >= 0) {
+        text[units] = 0;
+    } else {
+        // Too long, or broken off. Zeros show where: only here, as clearing the buffer is dear for a short text.
+        std::fill_n(text, TextBufferUnits, u'\0');
+        _vsnwprintf(platform::Wide(text), MaxTextUnits, platform::Wide(format), again);
+    }
+    va_end(again);
     return Log(tag, source, text);
 }
 

@@ -57,7 +57,7 @@ public:
     LineWriter& PutId(DWORD id)
     {
         for (std::size_t i = IdDigits; i-- > 0; id >>= 4U)
-            At[i] = static_cast<unsigned short>("0123456789abcdef"[id & 0xFU]);
+            At[i] = (u"0123456789abcdef"_w)[id & 0xFU];
         At += IdDigits;
         return *this;
     }
