@@ -1,23 +1,74 @@
-// The settings store: any bytes give a content that can be asked.
+// The settings store: any bytes give a store that can be asked, and an ASCII file gives the same one as UTF-16.
 #include "registry_file.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <string>
+
+namespace {
+
+using layer::RegistrySnapshot;
+
+void Require(bool condition)
+{
+    if (!condition)
+        std::abort();
+}
+
+RegistrySnapshot Read(std::string_view file, std::size_t& droppedLines)
+{
+    layer::DroppedLines dropped;
+    RegistrySnapshot store = layer::ReadRegistryFile(file, dropped);
+    Require(dropped.First.size() == std::min(dropped.Count, layer::DroppedLines::Limit));
+    droppedLines = dropped.Count;
+    return store;
+}
+
+std::string InUtf16(std::string_view ascii)
+{
+    std::string bytes = "\xFF\xFE";
+    for (const char letter : ascii)
+        bytes += {letter, '\0'};
+    return bytes;
+}
+
+constexpr WCHAR Paths[][4] = {{'a', 0}, {'A', '\\', 'b', 0}, {'b', 0}, {'\\', 0}, {0}};
+constexpr WCHAR Names[][2] = {{0}, {'n', 0}, {'H', 0}};
+
+/// The values of the store under a few names, one behind the other.
+std::string Values(const RegistrySnapshot& store)
+{
+    std::string all;
+    const auto hive = store.PathOf(*RegistrySnapshot::FindHive(HKEY_LOCAL_MACHINE));
+    for (const layer::TextView path : Paths) {
+        const auto key = store.FindKey(hive, path);
+        all += key ? 'K' : '-';
+        if (!key)
+            continue;
+        Require(store.FindKey(store.PathOf(*key), {}) == key);
+        for (const layer::TextView name : Names) {
+            const auto value = store.FindValue(*key, name);
+            all += value ? std::to_string(value->Type) + ":" : "-";
+            if (value)
+                all.append(value->Data.begin(), value->Data.end());
+        }
+    }
+    return all;
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const layer::RegistryFile file({data, size});
-    const WCHAR names[][4] = {{0}, {'a', 0}, {'A', '\\', 'b', 0}, {'\\', 0}};
-    for (const auto& path : names) {
-        const layer::RegistryKey* const key = file.Find(HKEY_LOCAL_MACHINE, path);
-        if (key == nullptr)
-            continue;
-        for (const auto& [name, value] : key->second) {
-            // What is stored is found again.
-            if (!key->second.contains(layer::TextView(name)))
-                std::abort();
-        }
+    const std::string_view file(reinterpret_cast<const char*>(data), size);
+    std::size_t dropped = 0;
+    const std::string values = Values(Read(file, dropped));
+    if (std::all_of(data, data + size, [](std::uint8_t byte) { return byte < 0x80; })) {
+        std::size_t droppedInUtf16 = 0;
+        Require(Values(Read(InUtf16(file), droppedInUtf16)) == values);
+        Require(droppedInUtf16 == dropped);
     }
     return 0;
 }

@@ -26,21 +26,6 @@ constexpr std::int64_t FirstSleep = 5'000'000;
 constexpr std::int64_t FurtherSleep = 50'000'000;
 constexpr std::int64_t ShortSleep = 1'000'000;
 
-// A record holds its lock for about a microsecond, and going to sleep and being woken takes many: one bounded look
-// made four writing processes twice as fast.
-constexpr int Looks = 40;
-
-/// The word when it was free, or when it has not become so for a moment.
-std::uint32_t LookAWhile(const std::atomic<std::uint32_t>& word)
-{
-    std::uint32_t seen = word.load(std::memory_order_relaxed);
-    for (int look = 0; look < Looks && (seen & SharedPage::NumberMask) != 0; ++look) {
-        __builtin_ia32_pause();
-        seen = word.load(std::memory_order_relaxed);
-    }
-    return seen;
-}
-
 class NamedMutex final : public layer::Object {
 public:
     NamedMutex() : Object(Kind::mutex) {}
@@ -142,14 +127,13 @@ DWORD NamedMutex::Wait(DWORD milliseconds)
 /// Waits until the word names this process.
 DWORD NamedMutex::Contend(std::atomic<std::uint32_t>& word, Deadline& deadline)
 {
-    std::uint32_t seen = LookAWhile(word);
+    std::uint32_t seen = word.load(std::memory_order_relaxed);
     std::int64_t sleep = FirstSleep;
-    std::uint32_t mark = 0;
     bool askForOwner = deadline.Left(sleep) == 0;
     for (;;) {
         if ((seen & SharedPage::NumberMask) == 0) {
-            // Whoever has slept leaves the mark of waiting, as others may still sleep.
-            if (word.compare_exchange_weak(seen, Number() | mark, std::memory_order_acquire))
+            // Whoever has waited leaves the mark of waiting, as others may still sleep.
+            if (word.compare_exchange_weak(seen, Number() | SharedPage::Waiting, std::memory_order_acquire))
                 return (seen & SharedPage::Abandoned) == 0 ? WAIT_OBJECT_0 : WAIT_ABANDONED;
             continue;
         }
@@ -161,7 +145,6 @@ DWORD NamedMutex::Contend(std::atomic<std::uint32_t>& word, Deadline& deadline)
         const std::uint32_t marked = seen | SharedPage::Waiting;
         if (seen != marked && !word.compare_exchange_weak(seen, marked, std::memory_order_relaxed))
             continue;
-        mark = SharedPage::Waiting;
         askForOwner = !layer::FutexWait(word, marked, left, Reach());
         if (askForOwner)
             sleep = FurtherSleep;

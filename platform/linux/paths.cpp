@@ -1,64 +1,119 @@
+// Only the form of a path is looked at here, never whether something is there.
 #include "paths.h"
 
+#include "machine_text.h"
 #include "registry.h"
-#include "tessmaru/text.h"
 
-#include <algorithm>
 #include <climits>
 
 namespace {
 
 using layer::Text;
 using layer::TextView;
-using namespace utility::literals;
+
+constexpr auto PlainPrefix = layer::Literal(u"\\\\?\\");
+constexpr auto PlainNetPrefix = layer::Literal(u"\\\\?\\UNC\\");
+constexpr auto DevicesKey = layer::Literal(u"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\DOS Devices");
 
 bool IsSeparator(WCHAR unit)
 {
     return unit == '\\' || unit == '/';
 }
 
-bool IsLetter(WCHAR unit)
+bool StartsWithSeparator(TextView path)
 {
-    return (unit >= 'A' && unit <= 'Z') || (unit >= 'a' && unit <= 'z');
+    return !path.empty() && IsSeparator(path.front());
 }
 
-/// The folder of a drive, as the store has it. Only a store without it leaves C to the root.
-DWORD DriveFolder(WCHAR letter, Text& folder)
+bool IsOfOtherMachine(TextView path)
+{
+    return StartsWithSeparator(path) && StartsWithSeparator(path.substr(1));
+}
+
+bool StartsWithDrive(TextView path)
+{
+    const auto isLetter = [](unsigned unit) { return unit - 'A' < 26 || unit - 'a' < 26; };
+    return path.size() >= 2 && isLetter(path[0]) && path[1] == ':';
+}
+
+/// The folder of a drive. Only where the store says nothing of drive C is that the root: a store that cannot be
+/// read, or that says something else, leads nobody to another folder.
+DWORD FindDriveFolder(WCHAR letter, Text& folder)
 {
     const WCHAR drive[] = {letter, ':', 0};
-    LSTATUS status = 0;
-    if (layer::ReadStoreText(HKEY_LOCAL_MACHINE, u"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\DOS Devices"_w,
-                             drive, folder, &status))
-        return ERROR_SUCCESS;
-    folder.assign(1, '/');
-    if (status != LSTATUS{ERROR_FILE_NOT_FOUND})
-        return static_cast<DWORD>(status);
+    LSTATUS result = 0;
+    if (layer::ReadStoreText(HKEY_LOCAL_MACHINE, DevicesKey.data(), drive, folder, &result))
+        return StartsWithSeparator(folder) ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
+    if (result != LSTATUS{ERROR_FILE_NOT_FOUND})
+        return static_cast<DWORD>(result);
     return letter == 'C' || letter == 'c' ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
 }
 
-/// Every unit of a path stands for itself: half a pair names no file.
-bool HasUnpairedHalf(TextView text)
+/// Takes the first character off a text; false for half a surrogate pair.
+bool TakeCodePoint(TextView& text, std::uint32_t& point)
 {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const unsigned kind = text[i] & 0xFC00U;
-        if (kind == 0xDC00)
-            return true;
-        if (kind == 0xD800 && (++i == text.size() || (text[i] & 0xFC00U) != 0xDC00))
-            return true;
+    const auto isHigh = [](unsigned unit) { return (unit & 0xFC00) == 0xD800; };
+    const auto isLow = [](unsigned unit) { return (unit & 0xFC00) == 0xDC00; };
+    point = text[0];
+    if (isLow(point))
+        return false;
+    if (isHigh(point)) {
+        if (text.size() < 2 || !isLow(text[1]))
+            return false;
+        point = 0x10000 + ((point & 0x3FF) << 10) + (text[1] & 0x3FF);
+        text.remove_prefix(1);
     }
-    return false;
+    text.remove_prefix(1);
+    return true;
 }
 
-DWORD ToUtf8(const Text& path, std::string& translated)
+void AppendUtf8(std::uint32_t point, std::string& text)
 {
-    if (HasUnpairedHalf(path))
-        return ERROR_INVALID_NAME;
-    const auto units = static_cast<int>(path.size());
-    const int bytes = WideCharToMultiByte(CP_UTF8, 0, path.data(), units, nullptr, 0, nullptr, nullptr);
-    if (bytes >= PATH_MAX)
-        return ERROR_FILENAME_EXCED_RANGE;
-    translated.resize(static_cast<std::size_t>(bytes));
-    WideCharToMultiByte(CP_UTF8, 0, path.data(), units, translated.data(), bytes, nullptr, nullptr);
+    const auto append = [&text](std::uint32_t byte) { text += static_cast<char>(byte); };
+    const auto appendTail = [&](int shift) { append(0x80 | (point >> shift & 0x3F)); };
+    if (point < 0x80) {
+        append(point);
+    } else if (point < 0x800) {
+        append(0xC0 | point >> 6);
+        appendTail(0);
+    } else if (point < 0x10000) {
+        append(0xE0 | point >> 12);
+        appendTail(6);
+        appendTail(0);
+    } else {
+        append(0xF0 | point >> 18);
+        appendTail(12);
+        appendTail(6);
+        appendTail(0);
+    }
+}
+
+DWORD Append(TextView path, std::string& translated)
+{
+    while (!path.empty()) {
+        std::uint32_t point = 0;
+        if (!TakeCodePoint(path, point))
+            return ERROR_INVALID_NAME;
+        AppendUtf8(point == '\\' ? '/' : point, translated);
+        if (translated.size() >= PATH_MAX)
+            return ERROR_FILENAME_EXCED_RANGE;
+    }
+    return ERROR_SUCCESS;
+}
+
+/// Replaces the drive in front of `path` by its folder, which goes to `translated`.
+DWORD TakeDrive(TextView& path, std::string& translated)
+{
+    Text folder;
+    if (const DWORD error = FindDriveFolder(path[0], folder); error != ERROR_SUCCESS)
+        return error;
+    if (const DWORD error = Append(folder, translated); error != ERROR_SUCCESS)
+        return error;
+    path.remove_prefix(2);
+    while (StartsWithSeparator(path))
+        path.remove_prefix(1);
+    if (!translated.ends_with('/'))
+        translated += '/';
     return ERROR_SUCCESS;
 }
 
@@ -66,27 +121,21 @@ DWORD ToUtf8(const Text& path, std::string& translated)
 
 DWORD layer::TranslatePath(LPCWSTR path, std::string& translated)
 {
-    constexpr WCHAR plainPrefix[] = {'\\', '\\', '?', '\\'};
-    TextView rest(path);
-    if (rest.starts_with(TextView(plainPrefix, std::size(plainPrefix))))
-        rest.remove_prefix(std::size(plainPrefix));
-    else if (rest.size() >= 2 && rest[0] == '\\' && rest[1] == '\\')
+    TextView rest = path == nullptr ? TextView() : TextView(path);
+    const bool net = rest.starts_with(PlainNetPrefix.data());
+    if (rest.starts_with(PlainPrefix.data()))
+        rest.remove_prefix(PlainPrefix.size() - 1);
+    if (net || IsOfOtherMachine(rest))
         return ERROR_BAD_NETPATH;
     if (rest.empty())
         return ERROR_PATH_NOT_FOUND;
-    if (rest.size() > PATH_MAX)
-        return ERROR_FILENAME_EXCED_RANGE;
-    Text whole;
-    if (rest.size() >= 2 && IsLetter(rest[0]) && rest[1] == ':') {
-        if (const DWORD error = DriveFolder(rest[0], whole); error != ERROR_SUCCESS)
+    std::string result;
+    if (StartsWithDrive(rest)) {
+        if (const DWORD error = TakeDrive(rest, result); error != ERROR_SUCCESS)
             return error;
-        if (whole.empty() || !IsSeparator(whole.back()))
-            whole += '/';
-        rest.remove_prefix(2);
-        while (!rest.empty() && IsSeparator(rest[0]))
-            rest.remove_prefix(1);
     }
-    whole += rest;
-    std::replace(whole.begin(), whole.end(), WCHAR{'\\'}, WCHAR{'/'});
-    return ToUtf8(whole, translated);
+    if (const DWORD error = Append(rest, result); error != ERROR_SUCCESS)
+        return error;
+    translated.swap(result);
+    return ERROR_SUCCESS;
 }

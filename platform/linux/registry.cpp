@@ -1,5 +1,5 @@
-// Read access to the settings store. The file is read once and kept; an open key asks with one `stat` whether
-// it is still the same file, and holds on to the content that it was opened in.
+// Read access to the settings store. Its file is read once and kept; each opening of a key asks with one `stat`
+// whether it is still the same file. An open key holds on to the state of the store that it was opened in.
 #include "registry.h"
 
 #include "registry_file.h"
@@ -14,260 +14,341 @@
 #include <algorithm>
 #include <memory>
 #include <new>
-#include <string>
 #include <utility>
-#include <vector>
-
-namespace layer {
 
 namespace {
 
-constexpr const char* DefaultPath = "/etc/veltrix/registry.reg";
-constexpr off_t MaxFileBytes = 256 << 20;
-constexpr int MaxRereads = 5;
-constexpr std::int64_t NanosecondsPerSecond = 1'000'000'000;
+using layer::RegistrySnapshot;
+using layer::Text;
+using layer::TextView;
 
-// Times of files move in ticks of at most 10 ms: a file that was written just now can be written again without
-// a trace in its status.
+constexpr const char* DefaultPath = "/etc/veltrix/registry.reg";
+constexpr off_t MaxFileBytes = off_t{256} << 20;
+constexpr int Attempts = 10;
+
+// The kernel takes the times of a file from a clock that moves in ticks of up to 10 ms. What is written within
+// the tick of the last change leaves no trace in the status of a file.
 constexpr std::int64_t SettlingTime = 20'000'000;
 
-using File = std::shared_ptr<const RegistryFile>;
+std::int64_t Nanoseconds(const timespec& time)
+{
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
 
 /// What tells one state of a file from another.
 struct Signature {
     explicit Signature(const struct stat& status)
-        : Device(status.st_dev), Inode(status.st_ino), Size(status.st_size), Modified(Time(status.st_mtim)),
-          Changed(Time(status.st_ctim))
+        : Device(status.st_dev), Inode(status.st_ino), Size(status.st_size), Written(Nanoseconds(status.st_mtim)),
+          Changed(Nanoseconds(status.st_ctim))
     {
     }
     bool operator==(const Signature&) const = default;
 
-    static std::int64_t Time(const timespec& time) { return time.tv_sec * NanosecondsPerSecond + time.tv_nsec; }
+    /// Whether the file has the same content. Only the name of a replaced file is changed.
+    bool HasContentOf(const Signature& other) const
+    {
+        return Device == other.Device && Inode == other.Inode && Size == other.Size && Written == other.Written;
+    }
 
     dev_t Device;
     ino_t Inode;
     off_t Size;
-    std::int64_t Modified;
+    std::int64_t Written;
     std::int64_t Changed;
 };
 
-/// The content that was read last. Under the table lock.
-struct Cache {
+struct Store {
     std::string Path;
-    Signature State{{}};
-    bool Settled = false;
-    File Content;
+    Signature State;
+    bool Settled;  // another content of the file would show in its signature
+    RegistrySnapshot Content;
 };
+using StorePointer = std::shared_ptr<const Store>;
 
-// Ahead of every static that may read settings, so behind them at the end.
-[[gnu::init_priority(150)]] Cache cache;
+// The store that was read last, or null. Under the table lock. No object with a destructor: callers read
+// settings from destructors of their own static objects.
+StorePointer* lastRead = nullptr;
+
+[[gnu::destructor(101)]] void ForgetStore()
+{
+    const std::unique_ptr<StorePointer> forgotten(std::exchange(lastRead, nullptr));
+}
 
 const char* StorePath()
 {
-    const char* const path = Environment("VELTRIX_REGISTRY");
+    const char* const path = layer::Environment("VELTRIX_REGISTRY");
     return path != nullptr && *path != '\0' ? path : DefaultPath;
 }
 
-class Descriptor {
-public:
-    explicit Descriptor(const char* path) : File(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor()
-    {
-        if (File >= 0)
-            close(File);
-    }
-    int get() const { return File; }
-
-private:
-    const int File;
-};
-
-/// The whole file, or an error. A file that changes meanwhile is read again.
-DWORD ReadAll(const char* path, std::vector<BYTE>& content, struct stat& status)
+/// A store that is not there is not found, whatever part of its path is missing.
+DWORD StoreError(int error)
 {
-    for (int attempt = 0; attempt < MaxRereads; ++attempt) {
-        const Descriptor file(path);
-        if (file.get() < 0 || fstat(file.get(), &status) != 0)
-            return ErrorFromErrno(errno);
-        if (!S_ISREG(status.st_mode))
-            return ERROR_ACCESS_DENIED;
-        if (status.st_size > MaxFileBytes) {
-            DebugLine("registry store: larger than 256 MiB, not read");
-            return ERROR_MORE_DATA;
-        }
-        content.resize(static_cast<std::size_t>(status.st_size));
-        std::size_t done = 0;
-        ssize_t count = 1;
-        while (done < content.size() && count > 0) {
-            count = pread(file.get(), content.data() + done, content.size() - done, static_cast<off_t>(done));
-            done += count > 0 ? static_cast<std::size_t>(count) : 0;
-        }
-        if (count < 0)
-            return ErrorFromErrno(errno);
-        struct stat after {};
-        if (fstat(file.get(), &after) == 0 && Signature(after) == Signature(status) && done == content.size())
-            return ERROR_SUCCESS;
-    }
-    return ERROR_BUSY;
+    return error == ENOTDIR ? ERROR_FILE_NOT_FOUND : layer::ErrorFromErrno(error);
 }
 
-/// Reads the store and keeps it. @throws std::bad_alloc
-DWORD Load(const char* path, File& file)
+class File {
+public:
+    // Opening a pipe does not wait for its writer.
+    explicit File(const char* path) : Descriptor(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {}
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    ~File()
+    {
+        if (Descriptor >= 0)
+            close(Descriptor);
+    }
+
+    bool isOpen() const { return Descriptor >= 0; }
+
+    bool GetStatus(struct stat& status) const { return fstat(Descriptor, &status) == 0; }
+
+    /// At most `size` bytes; how many there are comes back, or -1 with `errno`.
+    ssize_t Read(char* buffer, std::size_t size) const
+    {
+        std::size_t done = 0;
+        while (done < size) {
+            const ssize_t count = read(Descriptor, buffer + done, size - done);
+            if (count < 0 && errno == EINTR)
+                continue;
+            if (count < 0)
+                return -1;
+            if (count == 0)
+                break;
+            done += static_cast<std::size_t>(count);
+        }
+        return static_cast<ssize_t>(done);
+    }
+
+private:
+    const int Descriptor;
+};
+
+struct FileContent {
+    std::unique_ptr<char[]> Bytes;
+    std::size_t Count = 0;
+    struct stat Status {};
+};
+
+/// Reads the whole file once. ERROR_SHARING_VIOLATION if it changed meanwhile.
+DWORD ReadOnce(const char* path, FileContent& content)
+{
+    const File file(path);
+    if (!file.isOpen() || !file.GetStatus(content.Status))
+        return StoreError(errno);
+    if (!S_ISREG(content.Status.st_mode))
+        return ERROR_ACCESS_DENIED;
+    if (content.Status.st_size > MaxFileBytes) {
+        layer::DebugLine(std::string(path) + ": larger than 256 MB, not read");
+        return ERROR_NOT_SUPPORTED;
+    }
+    content.Count = static_cast<std::size_t>(content.Status.st_size);
+    content.Bytes = std::make_unique_for_overwrite<char[]>(content.Count);
+    const ssize_t count = file.Read(content.Bytes.get(), content.Count);
+    struct stat after {};
+    if (count < 0 || !file.GetStatus(after))
+        return StoreError(errno);
+    const bool same = Signature(after).HasContentOf(Signature(content.Status));
+    return same && static_cast<std::size_t>(count) == content.Count ? ERROR_SUCCESS : ERROR_SHARING_VIOLATION;
+}
+
+DWORD ReadContent(const char* path, FileContent& content)
+{
+    DWORD error = ERROR_SHARING_VIOLATION;
+    for (int i = 0; i < Attempts && error == ERROR_SHARING_VIOLATION; ++i)
+        error = ReadOnce(path, content);
+    return error;
+}
+
+void Report(const char* path, const layer::DroppedLines& dropped)
+{
+    const std::string start = std::string(path) + ": ";
+    for (const auto& [number, reason] : dropped.First)
+        layer::DebugLine(start + "line " + std::to_string(number) + " is left out: " + reason);
+    if (dropped.Count > dropped.First.size())
+        layer::DebugLine(start + std::to_string(dropped.Count - dropped.First.size()) + " more lines are left out");
+}
+
+/// Reads the store and keeps it.
+DWORD ReadStore(const char* path, StorePointer& store)
 {
     timespec now{};
     clock_gettime(CLOCK_REALTIME_COARSE, &now);
-    std::vector<BYTE> content;
-    struct stat status {};
-    if (const DWORD error = ReadAll(path, content, status); error != ERROR_SUCCESS)
+    FileContent content;
+    if (const DWORD error = ReadContent(path, content); error != ERROR_SUCCESS)
         return error;
-    file = std::make_shared<const RegistryFile>(content);
-    const Signature state(status);
-    std::string ownPath(path);
-    File former;  // goes behind the lock
-    const std::lock_guard<std::mutex> guard(TableLock());
-    former = std::move(cache.Content);
-    cache.Path.swap(ownPath);
-    cache.State = state;
-    cache.Settled = Signature::Time(now) - std::max(state.Modified, state.Changed) > SettlingTime;
-    cache.Content = file;
+    layer::DroppedLines dropped;
+    const Signature state(content.Status);
+    const bool settled = std::abs(Nanoseconds(now) - state.Changed) > SettlingTime;
+    store = std::make_shared<const Store>(
+        Store{path, state, settled, layer::ReadRegistryFile({content.Bytes.get(), content.Count}, dropped)});
+    Report(path, dropped);
+    auto kept = std::make_unique<StorePointer>(store);
+    const std::lock_guard<std::mutex> guard(layer::TableLock());
+    StorePointer* const former = std::exchange(lastRead, kept.release());
+    kept.reset(former);  // and goes with its last user
     return ERROR_SUCCESS;
 }
 
-/// The present content of the store. @throws std::bad_alloc
-DWORD Current(File& file)
+/// The present state of the store.
+DWORD PresentStore(StorePointer& store)
 {
     const char* const path = StorePath();
     struct stat status {};
     if (stat(path, &status) != 0)
-        return errno == ENOTDIR ? ERROR_FILE_NOT_FOUND : ErrorFromErrno(errno);
+        return StoreError(errno);
+    const Signature state(status);
     {
-        const std::lock_guard<std::mutex> guard(TableLock());
-        if (cache.Settled && cache.State == Signature(status) && cache.Path == path) {
-            file = cache.Content;
+        const std::lock_guard<std::mutex> guard(layer::TableLock());
+        if (lastRead != nullptr && (*lastRead)->Settled && (*lastRead)->State == state && (*lastRead)->Path == path) {
+            store = *lastRead;
             return ERROR_SUCCESS;
         }
     }
-    return Load(path, file);
+    return ReadStore(path, store);
 }
 
-class OpenedKey final : public Object {
+class OpenKey final : public layer::Object {
 public:
-    OpenedKey(File file, const RegistryKey& key, HKEY hive)
-        : Object(Kind::key), Content(std::move(file)), Key(key), Hive(hive)
-    {
-    }
+    OpenKey(StorePointer store, RegistrySnapshot::Key key) : Object(Kind::key), Whole(std::move(store)), Key(key) {}
 
-    const File Content;
-    const RegistryKey& Key;  // in Content
-    const HKEY Hive;
+    const RegistrySnapshot& content() const { return Whole->Content; }
+
+    const StorePointer Whole;
+    const RegistrySnapshot::Key Key;
 };
 
-/// The value of this name, or null.
-const RegistryValue* FindValue(const RegistryKey& key, TextView name)
+OpenKey* FindOpenKey(HKEY key)
 {
-    const auto found = key.second.find(name);
-    return found == key.second.end() ? nullptr : &found->second;
+    return static_cast<OpenKey*>(layer::FindObject(key, layer::Object::Kind::key));
 }
 
-OpenedKey* FindKey(HKEY key)
+TextView View(LPCWSTR text)
 {
-    return static_cast<OpenedKey*>(FindObject(key, Object::Kind::key));
+    return text == nullptr ? TextView() : TextView(text);
 }
 
-/// @throws std::bad_alloc
-DWORD Open(HKEY parent, TextView path, HKEY* opened)
+/// The key at `path` below `base` in the present store. One backslash at the end of the path is nothing.
+DWORD FindKey(HKEY base, TextView path, StorePointer& store, RegistrySnapshot::Key& key)
 {
-    HKEY hive = parent;
-    Text whole;
-    if (!IsPredefined(parent)) {
-        const OpenedKey* const above = FindKey(parent);
-        if (above == nullptr)
-            return ERROR_INVALID_HANDLE;
-        hive = above->Hive;
-        whole = above->Key.first;
-        if (!whole.empty() && !path.empty())
-            whole += '\\';
-        whole += path;
-        path = whole;
-    }
-    File file;
-    if (const DWORD error = Current(file); error != ERROR_SUCCESS)
+    const auto hive = RegistrySnapshot::FindHive(base);
+    const OpenKey* const above = hive ? nullptr : FindOpenKey(base);
+    if (!hive && above == nullptr)
+        return ERROR_INVALID_HANDLE;
+    if (const DWORD error = PresentStore(store); error != ERROR_SUCCESS)
         return error;
-    const RegistryKey* const key = file->Find(hive, path);
-    if (key == nullptr)
+    if (path.ends_with(WCHAR{'\\'}))
+        path.remove_suffix(1);
+    const auto start = hive ? store->Content.PathOf(*hive) : above->content().PathOf(above->Key);
+    const auto found = store->Content.FindKey(start, path);
+    if (!found)
         return ERROR_FILE_NOT_FOUND;
-    const HANDLE handle = OpenHandle(new OpenedKey(std::move(file), *key, hive));
-    if (handle == nullptr)
-        return ERROR_OUTOFMEMORY;
-    *opened = static_cast<HKEY>(handle);
+    key = *found;
     return ERROR_SUCCESS;
 }
 
-}  // namespace
-
-bool ReadStoreText(HKEY hive, LPCWSTR key, LPCWSTR value, Text& text, LSTATUS* result)
+DWORD Open(HKEY base, TextView path, HKEY& opened)
 {
-    File file;
-    DWORD status = Current(file);
-    const RegistryKey* const found = status == ERROR_SUCCESS ? file->Find(hive, key) : nullptr;
-    const RegistryValue* const entry = found == nullptr ? nullptr : FindValue(*found, value);
-    if (status == ERROR_SUCCESS && entry == nullptr)
-        status = ERROR_FILE_NOT_FOUND;
-    if (result != nullptr)
-        *result = static_cast<LSTATUS>(status);
-    if (status != ERROR_SUCCESS)
-        return false;
-    const std::vector<BYTE>& data = entry->Data;
-    text.assign(data.size() / sizeof(WCHAR), WCHAR{0});
-    std::memcpy(text.data(), data.data(), text.size() * sizeof(WCHAR));
-    text.resize(std::min(text.find(WCHAR{0}), text.size()));
-    return true;
+    StorePointer store;
+    RegistrySnapshot::Key key{};
+    if (const DWORD error = FindKey(base, path, store, key); error != ERROR_SUCCESS)
+        return error;
+    const HANDLE handle = layer::OpenHandle(new OpenKey(std::move(store), key));
+    if (handle == nullptr)
+        return ERROR_OUTOFMEMORY;
+    opened = static_cast<HKEY>(handle);
+    return ERROR_SUCCESS;
 }
 
-}  // namespace layer
-
-using namespace layer;
-
-LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD, DWORD, HKEY* opened)
+DWORD Query(const RegistrySnapshot& content, RegistrySnapshot::Key key, LPCWSTR name, DWORD* type, BYTE* data,
+            DWORD* bytes)
 {
-    if (opened == nullptr)
-        return ERROR_INVALID_PARAMETER;
-    try {
-        return static_cast<LSTATUS>(Open(key, path == nullptr ? TextView() : TextView(path), opened));
-    } catch (const std::bad_alloc&) {
-        return LSTATUS{ERROR_OUTOFMEMORY};
-    }
-}
-
-LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD*, DWORD* type, BYTE* data, DWORD* bytes)
-{
-    const OpenedKey* const opened = FindKey(key);
-    if (opened == nullptr)
-        return ERROR_INVALID_HANDLE;
     if (data != nullptr && bytes == nullptr)
         return ERROR_INVALID_PARAMETER;
-    const RegistryValue* const value = FindValue(opened->Key, name == nullptr ? TextView() : TextView(name));
-    if (value == nullptr)
+    const auto value = content.FindValue(key, View(name));
+    if (!value)
         return ERROR_FILE_NOT_FOUND;
     if (type != nullptr)
         *type = value->Type;
     if (bytes == nullptr)
         return ERROR_SUCCESS;
-    const auto size = static_cast<DWORD>(value->Data.size());
-    const DWORD room = std::exchange(*bytes, size);
+    const DWORD room = std::exchange(*bytes, static_cast<DWORD>(value->Data.size()));
     if (data == nullptr)
         return ERROR_SUCCESS;
-    if (room < size)
+    if (room < value->Data.size())
         return ERROR_MORE_DATA;
     std::copy(value->Data.begin(), value->Data.end(), data);
     return ERROR_SUCCESS;
 }
 
+DWORD QueryHive(HKEY hive, LPCWSTR name, DWORD* type, BYTE* data, DWORD* bytes)
+{
+    StorePointer store;
+    RegistrySnapshot::Key key{};
+    if (const DWORD error = FindKey(hive, {}, store, key); error != ERROR_SUCCESS)
+        return error;
+    return Query(store->Content, key, name, type, data, bytes);
+}
+
+DWORD ReadText(HKEY hive, LPCWSTR path, LPCWSTR name, Text& text)
+{
+    StorePointer store;
+    RegistrySnapshot::Key key{};
+    if (const DWORD error = FindKey(hive, View(path), store, key); error != ERROR_SUCCESS)
+        return error;
+    const auto value = store->Content.FindValue(key, View(name));
+    if (!value)
+        return ERROR_FILE_NOT_FOUND;
+    Text units(value->Data.size() / sizeof(WCHAR), WCHAR{0});
+    if (!units.empty())
+        std::memcpy(units.data(), value->Data.data(), units.size() * sizeof(WCHAR));
+    units.resize(std::min(units.find(WCHAR{0}), units.size()));
+    text.swap(units);
+    return ERROR_SUCCESS;
+}
+
+/// What `work` gives, or that it ran out of memory.
+template <class Work>
+DWORD WithoutExceptions(Work work) noexcept
+{
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+        return ERROR_OUTOFMEMORY;
+    }
+}
+
+}  // namespace
+
+bool layer::ReadStoreText(HKEY hive, LPCWSTR key, LPCWSTR value, Text& text, LSTATUS* result)
+{
+    const DWORD error = ReadText(hive, key, value, text);
+    if (result != nullptr)
+        *result = static_cast<LSTATUS>(error);
+    return error == ERROR_SUCCESS;
+}
+
+LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD, DWORD, HKEY* opened)
+{
+    if (opened == nullptr)
+        return LSTATUS{ERROR_INVALID_PARAMETER};
+    return static_cast<LSTATUS>(WithoutExceptions([&] { return Open(key, View(path), *opened); }));
+}
+
+LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* bytes)
+{
+    if (reserved != nullptr)
+        return LSTATUS{ERROR_INVALID_PARAMETER};
+    if (RegistrySnapshot::FindHive(key))
+        return static_cast<LSTATUS>(WithoutExceptions([&] { return QueryHive(key, name, type, data, bytes); }));
+    const OpenKey* const opened = FindOpenKey(key);
+    if (opened == nullptr)
+        return LSTATUS{ERROR_INVALID_HANDLE};
+    return static_cast<LSTATUS>(Query(opened->content(), opened->Key, name, type, data, bytes));
+}
+
 LSTATUS RegCloseKey(HKEY key)
 {
-    if (IsPredefined(key))
-        return ERROR_SUCCESS;
-    return ShutHandle(key, Object::Kind::key) ? LSTATUS{ERROR_SUCCESS} : LSTATUS{ERROR_INVALID_HANDLE};
+    if (RegistrySnapshot::FindHive(key) || layer::ShutHandle(key, layer::Object::Kind::key))
+        return LSTATUS{ERROR_SUCCESS};
+    return LSTATUS{ERROR_INVALID_HANDLE};
 }

@@ -1,511 +1,455 @@
-// Reads the platform's export format, line by line. A line that is not sound is dropped, and the lines behind
-// it count; only values that follow a broken key line are dropped with it, as nobody knows whose they are.
+// The text is taken off statement by statement: a statement is a line, a value with continuation lines, or a
+// value whose text runs over line ends. Only a whole sound statement changes the store. Behind a broken one
+// reading goes on at the next line; values behind a broken key line go with it, as nobody knows whose they are.
 #include "registry_file.h"
 
-#include <algorithm>
-#include <optional>
-#include <string>
-#include <utility>
+#include "registry_fold.h"
+#include "text_conversion.h"
 
-namespace layer {
+#include <algorithm>
+#include <cstring>
+#include <memory>
 
 namespace {
 
-// What a byte that is no UTF-8 turns into: the upper half of the surrogates never stands alone in sound text.
-constexpr WCHAR BadByte = 0xDC00;
+using layer::RegistrySnapshot;
+using layer::Text;
+using layer::TextView;
 
-constexpr std::size_t MaxComplaints = 20;
+constexpr WCHAR LineFeed = '\n';
+constexpr WCHAR Backslash = '\\';
+constexpr WCHAR Quote = '"';
 
-constexpr std::string_view HiveNames[] = {"HKEY_CLASSES_ROOT", "HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE", "HKEY_USERS"};
-constexpr std::uintptr_t FirstHive = 0x80000000;
+constexpr DWORD ExpandableText = 2;
+constexpr DWORD TextList = 7;
 
-bool SameAscii(TextView text, std::string_view ascii)
+/// The units of a file.
+struct Units {
+    TextView all() const { return {Buffer.get(), Count}; }
+
+    std::unique_ptr<WCHAR[]> Buffer;
+    std::size_t Count = 0;
+    std::vector<std::uint32_t> NotUtf8;  // where bytes stood that are none, the first place of each line
+};
+
+Units FromUtf16(std::string_view bytes)
 {
-    return text.size() == ascii.size() &&
-           std::equal(text.begin(), text.end(), ascii.begin(), [](WCHAR unit, char letter) {
-               const auto small = [](int c) { return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c; };
-               return small(unit) == small(letter);
-           });
+    Units units;
+    units.Count = bytes.size() / sizeof(WCHAR);
+    units.Buffer = std::make_unique_for_overwrite<WCHAR[]>(units.Count);
+    if (units.Count > 0)
+        std::memcpy(units.Buffer.get(), bytes.data(), units.Count * sizeof(WCHAR));
+    return units;
 }
 
-bool StartsWithAscii(TextView text, std::string_view ascii)
+Units FromUtf8(std::string_view bytes)
 {
-    return text.size() >= ascii.size() && SameAscii(text.substr(0, ascii.size()), ascii);
-}
-
-std::optional<std::size_t> HiveIndex(TextView name)
-{
-    for (std::size_t i = 0; i < std::size(HiveNames); ++i) {
-        if (SameAscii(name, HiveNames[i]))
-            return i;
+    Units units;
+    units.Buffer = std::make_unique_for_overwrite<WCHAR[]>(bytes.size());
+    bool reported = false;  // for this line
+    for (std::size_t i = 0; i < bytes.size();) {
+        if (static_cast<unsigned char>(bytes[i]) < 0x80) {
+            reported = reported && bytes[i] != '\n';
+            units.Buffer[units.Count++] = static_cast<WCHAR>(bytes[i++]);
+            continue;
+        }
+        const layer::NarrowCharacter character = layer::TakeUtf8(bytes.data() + i, bytes.size() - i);
+        if (character.Units == 0 && !reported) {
+            units.NotUtf8.push_back(static_cast<std::uint32_t>(units.Count));
+            reported = true;
+        }
+        // Bytes that mean nothing keep a place, so that their statement has one to be found by.
+        if (character.Units == 0)
+            units.Buffer[units.Count++] = 0xFFFD;
+        for (unsigned unit = 0; unit < character.Units; ++unit)
+            units.Buffer[units.Count++] = character.Unit[unit];
+        i += character.Bytes;
     }
-    return std::nullopt;
+    return units;
+}
+
+Units Decode(std::string_view file)
+{
+    if (file.starts_with("\xFF\xFE"))
+        return FromUtf16(file.substr(2));
+    return FromUtf8(file.starts_with("\xEF\xBB\xBF") ? file.substr(3) : file);
 }
 
 int HexDigit(WCHAR unit)
 {
     if (unit >= '0' && unit <= '9')
         return unit - '0';
-    if (unit >= 'a' && unit <= 'f')
-        return unit - 'a' + 10;
-    return unit >= 'A' && unit <= 'F' ? unit - 'A' + 10 : -1;
+    const WCHAR capital = layer::Fold(unit);
+    return capital >= 'A' && capital <= 'F' ? capital - 'A' + 10 : -1;
 }
+
+constexpr WCHAR Blanks[] = {' ', '\t', '\r', 0};
 
 bool IsBlank(WCHAR unit)
 {
-    return unit == ' ' || unit == '\t';
+    return unit == ' ' || unit == '\t' || unit == '\r';
 }
 
-/// A number of up to eight hexadecimal digits, all of `digits`.
-std::optional<DWORD> HexNumber(TextView digits)
+/// Whether `text` starts with this, in any case. `start` has capitals only.
+bool StartsWith(TextView text, std::string_view start)
 {
-    if (digits.empty() || digits.size() > 8)
-        return std::nullopt;
-    DWORD number = 0;
-    for (const WCHAR unit : digits) {
-        const int digit = HexDigit(unit);
-        if (digit < 0)
-            return std::nullopt;
-        number = number << 4U | static_cast<DWORD>(digit);
-    }
-    return number;
+    return text.size() >= start.size() &&
+           std::equal(start.begin(), start.end(), text.begin(),
+                      [](char letter, WCHAR unit) { return static_cast<WCHAR>(letter) == layer::Fold(unit); });
 }
 
-/// Length of the UTF-8 sequence at the front of `bytes` and its code point; length 0 if there is none.
-struct Sequence {
-    std::size_t Length;
-    std::uint32_t Point;
-};
-Sequence FirstSequence(std::span<const BYTE> bytes)
+bool OpensKey(TextView line)
 {
-    const BYTE lead = bytes[0];
-    const std::size_t length = lead < 0x80   ? 1
-                               : lead < 0xC2 ? 0
-                               : lead < 0xE0 ? 2
-                               : lead < 0xF0 ? 3
-                               : lead < 0xF5 ? 4
-                                             : 0;
-    if (length <= 1)
-        return {length, lead};
-    if (length > bytes.size())
-        return {0, 0};
-    std::uint32_t point = lead & (0x7FU >> length);
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((bytes[i] & 0xC0U) != 0x80)
-            return {0, 0};
-        point = point << 6U | (bytes[i] & 0x3FU);
-    }
-    constexpr std::uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    const bool sound = point >= smallest[length] && point <= 0x10FFFF && (point < 0xD800 || point > 0xDFFF);
-    return {sound ? length : 0, point};
+    return StartsWith(line, "[HKEY_") || StartsWith(line, "[-HKEY_");
 }
 
-Text FromUtf8(std::span<const BYTE> bytes)
+/// Whether nothing that counts stands in front of the line's end.
+bool OnlyComment(TextView text)
 {
-    Text text;
-    text.reserve(bytes.size());
-    while (!bytes.empty()) {
-        const auto [length, point] = FirstSequence(bytes);
-        if (length == 0) {
-            text += static_cast<WCHAR>(BadByte + bytes[0]);
-        } else if (point < 0x10000) {
-            text += static_cast<WCHAR>(point);
-        } else {
-            text += static_cast<WCHAR>(0xD7C0 + (point >> 10U));
-            text += static_cast<WCHAR>(0xDC00 + (point & 0x3FFU));
-        }
-        bytes = bytes.subspan(std::max<std::size_t>(length, 1));
-    }
-    return text;
+    const auto first = std::find_if_not(text.begin(), text.end(), IsBlank);
+    return first == text.end() || *first == LineFeed || *first == ';';
 }
 
-bool HasBadBytes(TextView text)
+bool HasEmptyPart(TextView path)
 {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const bool low = (text[i] & 0xFC00U) == 0xDC00;
-        if (low && (i == 0 || (text[i - 1] & 0xFC00U) != 0xD800))
+    for (std::size_t i = path.find(Backslash); i != TextView::npos; i = path.find(Backslash, i + 1)) {
+        if (i + 1 == path.size() || path[i + 1] == Backslash)
             return true;
     }
     return false;
 }
 
-bool IsUtf16(std::span<const BYTE> file)
+/// Whether these bytes can be a whole value of this type: a text ends with its terminator.
+bool IsWhole(DWORD type, std::span<const BYTE> bytes)
 {
-    return file.size() >= 2 && file[0] == 0xFF && file[1] == 0xFE;
+    if (type != REG_SZ && type != ExpandableText && type != TextList)
+        return true;
+    const std::size_t zeros = (type == TextList ? 2 : 1) * sizeof(WCHAR);
+    return bytes.size() >= zeros && bytes.size() % sizeof(WCHAR) == 0 &&
+           std::ranges::all_of(bytes.last(zeros), [](BYTE byte) { return byte == 0; });
 }
 
-Text Decode(std::span<const BYTE> file)
-{
-    if (IsUtf16(file)) {
-        Text text;
-        text.reserve(file.size() / 2);
-        for (std::size_t i = 2; i + 1 < file.size(); i += 2)
-            text += static_cast<WCHAR>(file[i] | file[i + 1] << 8U);
-        return text;
-    }
-    if (file.size() >= 3 && file[0] == 0xEF && file[1] == 0xBB && file[2] == 0xBF)
-        file = file.subspan(3);
-    return FromUtf8(file);
-}
-
-}  // namespace
-
-class RegistryParser {
+class Reader {
 public:
-    RegistryParser(RegistryFile& file, TextView text, bool mayHaveBadBytes)
-        : Target(file), Rest(text), MayHaveBadBytes(mayHaveBadBytes)
+    Reader(const Units& units, RegistrySnapshot& store, layer::DroppedLines& dropped)
+        : All(units.all()), NotUtf8(units.NotUtf8), Store(store), Dropped(dropped)
     {
     }
 
     void Run()
     {
-        while (!Rest.empty())
-            Statement();
-        if (Complaints > MaxComplaints)
-            DebugLine("registry store: " + std::to_string(Complaints - MaxComplaints) + " more lines dropped");
+        while (!AtEnd()) {
+            const Place start = Here;
+            Wanted = Change::none;
+            Onward.reset();
+            const char* reason = Statement();
+            if (reason != nullptr)
+                Here = Onward.value_or(start);
+            if (!Onward)
+                ToNextLine();
+            if (reason == nullptr && HasBadBytes(start.At, Here.At))
+                reason = "it is not UTF-8";
+            if (reason == nullptr)
+                Apply();
+            else
+                Drop(start.Line, reason);
+        }
     }
 
 private:
-    /// One line, with its continuations.
-    void Statement()
-    {
-        const std::size_t line = Line;
-        const TextView start = Rest;
-        const char* const complaint = Understand();
-        SkipLine();
-        const TextView whole = start.substr(0, start.size() - Rest.size());
-        if (complaint != nullptr)
-            Complain(line, complaint);
-        else if (MayHaveBadBytes && HasBadBytes(whole))
-            Complain(line, "not UTF-8");
-        else if (Pending)
-            Apply();
-        Pending = nullptr;
-    }
+    enum class Change { none, openKey, deleteKey, setValue, deleteValue };
 
-    /// Null, or what is wrong with the line. What it asks for is left in Pending, as only a whole sound line
-    /// may change anything.
-    const char* Understand()
+    struct Place {
+        std::size_t At = 0;
+        std::size_t Line = 1;
+    };
+
+    // Each of these reads on from Here, up to the end of a line at most, and gives null or the reason why the
+    // statement is dropped. What a sound one asks for is in Wanted then, and in the members that go with it.
+
+    const char* Statement()
     {
         SkipBlanks();
-        if (AtLineEnd() || Rest[0] == ';')
-            return SkipToLineEnd();
-        if (Rest[0] == '[')
-            return KeyLine();
-        if (Rest[0] == '"' || Rest[0] == '@')
-            return ValueLine();
-        if (Line == 1 &&
-            (StartsWithAscii(Rest, "Windows Registry Editor Version 5.00") || StartsWithAscii(Rest, "REGEDIT4")))
-            return SkipToLineEnd();
-        return "neither a key nor a value";
+        switch (Unit()) {
+            case LineFeed:
+            case ';': return nullptr;
+            case '[': return KeyLine();
+            case '@':
+            case Quote: return ValueLine();
+            default: break;
+        }
+        return StartsWith(Rest(), "WINDOWS REGISTRY EDITOR VERSION 5.00") ? nullptr : "it is neither a key nor a value";
     }
 
     const char* KeyLine()
     {
-        Key = nullptr;
-        TextView line = Rest.substr(0, LineLength());
-        const std::size_t end = line.rfind(']');
+        Current.reset();
+        const TextView line = Rest().substr(0, Rest().find(LineFeed));
+        // A name may hold brackets: the closing one is that with nothing behind it.
+        std::size_t end = line.find(']');
+        while (end != TextView::npos && !OnlyComment(line.substr(end + 1)))
+            end = line.find(']', end + 1);
         if (end == TextView::npos)
-            return "a key without its closing bracket";
-        if (!OnlyComment(line.substr(end + 1)))
-            return "something behind a key";
-        line = line.substr(1, end - 1);
-        Deletes = !line.empty() && line[0] == '-';
-        if (Deletes)
-            line.remove_prefix(1);
-        while (!line.empty() && line.back() == '\\')
-            line.remove_suffix(1);
-        const std::size_t hiveEnd = std::min(line.find('\\'), line.size());
-        const auto hive = HiveIndex(line.substr(0, hiveEnd));
-        if (!hive)
-            return "an unknown root key";
-        Hive = *hive;
-        Name = line.substr(std::min(hiveEnd + 1, line.size()));
-        Pending = &RegistryParser::ApplyKey;
-        return SkipToLineEnd();
-    }
-
-    void ApplyKey()
-    {
-        auto& keys = Target.Hives[Hive];
-        if (Deletes) {
-            const FoldEqual equal;
-            std::erase_if(keys, [&](const auto& entry) {
-                const TextView path = entry.first;
-                return path.size() >= Name.size() && equal(path.substr(0, Name.size()), Name) &&
-                       (path.size() == Name.size() || Name.empty() || path[Name.size()] == '\\');
-            });
-            return;
+            return "the key has no closing bracket";
+        Path = line.substr(1, end - 1);
+        Wanted = Change::openKey;
+        if (Path.starts_with(WCHAR{'-'})) {
+            Wanted = Change::deleteKey;
+            Path.remove_prefix(1);
         }
-        // The keys above a key are there too.
-        for (std::size_t end = Name.find('\\'); end != Text::npos; end = Name.find('\\', end + 1))
-            keys.try_emplace(Name.substr(0, end));
-        keys.try_emplace(Text());
-        Key = &keys.try_emplace(Name).first->second;
+        if (Path.ends_with(Backslash))
+            Path.remove_suffix(1);
+        if (!RegistrySnapshot::FindHive(Path.substr(0, Path.find(Backslash))))
+            return "there is no such predefined key";
+        return HasEmptyPart(Path) ? "a part of the key's path is empty" : nullptr;
     }
 
     const char* ValueLine()
     {
         Name.clear();
-        if (Rest[0] == '@')
-            Advance(1);
-        else if (const char* complaint = QuotedName())
-            return complaint;
+        if (Unit() == '@')
+            ++Here.At;
+        else if (const char* const reason = QuotedName())
+            return reason;
         SkipBlanks();
-        if (AtLineEnd() || Rest[0] != '=')
-            return "a value without its equals sign";
-        Advance(1);
+        if (Unit() != '=')
+            return "the value has no equals sign";
+        ++Here.At;
         SkipBlanks();
-        Value = RegistryValue();
-        Deletes = false;
-        if (const char* complaint = ValueData())
-            return complaint;
-        if (!OnlyComment(Rest.substr(0, LineLength())))
-            return "something behind a value";
-        if (Key == nullptr)
-            return "a value without a key";
-        Pending = &RegistryParser::ApplyValue;
-        return nullptr;
-    }
-
-    void ApplyValue()
-    {
-        if (Deletes)
-            Key->erase(Name);
-        else
-            Key->insert_or_assign(Name, std::move(Value));
+        if (const char* const reason = ValueData())
+            return reason;
+        if (!OnlyComment(Rest()))
+            return "something stands behind the value";
+        return Current ? nullptr : "the value stands below no key";
     }
 
     const char* QuotedName()
     {
-        Advance(1);
-        while (!AtLineEnd()) {
-            if (Rest[0] == '"') {
-                Advance(1);
+        for (++Here.At; Unit() != LineFeed; ++Here.At) {
+            if (Unit() == Quote) {
+                ++Here.At;
                 return nullptr;
             }
-            Name += Escaped();
+            SkipEscape();
+            Name += Unit();
         }
-        return "a name without its closing quote";
+        return "the name has no closing quotation mark";
     }
 
     const char* ValueData()
     {
-        if (AtLineEnd())
-            return "a value without data";
-        if (Rest[0] == '-') {
-            Deletes = true;
-            Advance(1);
+        Wanted = Change::setValue;
+        if (Unit() == Quote)
+            return QuotedText();
+        if (Unit() == '-') {
+            Wanted = Change::deleteValue;
+            ++Here.At;
             return nullptr;
         }
-        if (Rest[0] == '"')
-            return QuotedText();
-        if (StartsWithAscii(Rest, "dword:"))
+        if (StartsWith(Rest(), "DWORD:"))
             return Number();
-        if (StartsWithAscii(Rest, "hex"))
-            return Bytes();
-        return "data of an unknown kind";
+        if (StartsWith(Rest(), "HEX:")) {
+            Here.At += std::strlen("hex:");
+            return Binary(REG_BINARY);
+        }
+        if (StartsWith(Rest(), "HEX("))
+            return TypedBinary();
+        return "the value has no data of a known form";
     }
 
-    /// A text may run over line ends. Where none closes it, it ends at the next key.
+    /// A text may run over line ends. One that nothing closes ends where the next key opens.
     const char* QuotedText()
     {
-        Text text;
-        Advance(1);
-        while (!Rest.empty() && Rest[0] != '"') {
-            const bool newLine = Rest[0] == '\n';
-            if (newLine) {
-                text += '\n';
-                Advance(1);
-                if (StartsWithAscii(Rest, "[HKEY_") || StartsWithAscii(Rest, "[-HKEY_")) {
-                    Ended = true;
-                    return "a text without its closing quote";
+        Characters.clear();
+        for (++Here.At; !AtEnd(); ++Here.At) {
+            if (Unit() == Quote) {
+                ++Here.At;
+                Characters += WCHAR{0};
+                const auto* const bytes = reinterpret_cast<const BYTE*>(Characters.data());
+                SetData(REG_SZ, {bytes, Characters.size() * sizeof(WCHAR)});
+                return nullptr;
+            }
+            SkipEscape();
+            Characters += Unit();
+            if (Unit() == LineFeed) {
+                ++Here.Line;
+                if (OpensKey(Rest().substr(1))) {
+                    ++Here.At;
+                    break;
                 }
-            } else {
-                text += Escaped();
             }
         }
-        if (Rest.empty())
-            return "a text without its closing quote";
-        Advance(1);
-        text += WCHAR{0};
-        Value.Type = REG_SZ;
-        const auto* const bytes = reinterpret_cast<const BYTE*>(text.data());
-        Value.Data.assign(bytes, bytes + text.size() * sizeof(WCHAR));
-        return nullptr;
+        Onward = Here;
+        return "the text has no closing quotation mark";
+    }
+
+    /// Up to eight digits.
+    bool HexNumber(DWORD& number)
+    {
+        number = 0;
+        const std::size_t start = Here.At;
+        for (; Here.At - start < 8 && HexDigit(Unit()) >= 0; ++Here.At)
+            number = number << 4 | static_cast<DWORD>(HexDigit(Unit()));
+        return Here.At > start && HexDigit(Unit()) < 0;
     }
 
     const char* Number()
     {
-        Advance(6);
-        const TextView line = Rest.substr(0, LineLength());
-        const std::size_t end = static_cast<std::size_t>(
-            std::find_if(line.begin(), line.end(), [](WCHAR unit) { return HexDigit(unit) < 0; }) - line.begin());
-        const auto number = HexNumber(line.substr(0, end));
-        if (!number)
-            return "a number that is none";
-        Advance(end);
-        Value.Type = REG_DWORD;
-        const auto* const bytes = reinterpret_cast<const BYTE*>(&*number);
-        Value.Data.assign(bytes, bytes + sizeof *number);
+        Here.At += std::strlen("dword:");
+        DWORD number = 0;
+        if (!HexNumber(number))
+            return "the number does not have one to eight digits";
+        Bytes.resize(sizeof number);
+        std::memcpy(Bytes.data(), &number, sizeof number);
+        SetData(REG_DWORD, Bytes);
         return nullptr;
     }
 
-    const char* Bytes()
+    const char* TypedBinary()
     {
-        Advance(3);
-        Value.Type = REG_BINARY;
-        if (!AtLineEnd() && Rest[0] == '(') {
-            const TextView line = Rest.substr(0, LineLength());
-            const std::size_t end = line.find(')');
-            const auto type = end == TextView::npos ? std::nullopt : HexNumber(line.substr(1, end - 1));
-            if (!type)
-                return "a type that is none";
-            Value.Type = *type;
-            Advance(end + 1);
-        }
-        if (AtLineEnd() || Rest[0] != ':')
-            return "data of an unknown kind";
-        Advance(1);
-        return ByteList();
+        Here.At += std::strlen("hex(");
+        DWORD type = 0;
+        if (!HexNumber(type) || !StartsWith(Rest(), "):"))
+            return "the type of the value is malformed";
+        Here.At += std::strlen("):");
+        return Binary(type);
     }
 
-    const char* ByteList()
+    const char* Binary(DWORD type)
     {
-        bool expected = false;  // behind a comma
-        for (;;) {
-            SkipBlanksAndContinuations();
-            const int high = AtLineEnd() ? -1 : HexDigit(Rest[0]);
-            if (high < 0)
-                return expected ? "a list of bytes that breaks off" : nullptr;
-            Advance(1);
-            int byte = high;
-            if (const int low = AtLineEnd() ? -1 : HexDigit(Rest[0]); low >= 0) {
-                byte = high * 16 + low;
-                Advance(1);
-            }
-            Value.Data.push_back(static_cast<BYTE>(byte));
-            SkipBlanksAndContinuations();
-            expected = !AtLineEnd() && Rest[0] == ',';
-            if (!expected)
-                return nullptr;
-            Advance(1);
+        Bytes.clear();
+        const bool isEmpty = !SkipContinuations() && !AtEnd() && HexDigit(Unit()) < 0;
+        if (!isEmpty) {
+            do {
+                if (!TakeByte())
+                    return "a byte is missing";
+            } while (TakeComma());
         }
+        // The file may be cut off here, and nobody is to get half a path.
+        if (AtEnd() && !IsWhole(type, Bytes))
+            return "the file ends within the text";
+        SetData(type, Bytes);
+        return nullptr;
     }
 
-    /// The next unit of a quoted text. A backslash takes the special meaning from a quote and a backslash.
-    WCHAR Escaped()
+    bool TakeByte()
     {
-        if (Rest[0] == '\\' && Rest.size() > 1 && (Rest[1] == '\\' || Rest[1] == '"'))
-            Advance(1);
-        const WCHAR unit = Rest[0];
-        Advance(1);
-        return unit;
+        const int high = HexDigit(Unit());
+        if (high < 0)
+            return false;
+        ++Here.At;
+        const int low = HexDigit(Unit());
+        if (low >= 0)
+            ++Here.At;
+        Bytes.push_back(static_cast<BYTE>(low >= 0 ? high * 16 + low : high));
+        return true;
     }
+
+    bool TakeComma()
+    {
+        SkipBlanks();
+        if (Unit() != ',')
+            return false;
+        ++Here.At;
+        SkipContinuations();
+        return true;
+    }
+
+    void SetData(DWORD type, std::span<const BYTE> data)
+    {
+        Type = type;
+        Data = data;
+    }
+
+    bool AtEnd() const { return Here.At >= All.size(); }
+    TextView Rest() const { return All.substr(Here.At); }
+
+    /// The unit at Here; behind the end of the file stands a line end.
+    WCHAR Unit() const { return AtEnd() ? LineFeed : All[Here.At]; }
 
     void SkipBlanks()
     {
-        while (!Rest.empty() && IsBlank(Rest[0]))
-            Advance(1);
+        while (IsBlank(Unit()))
+            ++Here.At;
     }
 
-    void SkipBlanksAndContinuations()
+    /// Over blanks, and to the next line where a backslash ends this one. Whether there was such a line end.
+    bool SkipContinuations()
     {
-        SkipBlanks();
-        while (!AtLineEnd() && Rest[0] == '\\' && OnlyBlanks(Rest.substr(1, LineLength() - 1))) {
-            SkipLine();
-            SkipBlanks();
+        bool skipped = false;
+        for (SkipBlanks(); Unit() == Backslash; SkipBlanks()) {
+            const std::size_t end = Rest().find_first_not_of(Blanks, 1);
+            if (end == TextView::npos || Rest()[end] != LineFeed)
+                break;
+            ToNextLine();
+            skipped = true;
+        }
+        return skipped;
+    }
+
+    /// Over a backslash that takes the meaning from a quotation mark or another backslash.
+    void SkipEscape()
+    {
+        if (Unit() == Backslash && Here.At + 1 < All.size() &&
+            (All[Here.At + 1] == Backslash || All[Here.At + 1] == Quote))
+            ++Here.At;
+    }
+
+    void ToNextLine()
+    {
+        Here.At = std::min(All.find(LineFeed, Here.At), All.size() - 1) + 1;
+        ++Here.Line;
+    }
+
+    bool HasBadBytes(std::size_t from, std::size_t to) const
+    {
+        const auto first = std::lower_bound(NotUtf8.begin(), NotUtf8.end(), from);
+        return first != NotUtf8.end() && *first < to;
+    }
+
+    void Apply()
+    {
+        switch (Wanted) {
+            case Change::none: break;
+            case Change::openKey: Current = Store.AddKey(Path); break;
+            case Change::deleteKey: Store.DeleteKey(Path); break;
+            case Change::setValue: Store.SetValue(*Current, Name, Type, Data); break;
+            case Change::deleteValue: Store.DeleteValue(*Current, Name); break;
         }
     }
 
-    const char* SkipToLineEnd()
+    void Drop(std::size_t line, const char* reason)
     {
-        Rest.remove_prefix(LineLength());
-        return nullptr;
+        if (++Dropped.Count <= layer::DroppedLines::Limit)
+            Dropped.First.push_back({line, reason});
     }
 
-    /// To the start of the next line, unless a dropped text has got there already.
-    void SkipLine()
-    {
-        if (std::exchange(Ended, false))
-            return;
-        Rest.remove_prefix(std::min(Rest.find('\n'), Rest.size()));
-        Advance(std::min<std::size_t>(1, Rest.size()));
-    }
+    const TextView All;
+    const std::vector<std::uint32_t>& NotUtf8;
+    RegistrySnapshot& Store;
+    layer::DroppedLines& Dropped;
 
-    void Advance(std::size_t units)
-    {
-        Line +=
-            static_cast<std::size_t>(std::count(Rest.begin(), Rest.begin() + static_cast<std::ptrdiff_t>(units), '\n'));
-        Rest.remove_prefix(units);
-    }
+    Place Here;
+    std::optional<RegistrySnapshot::Key> Current;  // the key that values belong to
 
-    bool AtLineEnd() const
-    {
-        return Rest.empty() || Rest[0] == '\n' || (Rest[0] == '\r' && (Rest.size() == 1 || Rest[1] == '\n'));
-    }
-
-    /// Units in front of the line end, which is LF or CR LF.
-    std::size_t LineLength() const
-    {
-        std::size_t length = std::min(Rest.find('\n'), Rest.size());
-        if (length > 0 && Rest[length - 1] == '\r')
-            --length;
-        return length;
-    }
-
-    static bool OnlyBlanks(TextView text) { return std::all_of(text.begin(), text.end(), IsBlank); }
-
-    static bool OnlyComment(TextView text)
-    {
-        while (!text.empty() && IsBlank(text[0]))
-            text.remove_prefix(1);
-        return text.empty() || text[0] == ';';
-    }
-
-    void Apply() { (this->*Pending)(); }
-
-    void Complain(std::size_t line, const char* complaint)
-    {
-        if (++Complaints <= MaxComplaints)
-            DebugLine("registry store: line " + std::to_string(line) + " dropped: " + complaint);
-    }
-
-    RegistryFile& Target;
-    TextView Rest;
-    const bool MayHaveBadBytes;
-    std::size_t Line = 1;
-    std::size_t Complaints = 0;
-    bool Ended = false;
-    void (RegistryParser::*Pending)() = nullptr;
-
-    RegistryValues* Key = nullptr;  // of the key that values belong to
-    std::size_t Hive = 0;
+    // Of the present statement.
+    Change Wanted = Change::none;
+    std::optional<Place> Onward;  // where to read on behind a broken one, if not at its second line
+    TextView Path;
     Text Name;
-    RegistryValue Value;
-    bool Deletes = false;
+    DWORD Type = REG_NONE;
+    std::span<const BYTE> Data;  // in one of the next two
+    Text Characters;
+    std::vector<BYTE> Bytes;
 };
 
-RegistryFile::RegistryFile(std::span<const BYTE> file)
-{
-    const Text text = Decode(file);
-    RegistryParser(*this, text, !IsUtf16(file)).Run();
-}
+}  // namespace
 
-const RegistryKey* RegistryFile::Find(HKEY hive, TextView path) const
+layer::RegistrySnapshot layer::ReadRegistryFile(std::string_view file, DroppedLines& dropped)
 {
-    const std::size_t index = reinterpret_cast<std::uintptr_t>(hive) - FirstHive;
-    if (index >= HiveCount)
-        return nullptr;
-    if (!path.empty() && path.back() == '\\')
-        path.remove_suffix(1);
-    const auto found = Hives[index].find(path);
-    return found == Hives[index].end() ? nullptr : &*found;
+    RegistrySnapshot store;
+    const Units units = Decode(file);
+    Reader(units, store, dropped).Run();
+    store.Finish();
+    return store;
 }
-
-bool IsPredefined(HKEY key)
-{
-    return reinterpret_cast<std::uintptr_t>(key) - FirstHive < std::size(HiveNames);
-}
-
-}  // namespace layer

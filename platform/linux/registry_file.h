@@ -1,56 +1,27 @@
-// The settings store as it is read: the content of an export file, in memory, never changed once it is made.
+// The file of the settings store: an export of the platform's own registry editor.
 #pragma once
 
-#include "layer.h"
+#include "registry_snapshot.h"
 
-#include <array>
-#include <span>
-#include <unordered_map>
-#include <vector>
+#include <string_view>
 
 namespace layer {
 
-/// Names compare without case.
-struct FoldHash {
-    using is_transparent = void;
-    std::size_t operator()(TextView text) const noexcept;
-};
-struct FoldEqual {
-    using is_transparent = void;
-    bool operator()(TextView left, TextView right) const noexcept;
-};
-template <class Value>
-using FoldMap = std::unordered_map<Text, Value, FoldHash, FoldEqual>;
+/// What was left out of a malformed file. The first lines stand here, of the others only how many.
+struct DroppedLines {
+    struct Line {
+        std::size_t Number;
+        const char* Reason;
+    };
+    static constexpr std::size_t Limit = 20;
 
-struct RegistryValue {
-    DWORD Type = REG_NONE;
-    std::vector<BYTE> Data;
+    std::vector<Line> First;
+    std::size_t Count = 0;
 };
 
-/// The values of a key by their names; the unnamed one has the empty name.
-using RegistryValues = FoldMap<RegistryValue>;
-
-/// A key: its path below its predefined key, and its values.
-using RegistryKey = FoldMap<RegistryValues>::value_type;
-
-class RegistryFile {
-public:
-    /// Takes in the bytes of an export: UTF-16 with its byte-order mark, or UTF-8. What is malformed is left
-    /// out and told on the debug output.
-    /// @throws std::bad_alloc
-    explicit RegistryFile(std::span<const BYTE> file);
-
-    /// The key of this path below a predefined key, or null. One backslash at the end of the path is nothing.
-    const RegistryKey* Find(HKEY hive, TextView path) const;
-
-private:
-    friend class RegistryParser;
-
-    static constexpr std::size_t HiveCount = 4;
-    std::array<FoldMap<RegistryValues>, HiveCount> Hives;
-};
-
-/// Whether this is one of the keys that are always open.
-bool IsPredefined(HKEY key);
+/// Reads the bytes of an export: UTF-16 with its byte-order mark, or UTF-8. Any bytes give a store; what is
+/// malformed is left out. `file` has less than 1 GB.
+/// @throws std::bad_alloc
+RegistrySnapshot ReadRegistryFile(std::string_view file, DroppedLines& dropped);
 
 }  // namespace layer

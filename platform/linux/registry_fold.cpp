@@ -1,97 +1,37 @@
-// Names of keys and values without case: by the simple capitals of the character set, whatever the locale.
-#include "registry_file.h"
+// Capitals from a table of our own: no locale of the machine and no memory stands between two names. It holds
+// the alphabets that have capitals and simple pairs; letters outside it compare as they stand.
+#include "registry_fold.h"
 
 #include <algorithm>
-#include <clocale>
-#include <cstring>
-#include <cwctype>
+#include <iterator>
 
 namespace {
 
-class CapitalLocale {
-public:
-    CapitalLocale() : Made(newlocale(LC_CTYPE_MASK, "C.UTF-8", locale_t{})) {}
-    CapitalLocale(const CapitalLocale&) = delete;
-    CapitalLocale& operator=(const CapitalLocale&) = delete;
-    ~CapitalLocale()
-    {
-        if (Made != locale_t{})
-            freelocale(Made);
-    }
-
-    WCHAR Capital(WCHAR unit) const { return Made == locale_t{} ? unit : static_cast<WCHAR>(towupper_l(unit, Made)); }
-
-private:
-    locale_t Made;
+/// Small letters from First to Last, every Step-th unit, lie Distance behind their capitals.
+struct Range {
+    WCHAR First;
+    WCHAR Last;
+    WCHAR Step;
+    int Distance;
 };
 
-WCHAR Fold(WCHAR unit)
-{
-    if (unit < 0x80)
-        return unit >= 'a' && unit <= 'z' ? static_cast<WCHAR>(unit - ('a' - 'A')) : unit;
-    static const CapitalLocale locale;
-    return locale.Capital(unit);
-}
-
-// Four units at once: most of an open key's time beside its `stat` was the hash, unit by unit.
-constexpr std::size_t UnitsAtOnce = sizeof(std::uint64_t) / sizeof(WCHAR);
-constexpr std::uint64_t EveryUnit = 0x0001000100010001;
-
-bool AllAscii(std::uint64_t units)
-{
-    return (units & EveryUnit * 0xFF80) == 0;
-}
-
-/// The capitals of four ASCII units: 0x20 less where bit 7 tells that a unit is at least 'a' and not above 'z'.
-std::uint64_t FoldAscii(std::uint64_t units)
-{
-    const std::uint64_t fromA = units + EveryUnit * (0x80 - 'a');
-    const std::uint64_t aboveZ = units + EveryUnit * (0x80 - ('z' + 1));
-    return units - ((fromA & ~aboveZ & EveryUnit * 0x80) >> 2U);
-}
-
-std::uint64_t FoldEach(std::uint64_t units)
-{
-    std::uint64_t folded = 0;
-    for (unsigned shift = 0; shift < 64; shift += 16)
-        folded |= std::uint64_t{Fold(static_cast<WCHAR>(units >> shift))} << shift;
-    return folded;
-}
-
-std::uint64_t Mix(std::uint64_t hash, std::uint64_t units)
-{
-    constexpr std::uint64_t prime = 0x9E3779B97F4A7C15;
-    hash = (hash ^ (AllAscii(units) ? FoldAscii(units) : FoldEach(units))) * prime;
-    return hash ^ hash >> 32U;
-}
+constexpr Range Ranges[] = {
+    {0x00E0, 0x00F6, 1, 32}, {0x00F8, 0x00FE, 1, 32}, {0x00FF, 0x00FF, 1, -121}, {0x0101, 0x012F, 2, 1},
+    {0x0133, 0x0137, 2, 1},  {0x013A, 0x0148, 2, 1},  {0x014B, 0x0177, 2, 1},    {0x017A, 0x017E, 2, 1},
+    {0x01CE, 0x01DC, 2, 1},  {0x01DF, 0x01EF, 2, 1},  {0x01F9, 0x021F, 2, 1},    {0x0223, 0x0233, 2, 1},
+    {0x03AC, 0x03AC, 1, 38}, {0x03AD, 0x03AF, 1, 37}, {0x03B1, 0x03C1, 1, 32},   {0x03C3, 0x03CB, 1, 32},
+    {0x03CC, 0x03CC, 1, 64}, {0x03CD, 0x03CE, 1, 63}, {0x0430, 0x044F, 1, 32},   {0x0450, 0x045F, 1, 80},
+    {0x0461, 0x0481, 2, 1},  {0x048B, 0x04BF, 2, 1},  {0x04C2, 0x04CE, 2, 1},    {0x04D1, 0x052F, 2, 1},
+    {0x0561, 0x0586, 1, 48}, {0x1E01, 0x1E95, 2, 1},  {0x1EA1, 0x1EFF, 2, 1},    {0xFF41, 0xFF5A, 1, 32},
+};
 
 }  // namespace
 
-namespace layer {
-
-std::size_t FoldHash::operator()(TextView text) const noexcept
+WCHAR layer::FoldBeyondAscii(WCHAR unit)
 {
-    std::uint64_t hash = text.size();
-    std::uint64_t units = 0;
-    for (; text.size() >= UnitsAtOnce; text.remove_prefix(UnitsAtOnce)) {
-        std::memcpy(&units, text.data(), sizeof units);
-        hash = Mix(hash, units);
-    }
-    units = 0;
-    if (!text.empty())
-        std::memcpy(&units, text.data(), text.size() * sizeof(WCHAR));
-    return static_cast<std::size_t>(Mix(hash, units));
+    const Range* const range = std::lower_bound(std::begin(Ranges), std::end(Ranges), unit,
+                                                [](const Range& one, WCHAR other) { return one.Last < other; });
+    if (range == std::end(Ranges) || unit < range->First || (unit - range->First) % range->Step != 0)
+        return unit;
+    return static_cast<WCHAR>(unit - range->Distance);
 }
-
-bool FoldEqual::operator()(TextView left, TextView right) const noexcept
-{
-    if (left.size() != right.size())
-        return false;
-    // Most names come as they are stored.
-    if (left.empty() || std::memcmp(left.data(), right.data(), left.size() * sizeof(WCHAR)) == 0)
-        return true;
-    return std::equal(left.begin(), left.end(), right.begin(),
-                      [](WCHAR one, WCHAR other) { return Fold(one) == Fold(other); });
-}
-
-}  // namespace layer
