@@ -36,12 +36,10 @@ void AfterForkInChild()
     tableLock.unlock();
 }
 
-thread_local bool threadEndWatched = false;
-
 void AtThreadEnd(void*)
 {
     // Another destructor of the thread may still log: it is then watched again.
-    threadEndWatched = false;
+    layer::threadEndWatched = false;
     layer::AbandonMutexesOfThread();
 }
 
@@ -69,6 +67,7 @@ std::atomic<ThreadEndKey*> threadEndKey{nullptr};
 namespace layer {
 
 constinit thread_local DWORD threadId = 0;
+constinit thread_local bool threadEndWatched = false;
 
 std::mutex& TableLock()
 {
@@ -86,10 +85,8 @@ std::uint32_t ForkGeneration()
     return forkGeneration.load(std::memory_order_relaxed);
 }
 
-bool WatchThreadEnd()
+bool StartWatchingThreadEnd()
 {
-    if (threadEndWatched)
-        return true;
     ThreadEndKey* key = threadEndKey.load(std::memory_order_acquire);
     if (key == nullptr) {
         const std::lock_guard<std::mutex> guard(tableLock);

@@ -13,9 +13,13 @@ bool WatchForks();
 /// threads that do not exist here.
 std::uint32_t ForkGeneration();
 
-/// The id of the calling thread once it has asked for it, else 0. Of the initial-exec model, as its address is
-/// taken for every lock: one instruction instead of a call.
+// What every taking of a lock asks of its thread. Of the initial-exec model: one instruction instead of a call.
+
+/// The id of the calling thread once it has asked for it, else 0.
 extern constinit thread_local DWORD threadId __attribute__((tls_model("initial-exec")));
+
+/// Whether the layer will notice the end of the calling thread.
+extern constinit thread_local bool threadEndWatched __attribute__((tls_model("initial-exec")));
 
 /// Something that differs between all living threads of this process, never 0.
 inline std::uintptr_t CurrentThread()
@@ -28,8 +32,13 @@ bool CloseMutex(HANDLE handle);
 void ReopenMutexesAfterFork();
 void AbandonMutexesOfThread();
 
+bool StartWatchingThreadEnd();
+
 /// Makes sure that the layer notices the end of this thread. False without memory.
-bool WatchThreadEnd();
+inline bool WatchThreadEnd()
+{
+    return threadEndWatched || StartWatchingThreadEnd();
+}
 
 // Unloading, after the static destructors of the library.
 void ShutAllHandles();
