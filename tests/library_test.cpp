@@ -83,6 +83,28 @@ TEST(Library, ClosesTheLogAtTheEndOfTheProgram)
     EXPECT_EQ(support::Texts(world.Log).size(), 4U);
 }
 
+/// A static of the program that asks for the log when it goes, behind a library that was loaded by hand.
+struct LateCaller {
+    ~LateCaller()
+    {
+        if (GetInstance != nullptr && GetInstance() != nullptr)
+            _exit(1);
+    }
+    CLog* (*GetInstance)() = nullptr;
+} lateCaller;
+
+TEST(Library, GivesNoLogOnceItHasClosedItForGood)
+{
+    const support::LogWorld world;
+    RunAlone([] {
+        const Loaded library;
+        ASSERT_TRUE(library) << dlerror();
+        ASSERT_NE(OpenLog(library), nullptr);
+        lateCaller.GetInstance = library.Get<CLog*()>("_ZN9utilities4CLog11GetInstanceEv");
+    });
+    EXPECT_EQ(support::Texts(world.Log).size(), 4U);
+}
+
 TEST(Library, SaysThatItGoesWithoutALogToo)
 {
     RunAlone([] {

@@ -274,6 +274,45 @@ TEST_F(NamedMutex, ExcludesWhileHoldersAreKilled)
     munmap(shared, sizeof(Shared));
 }
 
+TEST_F(NamedMutex, ThreadsOfSeveralProcessesNeverMeetAndNoneIsCalledDead)
+{
+    struct Shared {
+        std::atomic<int> Inside;
+        std::atomic<int> Overlaps;
+        std::atomic<int> Abandoned;
+    };
+    auto* const shared =
+        static_cast<Shared*>(mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    const HANDLE mutex = Create();
+    // Waits that give up at once look hardest at who the owner is.
+    const auto work = [&] {
+        std::vector<std::thread> threads;
+        for (const DWORD limit : {DWORD{0}, DWORD{1}, DWORD{1000}, INFINITE}) {
+            threads.emplace_back([&, limit] {
+                for (int i = 0; i < 20000; ++i) {
+                    const DWORD result = WaitForSingleObject(mutex, limit);
+                    if (result == WAIT_TIMEOUT)
+                        continue;
+                    shared->Abandoned += result == WAIT_ABANDONED;
+                    shared->Overlaps += shared->Inside.fetch_add(1) != 0;
+                    --shared->Inside;
+                    ReleaseMutex(mutex);
+                }
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+    };
+    Child one(work);
+    Child two(work);
+    EXPECT_EQ(one.Wait(), 0);
+    EXPECT_EQ(two.Wait(), 0);
+    EXPECT_EQ(shared->Overlaps, 0);
+    EXPECT_EQ(shared->Abandoned, 0);
+    CloseHandle(mutex);
+    munmap(shared, sizeof(Shared));
+}
+
 TEST_F(NamedMutex, SurvivesWhateverOthersWriteIntoItsFile)
 {
     const Gate written;

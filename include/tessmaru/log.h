@@ -60,19 +60,20 @@ public:
 
     /// 0, or the code of the last failed GetInstance. 0x80070002: no settings store, no key, or no or an empty
     /// "FilePath"; 0x80070003: missing directory; 0x80070005: not allowed; 0x800700EA: a path of more than 512
-    /// units; 0x8007000E: out of memory; others by the rule of HRESULT_FROM_WIN32.
+    /// units; 0x8007000E: out of memory; 0x80040304: the library has closed the log
+    /// for good; others by the rule of HRESULT_FROM_WIN32.
     static LONG GetInitError();
 
     /// Names the settings key, below HKEY_LOCAL_MACHINE, whose "FilePath" a further Initialise opens;
     /// an empty one stands for the release's own. The construction of an instance sets the release's own key,
     /// so a key given before the first GetInstance has no effect. Must not run while a GetInstance opens the
     /// log. A wait of more than one second for another process's call leaves the key as it was.
-    /// @throws _com_error if the platform gives no security attributes.
+    /// @throws _com_error if the platform gives no security attributes; std::bad_alloc.
     static void SetRegLogfilePath(const unsigned short* key);
 
     /// Opens the log anew with the current key, then closes what was open before. No other thread may be in a
     /// call of the log. @return 0
-    /// @throws log_exception with the code; the instance is closed then: its calls fail.
+    /// @throws log_exception with the code; the instance is closed then: its calls write nothing.
     LONG Initialise();
 
     /// Writes a record. @return 0: it stands in the file whole. 0x80040302: other writers kept the file for

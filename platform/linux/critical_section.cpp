@@ -16,10 +16,10 @@ std::atomic_ref<std::uintptr_t> Owner(CRITICAL_SECTION* section)
     return std::atomic_ref<std::uintptr_t>(section->OwningThread);
 }
 
-/// A thread's address may come again in the child of a `fork`; the generation tells the two apart.
-std::uintptr_t Me()
+/// Of what an earlier generation of processes locked nobody here is the owner, whatever its address.
+bool IsMine(CRITICAL_SECTION* section)
 {
-    return layer::CurrentThread() + layer::ForkGeneration() % sizeof(DWORD);
+    return Owner(section).load(std::memory_order_relaxed) == layer::CurrentThread() && layer::LockedHere(Word(section));
 }
 
 }  // namespace
@@ -32,19 +32,20 @@ void InitializeCriticalSection(CRITICAL_SECTION* section)
 
 void EnterCriticalSection(CRITICAL_SECTION* section)
 {
-    if (Owner(section).load(std::memory_order_relaxed) == Me()) {
+    if (IsMine(section)) {
         ++section->RecursionCount;
         return;
     }
-    layer::LockWord(Word(section));
-    Owner(section).store(Me(), std::memory_order_relaxed);
+    layer::Deadline never(INFINITE);
+    layer::LockWord(Word(section), never);
+    Owner(section).store(layer::CurrentThread(), std::memory_order_relaxed);
     section->RecursionCount = 1;
 }
 
 void LeaveCriticalSection(CRITICAL_SECTION* section)
 {
     // A stray call must not free another thread's lock.
-    if (Owner(section).load(std::memory_order_relaxed) != Me() || --section->RecursionCount != 0)
+    if (!IsMine(section) || --section->RecursionCount != 0)
         return;
     Owner(section).store(0, std::memory_order_relaxed);
     layer::UnlockWord(Word(section));

@@ -13,8 +13,8 @@ struct Entry {
 
 }  // namespace
 
-// Behind the library's own early statics (201) and ahead of every static of a program into which the library
-// is linked, as those may log.
+// Behind the statics of the library (200 and 201) and ahead of those of a program into which it is linked, as
+// these may log.
 // The name is how a program asks for it that links the static library.
 namespace layer {
 [[gnu::init_priority(202)]] Entry entry;

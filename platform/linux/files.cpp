@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -187,6 +188,15 @@ bool WriteWhole(int descriptor, const char* data, std::size_t bytes)
     return true;
 }
 
+/// Who looks whether a file is open holds the other lock for a moment. Where this one is not to be had at all, the
+/// file is no worse than without it.
+void LockShared(int file)
+{
+    constexpr int attempts = 100;
+    for (int i = 0; i < attempts && flock(file, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK; ++i)
+        sched_yield();
+}
+
 /// Whether a process has the file open through the platform.
 bool IsOpenAnywhere(const std::string& path)
 {
@@ -244,8 +254,7 @@ HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD, SECURITY_ATTRIBUTES* attri
     struct stat status {};
     if (fstat(file.get(), &status) != 0 || S_ISDIR(status.st_mode))
         return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
-    // Where the lock is not to be had, the file is no worse than without it.
-    flock(file.get(), LOCK_SH | LOCK_NB);
+    LockShared(file.get());
     WatchFileSize();
     auto* const object = new (std::nothrow) OpenFile(std::move(file));
     if (object == nullptr)

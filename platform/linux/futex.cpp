@@ -68,12 +68,12 @@ void FutexWake(std::atomic<std::uint32_t>& word, Reach reach)
     Futex(word, FUTEX_WAKE, 1, nullptr, reach);
 }
 
-void LockWord(std::atomic<std::uint32_t>& word)
+bool LockWord(std::atomic<std::uint32_t>& word, Deadline& deadline)
 {
     const std::uint32_t generation = ForkGeneration() << GenerationShift;
     std::uint32_t seen = 0;
     if (word.compare_exchange_strong(seen, generation | Locked, std::memory_order_acquire))
-        return;
+        return true;
     for (;;) {
         const bool free = seen == 0 || seen >> GenerationShift != generation >> GenerationShift;
         // Whoever has waited leaves the mark of waiting, as others may still sleep.
@@ -81,11 +81,20 @@ void LockWord(std::atomic<std::uint32_t>& word)
             if (!word.compare_exchange_weak(seen, generation | Contended, std::memory_order_acquire))
                 continue;
             if (free)
-                return;
+                return true;
         }
-        FutexWait(word, generation | Contended, LongSleep, Reach::process);
+        const std::int64_t left = deadline.Left(LongSleep);
+        if (left == 0)
+            return false;
+        FutexWait(word, generation | Contended, left, Reach::process);
         seen = word.load(std::memory_order_relaxed);
     }
+}
+
+bool LockedHere(const std::atomic<std::uint32_t>& word)
+{
+    const std::uint32_t seen = word.load(std::memory_order_relaxed);
+    return seen != 0 && seen >> GenerationShift == (ForkGeneration() << GenerationShift) >> GenerationShift;
 }
 
 void UnlockWord(std::atomic<std::uint32_t>& word)

@@ -31,7 +31,11 @@ void FutexWake(std::atomic<std::uint32_t>& word, Reach reach);
 
 /// A lock of one process, not recursive, in a word that is 0 while it is free. A holder's word tells the
 /// generation of processes that took it, so that the child of a `fork` takes over what it inherited locked.
-void LockWord(std::atomic<std::uint32_t>& word);
+/// False when the deadline came first.
+bool LockWord(std::atomic<std::uint32_t>& word, Deadline& deadline);
 void UnlockWord(std::atomic<std::uint32_t>& word);
+
+/// Whether some thread of this very process holds the lock.
+bool LockedHere(const std::atomic<std::uint32_t>& word);
 
 }  // namespace layer

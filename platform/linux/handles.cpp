@@ -24,10 +24,12 @@ struct Place {
 };
 using Block = std::array<Place, BlockPlaces>;
 
-// Blocks are made as they are needed and stay, so a lookup takes no lock and a stale handle stays harmless.
+// Blocks are made as they are needed and stay until the library goes, so a lookup takes no lock.
 std::array<std::atomic<Block*>, Blocks> blocks;
 std::uintptr_t placesMade = 1;  // place 0 stays empty: no handle is null
+// Places that were used, the longest unused one first: a handle's value comes back as late as it can.
 std::uintptr_t firstFree = 0;
+std::uintptr_t lastFree = 0;
 
 Place* PlaceAt(std::uintptr_t index)
 {
@@ -116,8 +118,13 @@ bool ShutHandle(HANDLE handle, Object::Kind kind)
             return Fail(ERROR_INVALID_HANDLE, false);
         object = place->Occupant.load(std::memory_order_relaxed);
         place->Value.store(0, std::memory_order_release);
-        place->NextFree = firstFree;
-        firstFree = reinterpret_cast<std::uintptr_t>(handle) & PlaceMask;
+        const std::uintptr_t index = reinterpret_cast<std::uintptr_t>(handle) & PlaceMask;
+        place->NextFree = 0;
+        if (firstFree == 0)
+            firstFree = index;
+        else
+            PlaceAt(lastFree)->NextFree = index;
+        lastFree = index;
     }
     Release(object);
     return true;
@@ -134,6 +141,8 @@ void ShutAllHandles()
                 Release(place.Occupant.load(std::memory_order_relaxed));
         }
     }
+    placesMade = 1;
+    firstFree = 0;
 }
 
 }  // namespace layer

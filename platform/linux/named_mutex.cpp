@@ -1,17 +1,14 @@
 // Mutexes: owned by a thread, recursive, known by name on the whole machine.
 //
-// A process has one object a name. What excludes is the word of the shared page, or one of the object's own where
-// there is no name; it names the owning process. Which thread that is stands in the object, where no other process
-// can write: two threads of a process never both own a mutex, whatever happens to the word.
+// A process has one object a name, with two locks in a row. The first is the process's own: it keeps its threads
+// apart, whatever others do to the second, the word of the shared page. Only who holds the first touches the second.
 #include "futex.h"
 #include "process.h"
 #include "security.h"
 #include "shared_page.h"
 
-#include <chrono>
 #include <iterator>
 #include <new>
-#include <thread>
 #include <utility>
 
 namespace {
@@ -24,7 +21,6 @@ using layer::TextView;
 // Long enough that handing over never asks the kernel, short enough for a record that waits one second.
 constexpr std::int64_t FirstSleep = 5'000'000;
 constexpr std::int64_t FurtherSleep = 50'000'000;
-constexpr std::int64_t ShortSleep = 1'000'000;
 
 class NamedMutex final : public layer::Object {
 public:
@@ -37,26 +33,23 @@ public:
 
     void ReopenAfterFork();
     void AbandonIfOwnedBy(std::uintptr_t thread);
-    bool IsCalled(TextView name) const { return !Name.empty() && Name == name; }
+    bool IsCalled(TextView name) const { return Ready && !Name.empty() && Name == name; }
 
     NamedMutex* Next = nullptr;
 
 private:
-    std::atomic<std::uint32_t>* Word() { return Name.empty() ? &OwnWord : Page.Word(); }
-    std::uint32_t Number() const { return Name.empty() ? 1 : Page.Number(); }
-    layer::Reach Reach() const { return Name.empty() ? layer::Reach::process : layer::Reach::machine; }
-
+    DWORD AcquirePage(Deadline& deadline);
     DWORD Contend(std::atomic<std::uint32_t>& word, Deadline& deadline);
-    bool OwnerIsGone(std::uint32_t seen);
-    bool BecomeOwner();
-    bool WaitToBecomeOwner(Deadline& deadline);
-    void LetGo(std::uint32_t leaving);
+    void SetOwner();
+    void LetGo(bool abandoned);
 
     std::atomic<std::uintptr_t> Owner{0};
     std::uint32_t Recursion = 0;  // the owner's
-    std::atomic<std::uint32_t> OwnWord{0};
+    std::atomic<std::uint32_t> Local{0};
+    bool LocallyAbandoned = false;  // of a mutex without a name; under Local
     SharedPage Page;
     Text Name;
+    bool Ready = false;  // a `fork` may leave the child an object that was never opened
 };
 
 // All mutexes of the process. Changed under both the opening lock and the table lock.
@@ -67,7 +60,11 @@ std::atomic<std::uint32_t> openingWord{0};
 
 class OpeningLock {
 public:
-    OpeningLock() { layer::LockWord(openingWord); }
+    OpeningLock()
+    {
+        Deadline never(INFINITE);
+        layer::LockWord(openingWord, never);
+    }
     OpeningLock(const OpeningLock&) = delete;
     OpeningLock& operator=(const OpeningLock&) = delete;
     ~OpeningLock() { layer::UnlockWord(openingWord); }
@@ -88,19 +85,30 @@ NamedMutex::~NamedMutex()
 DWORD NamedMutex::Open(TextView name, const SECURITY_ATTRIBUTES* attributes, bool owned, bool& isNew)
 {
     isNew = true;
+    Name = name;
+    {
+        // Listed from the start: what a child of a `fork` inherits half opened has to be closed there.
+        const std::lock_guard<std::mutex> guard(layer::TableLock());
+        Next = mutexes;
+        mutexes = this;
+    }
     if (!name.empty()) {
-        Name = name;
         if (const DWORD error = Page.Open(name, layer::ModeOf(attributes), owned, isNew); error != ERROR_SUCCESS)
             return error;
     }
     if (owned && isNew) {
-        Word()->store(Number(), std::memory_order_relaxed);
-        BecomeOwner();
+        Deadline never(INFINITE);
+        layer::LockWord(Local, never);
+        SetOwner();
     }
-    const std::lock_guard<std::mutex> guard(layer::TableLock());
-    Next = mutexes;
-    mutexes = this;
+    Ready = true;
     return ERROR_SUCCESS;
+}
+
+void NamedMutex::SetOwner()
+{
+    Owner.store(layer::CurrentThread(), std::memory_order_relaxed);
+    Recursion = 1;
 }
 
 DWORD NamedMutex::Wait(DWORD milliseconds)
@@ -109,35 +117,48 @@ DWORD NamedMutex::Wait(DWORD milliseconds)
         ++Recursion;
         return WAIT_OBJECT_0;
     }
-    std::atomic<std::uint32_t>* const word = Word();
-    if (word == nullptr)
-        return layer::Fail(ERROR_INVALID_HANDLE, WAIT_FAILED);
     if (!layer::WatchThreadEnd())
         return layer::Fail(ERROR_OUTOFMEMORY, WAIT_FAILED);
     Deadline deadline(milliseconds);
-    std::uint32_t nobody = 0;
-    DWORD result = WAIT_OBJECT_0;
-    if (!word->compare_exchange_strong(nobody, Number(), std::memory_order_acquire))
-        result = Contend(*word, deadline);
-    if (result == WAIT_TIMEOUT || BecomeOwner() || WaitToBecomeOwner(deadline))
-        return result;
-    return WAIT_TIMEOUT;
+    if (!layer::LockWord(Local, deadline))
+        return WAIT_TIMEOUT;
+    const DWORD result = AcquirePage(deadline);
+    if (result == WAIT_OBJECT_0 || result == WAIT_ABANDONED)
+        SetOwner();
+    else
+        layer::UnlockWord(Local);
+    return result;
 }
 
-/// Waits until the word names this process.
+/// The second lock, while the first is held.
+DWORD NamedMutex::AcquirePage(Deadline& deadline)
+{
+    if (Name.empty())
+        return std::exchange(LocallyAbandoned, false) ? WAIT_ABANDONED : WAIT_OBJECT_0;
+    std::atomic<std::uint32_t>* const word = Page.Word();
+    if (word == nullptr)
+        return layer::Fail(ERROR_INVALID_HANDLE, WAIT_FAILED);
+    std::uint32_t nobody = 0;
+    if (word->compare_exchange_strong(nobody, Page.Number(), std::memory_order_acquire))
+        return WAIT_OBJECT_0;
+    return Contend(*word, deadline);
+}
+
 DWORD NamedMutex::Contend(std::atomic<std::uint32_t>& word, Deadline& deadline)
 {
     std::uint32_t seen = word.load(std::memory_order_relaxed);
     std::int64_t sleep = FirstSleep;
     bool askForOwner = deadline.Left(sleep) == 0;
     for (;;) {
-        if ((seen & SharedPage::NumberMask) == 0) {
+        const std::uint32_t owner = seen & SharedPage::NumberMask;
+        // This process's own number, while none of its threads is here, was written by somebody else.
+        if (owner == 0 || owner == Page.Number()) {
             // Whoever has waited leaves the mark of waiting, as others may still sleep.
-            if (word.compare_exchange_weak(seen, Number() | SharedPage::Waiting, std::memory_order_acquire))
-                return (seen & SharedPage::Abandoned) == 0 ? WAIT_OBJECT_0 : WAIT_ABANDONED;
-            continue;
+            if (!word.compare_exchange_weak(seen, Page.Number() | SharedPage::Waiting, std::memory_order_acquire))
+                continue;
+            return owner == 0 && (seen & SharedPage::Abandoned) == 0 ? WAIT_OBJECT_0 : WAIT_ABANDONED;
         }
-        if (askForOwner && OwnerIsGone(seen))
+        if (askForOwner && Page.TakeFromDead(seen))
             return WAIT_ABANDONED;
         const std::int64_t left = deadline.Left(sleep);
         if (left == 0)
@@ -145,49 +166,23 @@ DWORD NamedMutex::Contend(std::atomic<std::uint32_t>& word, Deadline& deadline)
         const std::uint32_t marked = seen | SharedPage::Waiting;
         if (seen != marked && !word.compare_exchange_weak(seen, marked, std::memory_order_relaxed))
             continue;
-        askForOwner = !layer::FutexWait(word, marked, left, Reach());
+        askForOwner = !layer::FutexWait(word, marked, left, layer::Reach::machine);
         if (askForOwner)
             sleep = FurtherSleep;
         seen = word.load(std::memory_order_relaxed);
     }
 }
 
-/// Takes the word of an owner that has gone: another process's that is dead, or this one's where none of its
-/// threads owns it, because somebody else wrote the word.
-bool NamedMutex::OwnerIsGone(std::uint32_t seen)
+void NamedMutex::LetGo(bool abandoned)
 {
-    if ((seen & SharedPage::NumberMask) != Number())
-        return !Name.empty() && Page.TakeFromDead(seen);
-    return Owner.load(std::memory_order_relaxed) == 0 &&
-           Word()->compare_exchange_strong(seen, Number() | SharedPage::Waiting, std::memory_order_acquire);
-}
-
-bool NamedMutex::BecomeOwner()
-{
-    std::uintptr_t nobody = 0;
-    if (!Owner.compare_exchange_strong(nobody, layer::CurrentThread(), std::memory_order_acquire))
-        return false;
-    Recursion = 1;
-    return true;
-}
-
-/// The word says that the mutex is free, and a thread of this process has it: somebody else wrote the word.
-bool NamedMutex::WaitToBecomeOwner(Deadline& deadline)
-{
-    while (deadline.Left(ShortSleep) > 0) {
-        std::this_thread::sleep_for(std::chrono::nanoseconds(ShortSleep));
-        if (BecomeOwner())
-            return true;
-    }
-    return false;
-}
-
-void NamedMutex::LetGo(std::uint32_t leaving)
-{
-    Owner.store(0, std::memory_order_release);
-    std::atomic<std::uint32_t>* const word = Word();
-    if (word != nullptr && (word->exchange(leaving, std::memory_order_release) & SharedPage::Waiting) != 0)
-        layer::FutexWake(*word, Reach());
+    Owner.store(0, std::memory_order_relaxed);
+    std::atomic<std::uint32_t>* const word = Page.Word();
+    const std::uint32_t leaving = abandoned ? SharedPage::Abandoned : 0;
+    if (Name.empty())
+        LocallyAbandoned = abandoned;
+    else if (word != nullptr && (word->exchange(leaving, std::memory_order_release) & SharedPage::Waiting) != 0)
+        layer::FutexWake(*word, layer::Reach::machine);
+    layer::UnlockWord(Local);
 }
 
 bool NamedMutex::Release()
@@ -195,21 +190,21 @@ bool NamedMutex::Release()
     if (Owner.load(std::memory_order_relaxed) != layer::CurrentThread())
         return false;
     if (--Recursion == 0)
-        LetGo(0);
+        LetGo(false);
     return true;
 }
 
 void NamedMutex::ReopenAfterFork()
 {
     Owner = 0;
-    OwnWord = 0;
+    Local = 0;
     Page.ReopenAfterFork();
 }
 
 void NamedMutex::AbandonIfOwnedBy(std::uintptr_t thread)
 {
     if (thread != 0 && Owner.load(std::memory_order_relaxed) == thread)
-        LetGo(SharedPage::Abandoned);
+        LetGo(true);
 }
 
 NamedMutex* FindMutex(HANDLE handle)

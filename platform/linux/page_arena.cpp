@@ -42,18 +42,28 @@ bool Repair(std::byte* start, std::size_t place)
                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED;
 }
 
+/// What would have happened without the layer's handler.
 void PassOn(int signal, siginfo_t* info, void* context)
 {
-    if ((before.sa_flags & SA_SIGINFO) != 0) {
-        before.sa_sigaction(signal, info, context);
-    } else if (before.sa_handler != SIG_DFL && before.sa_handler != SIG_IGN) {
-        before.sa_handler(signal);
-    } else {
-        // The fault comes again on return and ends the process as it always did.
-        sigaction(signal, &before, nullptr);
-        if (info->si_code <= 0)
+    const struct sigaction former = before;
+    const bool sent = info->si_code <= 0;  // by a process, not by a fault
+    if ((former.sa_flags & SA_SIGINFO) == 0 && former.sa_handler == SIG_IGN && sent)
+        return;
+    if ((former.sa_flags & SA_SIGINFO) == 0 && (former.sa_handler == SIG_DFL || former.sa_handler == SIG_IGN)) {
+        // A fault comes again on return, and ends the process as it always did.
+        sigaction(signal, &former, nullptr);
+        if (sent)
             raise(signal);
+        return;
     }
+    if ((static_cast<unsigned>(former.sa_flags) & SA_RESETHAND) != 0) {
+        before = {};
+        before.sa_handler = SIG_DFL;
+    }
+    if ((former.sa_flags & SA_SIGINFO) != 0)
+        former.sa_sigaction(signal, info, context);
+    else
+        former.sa_handler(signal);
 }
 
 void OnBusError(int signal, siginfo_t* info, void* context)

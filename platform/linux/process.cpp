@@ -76,8 +76,14 @@ std::mutex& TableLock()
 
 bool WatchForks()
 {
-    static const int result = pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
-    return result == 0;
+    static std::atomic<bool> watched{false};
+    static std::mutex once;
+    if (watched.load(std::memory_order_acquire))
+        return true;
+    const std::lock_guard<std::mutex> guard(once);
+    if (!watched.load(std::memory_order_relaxed))
+        watched.store(pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild) == 0, std::memory_order_release);
+    return watched.load(std::memory_order_relaxed);
 }
 
 std::uint32_t ForkGeneration()

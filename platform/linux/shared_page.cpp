@@ -263,8 +263,12 @@ DWORD SharedPage::TakeSlot()
 
 void SharedPage::ReopenAfterFork()
 {
-    if (Page == nullptr)
+    if (Page == nullptr) {
+        // Being opened when the process forked, by a thread that does not exist here.
+        if (File >= 0)
+            close(std::exchange(File, -1));
         return;
+    }
     // The inherited description keeps the parent's number alive, so it has to go, and the mapping that holds on
     // to it; but not before the child has a number: the page would be nobody's for a moment if the parent
     // died. With all descriptors used there is no other way.

@@ -28,7 +28,7 @@ public:
     DWORD Open(TextView name, FileMode mode, bool owned, bool& isNew);
 
     /// In the child of a `fork`: becomes a user of its own. What the parent owns stays the parent's. A page
-    /// that cannot be had is lost: Acquire fails.
+    /// that cannot be had is lost: its word is null.
     void ReopenAfterFork();
 
     /// The word of an open page, which has to be asked for anew after a `fork`; null for a lost one.

@@ -11,8 +11,8 @@ constexpr LONG NotObtained = static_cast<LONG>(0x80040302);
 /// A standard exception ended the writing of a record.
 constexpr LONG RecordFailed = static_cast<LONG>(0x80040303);
 
-/// Reserved: while it stands as the failure of the log's opening, no further attempt is made.
-constexpr LONG Reserved = static_cast<LONG>(0x80040304);
+/// The log was closed for good, when the library was unloaded: no further opening is tried.
+constexpr LONG Closed = static_cast<LONG>(0x80040304);
 
 /// The thread's last platform failure as a code.
 inline LONG LastError()

@@ -70,7 +70,7 @@ private:
 
 CLog* CLog::GetInstance()
 {
-    if (InitError == log_codes::Reserved)
+    if (InitError == log_codes::Closed)
         return nullptr;
     const SectionLock lock(CSection);
     if (_instance == nullptr)
@@ -119,6 +119,8 @@ CLog::InstanceDeleter::~InstanceDeleter()
         delete _instance;
     }
     _instance = nullptr;
+    // A program that loaded the library by hand may still ask, from a static of its own: the log is closed for good.
+    InitError = log_codes::Closed;
     OutputDebugStringW(platform::Wide(u"CLOG - Logging module successfully deleted.\n"_w));
 }
 

@@ -95,7 +95,8 @@ LONG CLog::initLogFile()
         LogFile = file;
     else
         code = log_codes::LastError();
-    if (waited == WAIT_ABANDONED)
+    // The last writer of a family that has ended may have been killed too, and the file could not be moved.
+    if (LogFile != nullptr && (firstOpener != 0 || waited == WAIT_ABANDONED))
         CutStump();
     ReleaseMutex(LogMutex);
     return code;

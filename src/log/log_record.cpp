@@ -138,7 +138,7 @@ const utility::wstring& CLog::GetDateTime()
     static_assert(sizeof ShownSecond == offsetof(SYSTEMTIME, wMilliseconds));
     SYSTEMTIME now;
     GetLocalTime(&now);
-    if (std::memcmp(ShownSecond, &now, sizeof ShownSecond) != 0) {
+    if (DateTime.empty() || std::memcmp(ShownSecond, &now, sizeof ShownSecond) != 0) {
         // A failure below leaves no second whose text would count as made.
         ShownSecond[0] = 0;
         DateTime.clear();
