@@ -284,17 +284,19 @@ TEST_F(NamedMutex, ThreadsOfSeveralProcessesNeverMeetAndNoneIsCalledDead)
     auto* const shared =
         static_cast<Shared*>(mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     const HANDLE mutex = Create();
-    // Waits that give up at once look hardest at who the owner is.
+    // Waits that give up at once look hardest at who the owner is; the time inside lets others run into it.
     const auto work = [&] {
         std::vector<std::thread> threads;
-        for (const DWORD limit : {DWORD{0}, DWORD{1}, DWORD{1000}, INFINITE}) {
+        for (const DWORD limit : {DWORD{0}, DWORD{0}, DWORD{1000}, INFINITE}) {
             threads.emplace_back([&, limit] {
-                for (int i = 0; i < 20000; ++i) {
+                for (int i = 0; i < 100000; ++i) {
                     const DWORD result = WaitForSingleObject(mutex, limit);
                     if (result == WAIT_TIMEOUT)
                         continue;
                     shared->Abandoned += result == WAIT_ABANDONED;
                     shared->Overlaps += shared->Inside.fetch_add(1) != 0;
+                    for (int step = 0; step < 50; ++step)
+                        std::atomic_signal_fence(std::memory_order_seq_cst);
                     --shared->Inside;
                     ReleaseMutex(mutex);
                 }
