@@ -334,6 +334,8 @@ LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD, DWORD, HKEY* opened)
     return static_cast<LSTATUS>(WithoutExceptions([&] { return Open(key, View(path), *opened); }));
 }
 
+// The published signature: the reserved pointer is not const.
+// NOLINTNEXTLINE(readability-non-const-parameter)
 LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* bytes)
 {
     if (reserved != nullptr)

@@ -50,7 +50,7 @@ Units FromUtf8(std::string_view bytes)
     for (std::size_t i = 0; i < bytes.size();) {
         if (static_cast<unsigned char>(bytes[i]) < 0x80) {
             reported = reported && bytes[i] != '\n';
-            units.Buffer[units.Count++] = static_cast<WCHAR>(bytes[i++]);
+            units.Buffer[units.Count++] = static_cast<unsigned char>(bytes[i++]);
             continue;
         }
         const layer::NarrowCharacter character = layer::TakeUtf8(bytes.data() + i, bytes.size() - i);
