@@ -60,8 +60,8 @@ public:
 
     /// 0, or the code of the last failed GetInstance. 0x80070002: no settings store, no key, or no or an empty
     /// "FilePath"; 0x80070003: missing directory; 0x80070005: not allowed; 0x800700EA: a path of more than 512
-    /// units; 0x8007000E: out of memory; 0x80040304: the library has closed the log
-    /// for good; others by the rule of HRESULT_FROM_WIN32.
+    /// units; 0x8007000E: out of memory; 0x80040304: the library has closed the log for good, and no call opens it
+    /// any more; others by the rule of HRESULT_FROM_WIN32.
     static LONG GetInitError();
 
     /// Names the settings key, below HKEY_LOCAL_MACHINE, whose "FilePath" a further Initialise opens;
@@ -111,7 +111,7 @@ private:
 
     static CLog* Create();
 
-    void MoveOldFileAside() const;
+    bool MoveOldFileAside() const;
     void CutStump() const;
     LONG Format(const utility::wstring& tag, const unsigned short* format, const unsigned short* source,
                 va_list arguments);

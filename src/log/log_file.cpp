@@ -82,11 +82,9 @@ LONG CLog::initLogFile()
     if (const LONG code = initMutex(&firstOpener); code < 0)
         return code;
     // A later opener gets to the file only when the first has rolled over, opened and let go.
-    DWORD waited = WAIT_OBJECT_0;
-    if (firstOpener != 0)
-        MoveOldFileAside();
-    else
-        waited = WaitForSingleObject(LogMutex, INFINITE);
+    // The last writer may have been killed; but a file that others are writing to is not to be cut.
+    const bool mayHaveStump =
+        firstOpener != 0 ? !MoveOldFileAside() : WaitForSingleObject(LogMutex, INFINITE) == WAIT_ABANDONED;
     const HANDLE file = CreateFileW(platform::Wide(LogFileName.c_str()), GENERIC_READ | GENERIC_WRITE,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE, SecurityDescriptor.getSecurityAttributes(),
                                     OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -95,8 +93,7 @@ LONG CLog::initLogFile()
         LogFile = file;
     else
         code = log_codes::LastError();
-    // The last writer of a family that has ended may have been killed too, and the file could not be moved.
-    if (LogFile != nullptr && (firstOpener != 0 || waited == WAIT_ABANDONED))
+    if (LogFile != nullptr && mayHaveStump)
         CutStump();
     ReleaseMutex(LogMutex);
     return code;
@@ -119,21 +116,22 @@ LONG CLog::initMutex(int* firstOpener)
 }
 
 /// Moves the file that the last family left to "Previous " and its name. Where that fails, the file stays and
-/// is appended to.
-void CLog::MoveOldFileAside() const
+/// is appended to. False if it stays although nobody has it open; somebody may, who knows it under another name.
+bool CLog::MoveOldFileAside() const
 {
     WIN32_FIND_DATAW found;
     const HANDLE search = FindFirstFileW(platform::Wide(LogFileName.c_str()), &found);
     if (search == INVALID_HANDLE_VALUE)
-        return;
+        return true;
     FindClose(search);
     if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-        return;
+        return true;
     const std::size_t separator = LogFileName.find_last_of(u"\\/"_w);
     utility::wstring previous = LogFileName;
     previous.insert(separator == utility::wstring::npos ? 0 : separator + 1, u"Previous "_w);
     DeleteFileW(platform::Wide(previous.c_str()));
-    MoveFileW(platform::Wide(LogFileName.c_str()), platform::Wide(previous.c_str()));
+    return MoveFileW(platform::Wide(LogFileName.c_str()), platform::Wide(previous.c_str())) ||
+           GetLastError() == ERROR_SHARING_VIOLATION;
 }
 
 /// A writer that is killed can leave the front of its record, as the system may end a write between two pages. What
