@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 using namespace utility::literals;
+using support::LogWorld;
 using support::RunAlone;
 using utilities::CLog;
 
@@ -39,8 +40,8 @@ TEST(DebugMask, DecidesWhichDebugRecordsAreWritten)
         {"\xC3\xA9", {Invalid}, {}},
     };
     for (const MaskCase& mask : cases) {
-        const support::LogWorld world(mask.Text);
-        RunAlone([] {
+        const LogWorld world(mask.Text);
+        RunAlone(world, [](const LogWorld&) {
             CLog* const log = CLog::GetInstance();
             for (LONG bit = 0; bit < 64; ++bit)
                 EXPECT_EQ(log->LogDebug(bit, u"bit %d"_w, u"Test"_w, bit), 0);
@@ -60,10 +61,10 @@ TEST(DebugMask, DecidesWhichDebugRecordsAreWritten)
 
 TEST(DebugMask, BitsOutsideAreRefusedBeforeAnythingIsRead)
 {
-    const support::LogWorld world("1");
-    RunAlone([] {
+    const LogWorld world("1");
+    RunAlone(world, [](const LogWorld&) {
         CLog* const log = CLog::GetInstance();
-        for (const LONG bit : {64, -1, 0x7FFFFFFF, static_cast<LONG>(0x80000000)}) {
+        for (const LONG bit : {LONG{64}, LONG{-1}, LONG{0x7FFFFFFF}, static_cast<LONG>(0x80000000)}) {
             try {
                 log->LogDebug(bit, u"%s"_w, u"Test"_w, u"never"_w);
                 ADD_FAILURE() << bit;
@@ -79,10 +80,10 @@ TEST(DebugMask, BitsOutsideAreRefusedBeforeAnythingIsRead)
 
 TEST(DebugMask, IsReadOnceAnOpening)
 {
-    const support::LogWorld world("1");
-    RunAlone([&] {
+    const LogWorld world("1");
+    RunAlone(world, [](const LogWorld& sameWorld) {
         CLog* const log = CLog::GetInstance();
-        world.SetLog(world.Log, "10");
+        sameWorld.SetLog(sameWorld.Log, "10");
         log->LogDebug(0, u"old mask"_w, u"Test"_w);
         log->LogDebug(1, u"not yet"_w, u"Test"_w);
         log->Initialise();

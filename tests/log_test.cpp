@@ -1,6 +1,6 @@
 #include "tessmaru/log.h"
 #include "log_world.h"
-#include "tessmaru/settings.h"
+#include "system.h"
 
 #include <algorithm>
 #include <map>
@@ -8,9 +8,10 @@
 #include <thread>
 
 using namespace utility::literals;
-using support::Child;
 using support::Fields;
 using support::Gate;
+using support::LogWorld;
+using support::Process;
 using support::RunAlone;
 using utilities::CLog;
 using Strings = std::vector<std::string>;
@@ -27,35 +28,39 @@ struct LateWriter {
     bool Armed = false;
 } lateWriter;
 
-int OpenDescriptors()
-{
-    int count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-        ++count;
-    return count;
-}
-
 class Log : public testing::Test {
 protected:
-    const support::LogWorld World;
+    /// Lets the key "Other" name another file.
+    void NameOther() const
+    {
+        World.SetLog(
+            World.Log, "",
+            "[HKEY_LOCAL_MACHINE\\Other]\r\n\"FilePath\"=\"" + support::Escaped(World.Folder / "Other.log") + "\"\r\n");
+    }
+
+    const LogWorld World;
 };
 
 TEST_F(Log, WritesWholeRecordsFromOpeningToClosing)
 {
-    Child writer([] {
+    Process writer(World, [](const LogWorld& world) {
         CLog* const log = CLog::GetInstance();
         lateWriter.Armed = true;
-        const int failures = log->LogError(u"Failed with %08X"_w, u"Radio"_w, 0xC0DEU) |
-                             log->LogWarn(u"%s %S"_w, u"Radio"_w, u"wide"_w, "narrow") | log->LogInfo(u""_w, u""_w) |
-                             log->LogStatus(u"%ld of %I64d"_w, u"ExactTwelve!"_w, LONG{-1}, LONGLONG{1} << 40) |
-                             log->LogInfo(u"%d%%"_w, u"ThirteenUnits"_w, 100);
-        std::exit(failures);
+        EXPECT_EQ(log->LogError(u"Failed with %08X"_w, u"Radio"_w, 0xC0DEU), 0);
+        EXPECT_EQ(log->LogWarn(u"%s %S"_w, u"Radio"_w, u"wide"_w, "narrow"), 0);
+        EXPECT_EQ(log->LogInfo(u""_w, u""_w), 0);
+        EXPECT_EQ(log->LogStatus(u"%ld of %I64d"_w, u"ExactTwelve!"_w, LONG{-1}, LONGLONG{1} << 40), 0);
+        EXPECT_EQ(log->LogInfo(u"%d%%"_w, u"ThirteenUnits"_w, 100), 0);
+        support::WriteFile(world.Folder / "thread", std::to_string(GetCurrentThreadId()));
     });
-    const pid_t process = writer.pid();
     EXPECT_EQ(writer.Wait(), 0);
 
-    char id[9];
-    std::snprintf(id, sizeof id, "%08x", static_cast<unsigned>(process));
+    const auto id = [](unsigned long number) {
+        char text[9];
+        std::snprintf(text, sizeof text, "%08lx", number);
+        return std::string(text);
+    };
+    const std::string thread = id(std::stoul(support::ReadFile(World.Folder / "thread")));
     const std::vector<std::pair<std::string, std::string>> levelsAndTexts{
         {"INFO |          Log", "----------"},
         {"INFO |          Log", "Log opened"},
@@ -72,21 +77,22 @@ TEST_F(Log, WritesWholeRecordsFromOpeningToClosing)
     ASSERT_EQ(records.size(), levelsAndTexts.size());
     for (std::size_t i = 0; i < records.size(); ++i) {
         const Fields& record = records[i];
-        EXPECT_TRUE(std::regex_match(record[0], std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3})"))) << record[0];
-        EXPECT_EQ(record[1], id);
-        EXPECT_EQ(record[2], id) << "the first thread bears the id of its process";
+        EXPECT_TRUE(std::regex_match(record[0], std::regex(R"(\d[-./\d]+ \d\d:\d\d:\d\d\.\d{3})"))) << record[0];
+        EXPECT_EQ(record[1], id(writer.id()));
+        EXPECT_EQ(record[2], thread);
         EXPECT_EQ(record[3] + " | " + record[4], levelsAndTexts[i].first);
         EXPECT_EQ(record[5], levelsAndTexts[i].second);
     }
-    EXPECT_EQ(support::ReadFile(World.Log).substr(0, 2), std::string("2\0", 2)) << "no byte-order mark";
+    const std::string front{records[0][0].front(), '\0'};
+    EXPECT_EQ(support::ReadFile(World.Log).substr(0, 2), front) << "no byte-order mark";
     EXPECT_FALSE(std::filesystem::exists(World.Previous)) << "there was nothing to move";
 }
 
 TEST_F(Log, CutsTheTextAndNothingElse)
 {
-    const utility::wstring whole(1022, u'a');
-    const utility::wstring source(5000, u's');
-    RunAlone([&] {
+    RunAlone(World, [](const LogWorld&) {
+        const utility::wstring whole(1022, u'a');
+        const utility::wstring source(5000, u's');
         CLog* const log = CLog::GetInstance();
         EXPECT_EQ(log->LogInfo(u"%s"_w, u"Test"_w, whole.c_str()), 0);
         EXPECT_EQ(log->LogInfo(u"%sb"_w, u"Test"_w, whole.c_str()), 0);
@@ -103,43 +109,41 @@ TEST_F(Log, RollsOverWhenTheFamilyHasEnded)
 {
     support::WriteFile(World.Previous, "older");
     support::WriteFile(World.Log, "old");
-    const Gate opened;
-    const Gate end;
-    Child first([&] {
+    const Gate opened(World.Folder / "opened");
+    const Gate end(World.Folder / "end");
+    Process first(World, [](const LogWorld& world) {
         CLog::GetInstance();
-        opened.Open();
-        end.Pass();
-        std::exit(0);
+        Gate(world.Folder / "opened").Open();
+        Gate(world.Folder / "end").Pass();
     });
     opened.Pass();
     EXPECT_EQ(support::ReadFile(World.Previous), "old");
-    RunAlone([] { CLog::GetInstance()->LogInfo(u"second"_w, u"Test"_w); });
+    RunAlone(World, [](const LogWorld&) { CLog::GetInstance()->LogInfo(u"second"_w, u"Test"_w); });
     end.Open();
     first.Wait();
     EXPECT_EQ(Strings({"----------", "Log opened", "----------", "Log opened", "second", "Log closing", "-----------",
                        "Log closing", "-----------"}),
               support::Texts(World.Log));
     EXPECT_EQ(support::ReadFile(World.Previous), "old");
-    RunAlone([] { CLog::GetInstance(); });
+    RunAlone(World, [](const LogWorld&) { CLog::GetInstance(); });
     EXPECT_EQ(support::Texts(World.Previous).size(), 9U);
     EXPECT_EQ(support::Texts(World.Log).size(), 4U);
 }
 
 TEST_F(Log, FindsTheNameOfThePreviousFileInEveryFormOfPath)
 {
-    const std::string folder = World.Folder.path().string();
-    std::string windows = folder;
-    std::replace(windows.begin(), windows.end(), '/', '\\');
-    const std::string devices =
-        "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\Session Manager\\DOS Devices]\r\n\"D:\"=\"" + folder +
-        "\"\r\n";
-    for (const std::string& path : {folder + "/App.log", windows + "\\App.log", "C:" + windows + "\\App.log",
-                                    std::string("D:\\App.log"), std::string("App.log"), windows + "/App.log"}) {
-        World.SetLog(path, "", devices);
+    std::string slashes = World.Log;
+    std::replace(slashes.begin(), slashes.end(), '\\', '/');
+    std::string backslashes = slashes;
+    std::replace(backslashes.begin(), backslashes.end(), '/', '\\');
+    std::string mixed = backslashes;
+    mixed[mixed.rfind('\\')] = '/';
+    for (const std::string& path : {slashes, backslashes, mixed, std::string("App.log")}) {
+        World.SetLog(path);
         support::WriteFile(World.Log, "old");
         std::filesystem::remove(World.Previous);
-        RunAlone([&] {
-            std::filesystem::current_path(folder);
+        RunAlone(World, [](const LogWorld& world) {
+            std::filesystem::current_path(world.Folder.path());
             EXPECT_NE(CLog::GetInstance(), nullptr) << CLog::GetInitError();
         });
         EXPECT_EQ(support::ReadFile(World.Previous), "old") << path;
@@ -154,7 +158,7 @@ TEST_F(Log, OldFileThatCannotMoveIsAppendedTo)
     // Behind its last line a writer that was killed may have left the front of a record.
     for (const std::string& stump : {std::string(), std::string("2\0000\0002", 5)}) {
         support::WriteFile(World.Log, line + stump);
-        RunAlone([] { CLog::GetInstance(); });
+        RunAlone(World, [](const LogWorld&) { CLog::GetInstance(); });
         const std::string content = support::ReadFile(World.Log);
         EXPECT_EQ(content.substr(0, line.size()), line);
         support::WriteFile(World.Folder / "appended", content.substr(line.size()));
@@ -166,18 +170,17 @@ TEST_F(Log, OldFileThatCannotMoveIsAppendedTo)
 
 TEST_F(Log, AnotherNameOfTheFileDoesNotMoveItAwayUnderItsWriters)
 {
-    const Gate opened;
-    const Gate end;
-    Child first([&] {
+    const Gate opened(World.Folder / "opened");
+    const Gate end(World.Folder / "end");
+    Process first(World, [](const LogWorld& world) {
         CLog* const log = CLog::GetInstance();
-        opened.Open();
-        end.Pass();
-        log->LogInfo(u"still here"_w, u"Test"_w);
-        std::exit(0);
+        Gate(world.Folder / "opened").Open();
+        Gate(world.Folder / "end").Pass();
+        EXPECT_EQ(log->LogInfo(u"still here"_w, u"Test"_w), 0);
     });
     opened.Pass();
     World.SetLog(World.Folder.path().string() + "/./App.log");
-    RunAlone([] { CLog::GetInstance(); });
+    RunAlone(World, [](const LogWorld&) { CLog::GetInstance(); });
     end.Open();
     first.Wait();
     EXPECT_EQ(support::Texts(World.Log).size(), 9U);
@@ -186,15 +189,15 @@ TEST_F(Log, AnotherNameOfTheFileDoesNotMoveItAwayUnderItsWriters)
 
 TEST_F(Log, OpensAnewWithoutRollingItsOwnFileOver)
 {
-    RunAlone([&] {
+    RunAlone(World, [](const LogWorld& world) {
         CLog* const log = CLog::GetInstance();
-        const int before = OpenDescriptors();
+        const int before = support::OpenHandles();
         for (int i = 0; i < 3; ++i)
             EXPECT_EQ(log->Initialise(), 0);
         EXPECT_EQ(log->LogInfo(u"the same file"_w, u"Test"_w), 0);
-        EXPECT_EQ(OpenDescriptors(), before);
+        EXPECT_EQ(support::OpenHandles(), before);
 
-        World.SetLog(World.Folder / "missing/App.log");
+        world.SetLog(world.Folder / "missing/App.log");
         try {
             log->Initialise();
             ADD_FAILURE() << "opened a log in a missing folder";
@@ -202,9 +205,9 @@ TEST_F(Log, OpensAnewWithoutRollingItsOwnFileOver)
             EXPECT_EQ(failure.ErrorCode, static_cast<LONG>(0x80070003));
         }
         EXPECT_EQ(log->LogInfo(u"closed"_w, u"Test"_w), static_cast<LONG>(0x80070006));
-        EXPECT_LT(OpenDescriptors(), before);
+        EXPECT_LT(support::OpenHandles(), before);
 
-        World.SetLog(World.Log);
+        world.SetLog(world.Log);
         EXPECT_EQ(log->Initialise(), 0);
         EXPECT_EQ(log->LogInfo(u"open again"_w, u"Test"_w), 0);
     });
@@ -214,9 +217,8 @@ TEST_F(Log, OpensAnewWithoutRollingItsOwnFileOver)
 
 TEST_F(Log, KeyOfTheFileCountsForAFurtherOpening)
 {
-    World.SetLog(World.Log, "",
-                 "[HKEY_LOCAL_MACHINE\\Other]\r\n\"FilePath\"=\"" + (World.Folder / "Other.log") + "\"\r\n");
-    RunAlone([] {
+    NameOther();
+    RunAlone(World, [](const LogWorld&) {
         CLog::SetRegLogfilePath(u"Other"_w);
         CLog* const log = CLog::GetInstance();
         log->LogInfo(u"release's own"_w, u"Test"_w);
@@ -233,16 +235,14 @@ TEST_F(Log, KeyOfTheFileCountsForAFurtherOpening)
 
 TEST_F(Log, KeyStaysWhileAnotherProcessChangesIts)
 {
-    World.SetLog(World.Log, "",
-                 "[HKEY_LOCAL_MACHINE\\Other]\r\n\"FilePath\"=\"" + (World.Folder / "Other.log") + "\"\r\n");
-    RunAlone([] {
+    NameOther();
+    RunAlone(World, [](const LogWorld& world) {
         CLog* const log = CLog::GetInstance();
-        const Gate held;
-        Child holder([&] {
-            CreateMutexW(nullptr, TRUE, u"SetRegLogfilePath.Mutex"_w);
-            held.Open();
-            pause();
-            return 0;
+        const Gate held(world.Folder / "held");
+        const Process holder(world, [](const LogWorld& sameWorld) {
+            CreateMutexW(nullptr, TRUE, platform::Wide(u"SetRegLogfilePath.Mutex"_w));
+            Gate(sameWorld.Folder / "held").Open();
+            Gate(sameWorld.Folder / "never").Pass();
         });
         held.Pass();
         CLog::SetRegLogfilePath(u"Other"_w);
@@ -252,61 +252,36 @@ TEST_F(Log, KeyStaysWhileAnotherProcessChangesIts)
     EXPECT_FALSE(std::filesystem::exists(World.Folder / "Other.log"));
 }
 
-TEST_F(Log, ForkedChildWritesUnderItsOwnIdAndKeepsTheFamily)
-{
-    const Gate end;
-    const Gate parentEnded;
-    Child parent([&] {
-        CLog* const log = CLog::GetInstance();
-        if (fork() != 0)
-            std::exit(0);
-        parentEnded.Pass();
-        log->LogInfo(u"%u"_w, u"Child"_w, static_cast<unsigned>(getpid()));
-        end.Open();
-        _exit(0);
-    });
-    parent.Wait();
-    RunAlone([] { CLog::GetInstance()->LogInfo(u"appended"_w, u"Test"_w); });
-    parentEnded.Open();
-    end.Pass();
-    bool found = false;
-    for (const Fields& record : support::Records(World.Log)) {
-        if (record[4] != "       Child")
-            continue;
-        found = true;
-        EXPECT_EQ(std::stoul(record[1], nullptr, 16), std::stoul(record[5]));
-        EXPECT_EQ(std::stoul(record[2], nullptr, 16), std::stoul(record[5]));
-    }
-    EXPECT_TRUE(found);
-    EXPECT_FALSE(std::filesystem::exists(World.Previous));
-}
-
 TEST_F(Log, ThreadsAndProcessesNeverMix)
 {
     constexpr int threads = 4;
     constexpr int each = 200;
-    const auto write = [] {
+    const auto write = [](const LogWorld& world) {
+        CLog* const log = CLog::GetInstance();
+        Gate(world.Folder / "opened").Open();
+        Gate(world.Folder / "begin").Pass();
         std::vector<std::thread> writers;
         for (int thread = 0; thread < threads; ++thread) {
-            writers.emplace_back([thread] {
+            writers.emplace_back([=] {
                 for (int i = 0; i < each; ++i)
-                    EXPECT_EQ(CLog::GetInstance()->LogInfo(u"thread %d record %d"_w, u"Test"_w, thread, i), 0);
+                    EXPECT_EQ(log->LogInfo(u"thread %d record %d"_w, u"Test"_w, thread, i), 0);
             });
         }
         for (std::thread& writer : writers)
             writer.join();
     };
-    const Gate end;
-    Child other([&] {
-        write();
-        end.Pass();
-        return testing::Test::HasFailure() ? 1 : 0;
-    });
-    RunAlone(write);
-    end.Open();
+    const Gate opened(World.Folder / "opened");
+    const Gate begin(World.Folder / "begin");
+    Process one(World, write);
+    Process other(World, write);
+    opened.Pass();
+    opened.Pass();
+    begin.Open();
+    begin.Open();
+    EXPECT_EQ(one.Wait(), 0);
     EXPECT_EQ(other.Wait(), 0);
     std::map<std::string, int> next;
-    std::size_t written = 0;
+    int written = 0;
     for (const Fields& record : support::Records(World.Log)) {
         int thread = 0;
         int number = 0;
@@ -315,9 +290,31 @@ TEST_F(Log, ThreadsAndProcessesNeverMix)
         ++written;
         EXPECT_EQ(next[record[1] + record[2]]++, number);
     }
-    if (!std::filesystem::exists(World.Previous)) {
-        EXPECT_EQ(written, 2U * threads * each);
-    }
+    EXPECT_EQ(written, 2 * threads * each);
+}
+
+TEST_F(Log, HolderCostsEachRecordASecondUntilItLetsGo)
+{
+    RunAlone(World, [](const LogWorld& world) {
+        CLog* const log = CLog::GetInstance();
+        const Gate held(world.Folder / "held");
+        const Gate go(world.Folder / "go");
+        Process holder(world, [](const LogWorld& sameWorld) {
+            const HANDLE mutex = CreateMutexW(nullptr, FALSE, platform::Wide(sameWorld.MutexName().c_str()));
+            EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS}) << "every process derives one name";
+            WaitForSingleObject(mutex, INFINITE);
+            Gate(sameWorld.Folder / "held").Open();
+            Gate(sameWorld.Folder / "go").Pass();
+            ReleaseMutex(mutex);
+        });
+        held.Pass();
+        EXPECT_EQ(log->LogInfo(u"lost"_w, u"Test"_w), static_cast<LONG>(0x80040302));
+        go.Open();
+        EXPECT_EQ(holder.Wait(), 0);
+        EXPECT_EQ(log->LogInfo(u"goes on"_w, u"Test"_w), 0);
+    });
+    EXPECT_EQ(support::Texts(World.Log),
+              Strings({"----------", "Log opened", "goes on", "Log closing", "-----------"}));
 }
 
 }  // namespace

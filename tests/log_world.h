@@ -1,31 +1,18 @@
 // A family of processes with a log of its own, and the log as text.
 #pragma once
 
-#include "child.h"
+#include "processes.h"
 #include "support.h"
 #include "tessmaru/log.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <sstream>
 #include <vector>
 
 namespace support {
-
-/// Runs `work` in a process of its own, which ends as a program does, with the closing of its log. What is
-/// expected there counts here.
-template <class Work>
-void RunAlone(Work work)
-{
-    std::fflush(nullptr);
-    Child child([&work]() -> int {
-        work();
-        std::fflush(nullptr);
-        std::exit(testing::Test::HasFailure() ? 1 : 0);
-    });
-    EXPECT_EQ(child.Wait(), 0) << "the process that ran alone";
-}
 
 /// The fields of a record, or one field for a line that is none.
 using Fields = std::vector<std::string>;
@@ -83,16 +70,25 @@ inline std::string Escaped(std::string text)
 /// A machine whose settings name a log in its folder.
 class LogWorld : public Machine {
 public:
-    explicit LogWorld(const std::string& mask = "") : Log(Folder / "App.log"), Previous(Folder / "Previous App.log")
+    LogWorld() : Log(Folder / "App.log"), Previous(Folder / "Previous App.log")
     {
-        std::filesystem::permissions(Folder.path(), std::filesystem::perms::all);
-        SetLog(Log, mask);
+        if (!Folder.IsJoined())
+            SetLog(Log);
     }
+    explicit LogWorld(const std::string& mask) : LogWorld() { SetLog(Log, mask); }
 
     void SetLog(const std::string& path, const std::string& mask = "", const std::string& more = "") const
     {
         SetRegistry("[" + std::string(SuiteKey) + "Log\\Application]\r\n\"FilePath\"=\"" + Escaped(path) + "\"\r\n" +
                     (mask.empty() ? "" : "\"DebugMask\"=\"" + mask + "\"\r\n") + more);
+    }
+
+    /// The name that every process derives for the log's mutex.
+    utility::wstring MutexName() const
+    {
+        utility::wstring name = Wide(Log + ".Mutex");
+        std::replace(name.begin(), name.end(), u'\\', u'_');
+        return name;
     }
 
     const std::string Log;

@@ -1,11 +1,13 @@
 // What the tests share: scratch folders, environment variables, a settings store, text.
 #pragma once
 
+#include "tessmaru/platform.h"
 #include "tessmaru/text.h"
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,53 +29,45 @@ inline std::string Narrow(std::basic_string_view<unsigned short> text)
     return narrow;
 }
 
-/// A folder of this test alone, gone with it.
+/// Whether a test started this process by running the program anew. (A forked process has not been.)
+bool StartedAnew();
+
+/// A folder of this test alone, gone with it. In a process that a test has started it is that test's.
 class ScratchFolder {
 public:
-    ScratchFolder()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "tessmaru-test-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr)
-            std::abort();
-        Path = pattern;
-    }
+    ScratchFolder();
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
-    ~ScratchFolder()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(Path, ignored);
-    }
+    ~ScratchFolder();
 
     const std::filesystem::path& path() const { return Path; }
     std::string operator/(std::string_view name) const { return (Path / name).string(); }
 
+    /// Whether it was there before, made by the test that started this process.
+    bool IsJoined() const { return Joined; }
+
 private:
     std::filesystem::path Path;
+    bool Joined;
 };
+
+/// Sets an environment variable, or removes it for nullopt.
+void SetVariable(const char* name, const std::optional<std::string>& value);
 
 /// Sets an environment variable, or removes it for nullopt, and restores it.
 class Variable {
 public:
-    Variable(const char* name, std::optional<std::string> value) : Name(name)
+    Variable(const char* name, const std::optional<std::string>& value) : Name(name)
     {
         if (const char* before = std::getenv(name))
             Before = before;
-        Set(value);
+        SetVariable(name, value);
     }
     Variable(const Variable&) = delete;
     Variable& operator=(const Variable&) = delete;
-    ~Variable() { Set(Before); }
+    ~Variable() { SetVariable(Name.c_str(), Before); }
 
 private:
-    void Set(const std::optional<std::string>& value)
-    {
-        if (value)
-            setenv(Name.c_str(), value->c_str(), 1);
-        else
-            unsetenv(Name.c_str());
-    }
-
     std::string Name;
     std::optional<std::string> Before;
 };
@@ -93,28 +87,45 @@ inline constexpr std::string_view RegistryHeader = "Windows Registry Editor Vers
 inline constexpr std::string_view SuiteKey =
     "HKEY_LOCAL_MACHINE\\SOFTWARE\\Orvane Electronics Limited\\Veltrix\\4.09.00-en\\";
 
-/// A world of this test's own: settings store, named mutexes and a place for files.
+/// A world of this test's own: settings store, named mutexes (on Linux) and a place for files.
 class Machine {
 public:
-    Machine()
-        : Store(Folder / "registry.reg"), StoreVariable("VELTRIX_REGISTRY", Store),
-          RuntimeVariable("VELTRIX_RUNTIME", Folder.path().string())
-    {
-    }
+    Machine();
+    Machine(const Machine&) = delete;
+    Machine& operator=(const Machine&) = delete;
+    ~Machine();
 
     /// Replaces the whole store. `body` is what stands behind the header of an export.
-    void SetRegistry(std::string_view body) const
-    {
-        support::WriteFile(Store + ".new", std::string(RegistryHeader) + std::string(body));
-        std::filesystem::rename(Store + ".new", Store);
-    }
+    void SetRegistry(std::string_view body) const;
 
     const ScratchFolder Folder;
-    const std::string Store;
+    const std::string Store;  // where the settings lie: a file, or a key
 
 private:
-    Variable StoreVariable;
-    Variable RuntimeVariable;
+    struct Hold;
+    const std::unique_ptr<Hold> Held;
 };
+
+/// Catches the debug output of this process, from its making to `Text`.
+class DebugOutput {
+public:
+    DebugOutput();
+    DebugOutput(const DebugOutput&) = delete;
+    DebugOutput& operator=(const DebugOutput&) = delete;
+    ~DebugOutput();
+
+    std::string Text();
+
+private:
+    struct Hold;
+    const std::unique_ptr<Hold> Held;
+};
+
+/// The module that holds the library, and one of the system's that has no strings.
+HMODULE LibraryModule();
+HMODULE SystemModule();
+
+/// The handles (on Linux: descriptors) that this process has open.
+int OpenHandles();
 
 }  // namespace support

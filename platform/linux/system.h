@@ -18,16 +18,12 @@ constexpr HRESULT HRESULT_FROM_WIN32(DWORD error)
 
 namespace platform {
 
-/// The library's 16-bit text as the platform's wide text, and back.
+/// The library's 16-bit text as the platform's wide text.
 inline LPCWSTR Wide(const unsigned short* text)
 {
     return text;
 }
 inline LPWSTR Wide(unsigned short* text)
-{
-    return text;
-}
-inline const unsigned short* Units(LPCWSTR text)
 {
     return text;
 }

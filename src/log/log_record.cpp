@@ -142,15 +142,16 @@ const utility::wstring& CLog::GetDateTime()
         // A failure below leaves no second whose text would count as made.
         ShownSecond[0] = 0;
         DateTime.clear();
-        WCHAR date[MaxDateUnits];
-        if (GetDateFormatW(LOCALE_SYSTEM_DEFAULT, 0, &now, nullptr, date, MaxDateUnits) == 0)
+        unsigned short date[MaxDateUnits];
+        if (GetDateFormatW(LOCALE_SYSTEM_DEFAULT, 0, &now, nullptr, platform::Wide(date), MaxDateUnits) == 0)
             throw log_exception(log_codes::LastError());
-        WCHAR time[MaxTimeUnits];
-        if (GetTimeFormatW(LOCALE_SYSTEM_DEFAULT, 0, &now, platform::Wide(u"HH':'mm':'ss"_w), time, MaxTimeUnits) == 0)
+        unsigned short time[MaxTimeUnits];
+        if (GetTimeFormatW(LOCALE_SYSTEM_DEFAULT, 0, &now, platform::Wide(u"HH':'mm':'ss"_w), platform::Wide(time),
+                           MaxTimeUnits) == 0)
             throw log_exception(log_codes::LastError());
-        DateTime += platform::Units(date);
+        DateTime += date;
         DateTime += u' ';
-        DateTime += platform::Units(time);
+        DateTime += time;
         DateTime += u'.';
         DateTime.append(MillisecondDigits, u'0');
         std::memcpy(ShownSecond, &now, sizeof ShownSecond);

@@ -4,12 +4,14 @@
 //
 // Every module that includes this has read-only constants of its own, in this order; nothing is exported.
 // Column names are table, point, column; a type's unit or notation stands behind a dash. The last two texts
-// end open.
+// end open. Windows has a `TokenType` of its own: there the one of these is tag_specification::TokenType.
 #pragma once
 
 #include "tessmaru/text.h"
 
 using utility::literals::operator""_w;
+
+namespace tag_specification {
 
 [[gnu::init_priority(200)]] const utility::wstring EmptyString;
 
@@ -67,3 +69,7 @@ using utility::literals::operator""_w;
 [[gnu::init_priority(200)]] const utility::wstring VirtualTagType = u"VirtualTag"_w;
 [[gnu::init_priority(200)]] const utility::wstring EnumType = u"Enum -"_w;
 [[gnu::init_priority(200)]] const utility::wstring LevelType = u"Level - "_w;
+
+}  // namespace tag_specification
+
+using namespace tag_specification;  // NOLINT(google-build-using-namespace): its names stand for themselves

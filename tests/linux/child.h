@@ -11,16 +11,16 @@
 namespace support {
 
 /// Closed at first; what passes waits until somebody opens it, once for each passing.
-class Gate {
+class PipeGate {
 public:
-    Gate()
+    PipeGate()
     {
         if (pipe(Ends) != 0)
             std::abort();
     }
-    Gate(const Gate&) = delete;
-    Gate& operator=(const Gate&) = delete;
-    ~Gate()
+    PipeGate(const PipeGate&) = delete;
+    PipeGate& operator=(const PipeGate&) = delete;
+    ~PipeGate()
     {
         close(Ends[0]);
         close(Ends[1]);

@@ -14,7 +14,7 @@
 
 using namespace utility::literals;
 using support::Child;
-using support::Gate;
+using support::PipeGate;
 
 namespace {
 
@@ -99,7 +99,7 @@ TEST_F(NamedMutex, HandleThatIsNotOpenIsRefused)
 TEST_F(NamedMutex, OwnerThatDiesLeavesItAbandoned)
 {
     const HANDLE mutex = Create();
-    const Gate taken;
+    const PipeGate taken;
     Child holder([&] {
         WaitForSingleObject(mutex, INFINITE);
         taken.Open();
@@ -131,8 +131,8 @@ TEST_F(NamedMutex, ThreadThatEndsLeavesItAbandoned)
 TEST_F(NamedMutex, StoppedOwnerKeepsIt)
 {
     const HANDLE mutex = Create();
-    const Gate taken;
-    const Gate go;
+    const PipeGate taken;
+    const PipeGate go;
     Child holder([&] {
         WaitForSingleObject(mutex, INFINITE);
         taken.Open();
@@ -168,8 +168,8 @@ TEST_F(NamedMutex, EndsWithItsLastHolderHoweverThatEnds)
 TEST_F(NamedMutex, ForkLeavesBothSidesAHandle)
 {
     const HANDLE mutex = Create(TRUE);
-    const Gate parentGone;
-    const Gate done;
+    const PipeGate parentGone;
+    const PipeGate done;
     Child parent([&] {
         // What the first process owns is not this one's, nor its child's.
         if (WaitForSingleObject(mutex, 0) != WAIT_TIMEOUT || ReleaseMutex(mutex))
@@ -194,8 +194,8 @@ TEST_F(NamedMutex, ForkLeavesBothSidesAHandle)
 TEST_F(NamedMutex, ParentThatDiesIsMissedThoughItsChildLives)
 {
     const HANDLE mutex = Create();
-    const Gate ready;
-    const Gate end;
+    const PipeGate ready;
+    const PipeGate end;
     Child parent([&] {
         WaitForSingleObject(mutex, INFINITE);
         if (fork() == 0) {
@@ -317,7 +317,7 @@ TEST_F(NamedMutex, ThreadsOfSeveralProcessesNeverMeetAndNoneIsCalledDead)
 
 TEST_F(NamedMutex, SurvivesWhateverOthersWriteIntoItsFile)
 {
-    const Gate written;
+    const PipeGate written;
     Child stranger([&] {
         written.Pass();
         return Create() == nullptr && GetLastError() == ERROR_INVALID_HANDLE ? 0 : 1;

@@ -1,4 +1,5 @@
 // What the log answers when the machine fails it: each failure is made to happen.
+#include "child.h"
 #include "fail_allocation.h"
 #include "log_world.h"
 
@@ -10,11 +11,22 @@
 
 using namespace utility::literals;
 using support::Child;
-using support::Gate;
-using support::RunAlone;
 using utilities::CLog;
 
 namespace {
+
+/// Runs `work`, which may refer to the test's objects, in a process of its own, which ends as a program does.
+template <class Work>
+void RunAlone(Work work)
+{
+    std::fflush(nullptr);
+    Child child([&work]() -> int {
+        work();
+        std::fflush(nullptr);
+        std::exit(testing::Test::HasFailure() ? 1 : 0);
+    });
+    EXPECT_EQ(child.Wait(), 0) << "the process that ran alone";
+}
 
 constexpr auto NotObtained = static_cast<LONG>(0x80040302);
 constexpr auto OutOfMemory = static_cast<LONG>(0x8007000E);
@@ -33,14 +45,6 @@ void BecomeAccount(uid_t account)
 LONG OpeningCode()
 {
     return CLog::GetInstance() != nullptr ? 0 : CLog::GetInitError();
-}
-
-int OpenDescriptors()
-{
-    int count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-        ++count;
-    return count;
 }
 
 class LogFailures : public testing::Test {
@@ -90,11 +94,11 @@ TEST_F(LogFailures, OpeningTellsWhyAndTriesAgain)
     };
     RunAlone([&] {
         BecomeAccount(OneAccount);
-        const int descriptors = OpenDescriptors();
+        const int descriptors = support::OpenHandles();
         for (const Case& failure : cases) {
             World.SetRegistry(failure.Store);
             EXPECT_EQ(static_cast<unsigned>(OpeningCode()), failure.Code) << failure.Store;
-            EXPECT_EQ(OpenDescriptors(), descriptors);
+            EXPECT_EQ(support::OpenHandles(), descriptors);
         }
         std::filesystem::remove(World.Store);
         EXPECT_EQ(static_cast<unsigned>(OpeningCode()), 0x80070002U);
@@ -205,8 +209,8 @@ TEST_F(LogFailures, StoppedHolderCostsEachRecordASecondUntilItGoesOn)
     Child writer([&] {
         CLog* const log = CLog::GetInstance();
         const HANDLE mutex = CreateMutexW(nullptr, FALSE, (support::Wide(World.Log) + u".Mutex"_w).c_str());
-        const Gate held;
-        const Gate go;
+        const support::PipeGate held;
+        const support::PipeGate go;
         Child stopped([&] {
             WaitForSingleObject(mutex, INFINITE);
             held.Open();
@@ -276,8 +280,8 @@ TEST_F(LogFailures, AccountsShareOneLog)
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can write as two accounts";
     std::filesystem::permissions(World.Folder.path(), std::filesystem::perms::all | std::filesystem::perms::sticky_bit);
-    const Gate opened;
-    const Gate end;
+    const support::PipeGate opened;
+    const support::PipeGate end;
     Child first([&] {
         umask(0077);
         BecomeAccount(OneAccount);
@@ -313,7 +317,7 @@ TEST_F(LogFailures, MemoryThatRunsOutAtAnyPointOfOpening)
 {
     World.SetLog(World.Log, "101");
     RunAlone([] {
-        const int descriptors = OpenDescriptors();
+        const int descriptors = support::OpenHandles();
         int failed = 0;
         for (int n = 1;; ++n) {
             support::FailAllocation(n);
@@ -337,7 +341,7 @@ TEST_F(LogFailures, MemoryThatRunsOutAtAnyPointOfOpening)
             }
             ++failed;
             EXPECT_EQ(code, OutOfMemory) << "allocation " << n;
-            EXPECT_EQ(OpenDescriptors(), descriptors) << "allocation " << n;
+            EXPECT_EQ(support::OpenHandles(), descriptors) << "allocation " << n;
         }
         EXPECT_GT(failed, 10);
         EXPECT_EQ(CLog::GetInstance()->LogInfo(u"opened at last"_w, u"Test"_w), 0);

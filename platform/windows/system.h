@@ -1,0 +1,23 @@
+// The platform operations that the library stands on: the system's own.
+#pragma once
+
+#include "tessmaru/platform.h"
+
+#include <cstdarg>
+#include <cwchar>
+
+namespace platform {
+
+static_assert(sizeof(WCHAR) == sizeof(unsigned short));
+
+/// The library's 16-bit text as the platform's wide text.
+inline LPCWSTR Wide(const unsigned short* text)
+{
+    return reinterpret_cast<LPCWSTR>(text);
+}
+inline LPWSTR Wide(unsigned short* text)
+{
+    return reinterpret_cast<LPWSTR>(text);
+}
+
+}  // namespace platform

@@ -1,0 +1,54 @@
+// The shared library as a program on Linux meets it.
+#include "loaded.h"
+#include "log_world.h"
+
+#include <csignal>
+
+#include <unistd.h>
+
+using support::Loaded;
+using support::LogWorld;
+using support::RunAlone;
+
+namespace {
+
+/// A static of the program that asks for the log when it goes, behind a library that was loaded by hand.
+struct LateCaller {
+    ~LateCaller()
+    {
+        if (GetInstance != nullptr && GetInstance() != nullptr)
+            _exit(1);
+    }
+    Loaded::GetInstance* GetInstance = nullptr;
+} lateCaller;
+
+TEST(LibraryOnLinux, GivesNoLogOnceItHasClosedItForGood)
+{
+    const LogWorld world;
+    RunAlone(world, [](const LogWorld&) {
+        const Loaded library;
+        ASSERT_TRUE(library);
+        ASSERT_NE(library.OpenLog(), nullptr);
+        lateCaller.GetInstance = library.getInstance();
+    });
+    EXPECT_EQ(support::Texts(world.Log).size(), 4U);
+}
+
+TEST(LibraryOnLinux, LeavesTheSignalsOfTheProgramAsTheyWere)
+{
+    const LogWorld world;
+    RunAlone(world, [](const LogWorld&) {
+        for (const auto handler : {SIG_DFL, SIG_IGN}) {
+            std::signal(SIGBUS, handler);
+            std::signal(SIGXFSZ, handler);
+            Loaded library;
+            ASSERT_TRUE(library);
+            library.OpenLog();
+            library.Unload();
+            EXPECT_EQ(std::signal(SIGBUS, SIG_DFL), handler);
+            EXPECT_EQ(std::signal(SIGXFSZ, SIG_DFL), handler);
+        }
+    });
+}
+
+}  // namespace
