@@ -4,7 +4,7 @@
 #
 #     tools/run_windows.sh 64|32 <program.exe> [argument ...]
 #
-# The root for x86-32 is made by `./dev windows test`.
+# The root for x86-32 is made by `./dev windows test`. TESSMARU_WINE32_ROOT names another place for it.
 set -euo pipefail
 
 bits=$1
@@ -25,6 +25,7 @@ fi
 # The mounts end with the process that made them: nothing is left in the root that a removal could follow.
 root=${TESSMARU_WINE32_ROOT:-$build/wine32-root}
 mkdir -p "$root$build"
+# shellcheck disable=SC2016  # what is inside is expanded there
 exec unshare --mount bash -euo pipefail -c '
     root=$1 build=$2 folder=$PWD
     shift 2

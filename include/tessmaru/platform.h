@@ -10,6 +10,19 @@
 
 #include <comdef.h>
 
+#ifdef __i386__
+#include <unwind.h>
+
+namespace platform {
+
+/// On x86-32 the copy of the language's runtime that a module brings along can catch an exception of the library only
+/// after it has looked at a stack once.
+inline const _Unwind_Reason_Code UnwinderReady =
+    _Unwind_Backtrace([](_Unwind_Context*, void*) { return _URC_END_OF_STACK; }, nullptr);
+
+}  // namespace platform
+#endif
+
 #if defined(TESSMARU_STATIC)
 #define TESSMARU_API
 #elif defined(TESSMARU_BUILDING)

@@ -1,0 +1,60 @@
+// The records of the platform, field by field, as published. Checked by the compiler on each platform.
+#include "system.h"
+
+#include <cstddef>
+
+namespace {
+
+template <class Type, std::size_t Size, std::size_t Alignment>
+constexpr bool Is = sizeof(Type) == Size && alignof(Type) == Alignment;
+
+constexpr std::size_t Pointer = sizeof(void*);
+
+static_assert(Is<BYTE, 1, 1> && Is<WORD, 2, 2> && Is<DWORD, 4, 4> && Is<UINT, 4, 4> && Is<INT, 4, 4>);
+static_assert(Is<LONG, 4, 4> && Is<ULONG, 4, 4> && Is<BOOL, 4, 4> && Is<HRESULT, 4, 4> && Is<WCHAR, 2, 2>);
+static_assert(sizeof(LONGLONG) == 8 && sizeof(ULONGLONG) == 8);
+static_assert(Is<DWORD_PTR, Pointer, Pointer> && Is<SIZE_T, Pointer, Pointer> && Is<HANDLE, Pointer, Pointer>);
+static_assert(Is<HINSTANCE, Pointer, Pointer> && Is<HKEY, Pointer, Pointer> && Is<BSTR, Pointer, Pointer>);
+static_assert(Is<LCID, 4, 4> && Is<LSTATUS, 4, 4>);
+static_assert(LONG(-1) < 0 && HRESULT(-1) < 0 && LSTATUS(-1) < 0 && ULONG(-1) > 0 && DWORD(-1) > 0);
+
+static_assert(Is<GUID, 16, 4>);
+static_assert(offsetof(GUID, Data2) == 4 && offsetof(GUID, Data3) == 6 && offsetof(GUID, Data4) == 8);
+
+static_assert(Is<FILETIME, 8, 4> && offsetof(FILETIME, dwHighDateTime) == 4);
+
+static_assert(Is<WIN32_FIND_DATAW, 592, 4>);
+static_assert(offsetof(WIN32_FIND_DATAW, ftLastWriteTime) == 20 && offsetof(WIN32_FIND_DATAW, nFileSizeHigh) == 28);
+static_assert(offsetof(WIN32_FIND_DATAW, nFileSizeLow) == 32 && offsetof(WIN32_FIND_DATAW, cFileName) == 44);
+static_assert(offsetof(WIN32_FIND_DATAW, cAlternateFileName) == 564);
+
+static_assert(Is<SYSTEMTIME, 16, 2>);
+static_assert(offsetof(SYSTEMTIME, wMonth) == 2 && offsetof(SYSTEMTIME, wDayOfWeek) == 4);
+static_assert(offsetof(SYSTEMTIME, wDay) == 6 && offsetof(SYSTEMTIME, wHour) == 8 &&
+              offsetof(SYSTEMTIME, wMinute) == 10);
+static_assert(offsetof(SYSTEMTIME, wSecond) == 12 && offsetof(SYSTEMTIME, wMilliseconds) == 14);
+
+static_assert(Is<SID, 12, 4>);
+static_assert(offsetof(SID, SubAuthorityCount) == 1 && offsetof(SID, IdentifierAuthority) == 2);
+static_assert(offsetof(SID, SubAuthority) == 8);
+static_assert(Is<ACE_HEADER, 4, 2> && offsetof(ACE_HEADER, AceFlags) == 1 && offsetof(ACE_HEADER, AceSize) == 2);
+static_assert(Is<ACCESS_ALLOWED_ACE, 12, 4> && Is<ACCESS_DENIED_ACE, 12, 4>);
+static_assert(offsetof(ACCESS_ALLOWED_ACE, Mask) == 4 && offsetof(ACCESS_ALLOWED_ACE, SidStart) == 8);
+static_assert(Is<ACL, 8, 2> && offsetof(ACL, Sbz1) == 1 && offsetof(ACL, AclSize) == 2);
+static_assert(offsetof(ACL, AceCount) == 4 && offsetof(ACL, Sbz2) == 6);
+
+static_assert(Is<SECURITY_DESCRIPTOR, 4 + 4 * Pointer + (Pointer == 8 ? 4 : 0), Pointer>);
+static_assert(offsetof(SECURITY_DESCRIPTOR, Control) == 2 && offsetof(SECURITY_DESCRIPTOR, Owner) == Pointer);
+static_assert(offsetof(SECURITY_DESCRIPTOR, Group) == 2 * Pointer &&
+              offsetof(SECURITY_DESCRIPTOR, Sacl) == 3 * Pointer);
+static_assert(offsetof(SECURITY_DESCRIPTOR, Dacl) == 4 * Pointer);
+static_assert(Is<SECURITY_ATTRIBUTES, 3 * Pointer, Pointer>);
+static_assert(offsetof(SECURITY_ATTRIBUTES, lpSecurityDescriptor) == Pointer);
+static_assert(offsetof(SECURITY_ATTRIBUTES, bInheritHandle) == 2 * Pointer);
+
+// The rule by which a system's error becomes a code.
+static_assert(HRESULT_FROM_WIN32(5) == static_cast<HRESULT>(0x80070005) && HRESULT_FROM_WIN32(0) == 0);
+static_assert(HRESULT_FROM_WIN32(0x12345) == static_cast<HRESULT>(0x80072345));
+static_assert(HRESULT_FROM_WIN32(0x80040302) == static_cast<HRESULT>(0x80040302));
+
+}  // namespace

@@ -1,0 +1,22 @@
+# tessmaru_constants_check(<source> <header> ...) writes a source that compiles only where every constant that the
+# headers define for Linux has the value that the system's own headers give it.
+function(tessmaru_constants_check source)
+  set(checks "// Generated from the headers of the platform.\n#include \"system.h\"\n\n")
+  set(count 0)
+  foreach(header ${ARGN})
+    file(READ ${header} text)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${header})
+    string(REGEX MATCHALL "constexpr [A-Z]+ [A-Za-z_0-9]+ = [^;\n]+" constants "${text}")
+    foreach(constant IN LISTS constants)
+      string(REGEX MATCH "constexpr ([A-Z]+) ([A-Za-z_0-9]+) = (.+)" matched "${constant}")
+      string(APPEND checks
+        "static_assert(static_cast<${CMAKE_MATCH_1}>(${CMAKE_MATCH_2}) == static_cast<${CMAKE_MATCH_1}>(${CMAKE_MATCH_3}));\n")
+      math(EXPR count "${count} + 1")
+    endforeach()
+  endforeach()
+  if(count LESS 80)
+    message(FATAL_ERROR "Only ${count} constants were found in ${ARGN}")
+  endif()
+  message(STATUS "Constants checked against the system's headers: ${count}")
+  file(CONFIGURE OUTPUT ${source} CONTENT "${checks}" @ONLY)
+endfunction()
