@@ -106,24 +106,15 @@ private:
     const std::unique_ptr<Hold> Held;
 };
 
-/// Catches the debug output of this process, from its making to `Text`.
-class DebugOutput {
-public:
-    DebugOutput();
-    DebugOutput(const DebugOutput&) = delete;
-    DebugOutput& operator=(const DebugOutput&) = delete;
-    ~DebugOutput();
-
-    std::string Text();
-
-private:
-    struct Hold;
-    const std::unique_ptr<Hold> Held;
-};
-
 /// The module that holds the library, and one of the system's that has no strings.
 HMODULE LibraryModule();
 HMODULE SystemModule();
+
+/// A path in the form in which it may have 512 units.
+std::string LongPath(const std::string& path);
+
+/// Sends the debug output of this process to the end of a file, from now on to the process's end.
+void SendDebugOutputTo(const std::string& path);
 
 /// The handles (on Linux: descriptors) that this process has open.
 int OpenHandles();

@@ -34,6 +34,21 @@ TEST(LibraryOnLinux, GivesNoLogOnceItHasClosedItForGood)
     EXPECT_EQ(support::Texts(world.Log).size(), 4U);
 }
 
+TEST(LibraryOnLinux, LeavesNothingOpen)
+{
+    const LogWorld world;
+    RunAlone(world, [](const LogWorld&) {
+        const int descriptors = support::OpenHandles();
+        for (int round = 0; round < 3; ++round) {
+            Loaded library;
+            ASSERT_TRUE(library);
+            ASSERT_NE(library.OpenLog(), nullptr);
+            EXPECT_TRUE(library.Unload());
+            EXPECT_EQ(support::OpenHandles(), descriptors);
+        }
+    });
+}
+
 TEST(LibraryOnLinux, LeavesTheSignalsOfTheProgramAsTheyWere)
 {
     const LogWorld world;

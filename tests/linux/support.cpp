@@ -1,6 +1,6 @@
 #include "support.h"
 
-#include <gtest/gtest.h>
+#include <cstdio>
 
 namespace support {
 
@@ -36,20 +36,16 @@ void Machine::SetRegistry(std::string_view body) const
     std::filesystem::rename(Store + ".new", Store);
 }
 
-struct DebugOutput::Hold {
-    const Variable Shown{"VELTRIX_DEBUG_OUTPUT", "1"};
-};
-
-DebugOutput::DebugOutput() : Held(new Hold)
+std::string LongPath(const std::string& path)
 {
-    testing::internal::CaptureStderr();
+    return path;
 }
 
-DebugOutput::~DebugOutput() = default;
-
-std::string DebugOutput::Text()
+void SendDebugOutputTo(const std::string& path)
 {
-    return testing::internal::GetCapturedStderr();
+    setenv("VELTRIX_DEBUG_OUTPUT", "1", 1);
+    if (std::freopen(path.c_str(), "a", stderr) == nullptr)
+        std::abort();
 }
 
 int OpenHandles()

@@ -124,38 +124,37 @@ void Machine::SetRegistry(std::string_view body) const
     RegCloseKey(key);
 }
 
+std::string LongPath(const std::string& path)
+{
+    return "\\\\?\\" + path;
+}
+
 namespace {
 
-/// The texts, as the debugger's exception carries them. A handler knows no more than what is static.
-std::string caught;
+HANDLE debugOutput;
 
-LONG CALLBACK Catch(EXCEPTION_POINTERS* exception)
+/// The text comes as an exception that a debugger would take. What is open at the end of a process stays so for this.
+LONG CALLBACK KeepDebugOutput(EXCEPTION_POINTERS* exception)
 {
     const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
-    if (record.ExceptionCode == DBG_PRINTEXCEPTION_C)
-        caught += reinterpret_cast<const char*>(record.ExceptionInformation[1]);
+    if (record.ExceptionCode == DBG_PRINTEXCEPTION_C) {
+        const auto bytes = static_cast<DWORD>(record.ExceptionInformation[0]);
+        DWORD written = 0;
+        ::WriteFile(debugOutput, reinterpret_cast<const void*>(record.ExceptionInformation[1]), bytes - 1, &written,
+                    nullptr);
+    }
     return EXCEPTION_CONTINUE_SEARCH;
 }
 
 }  // namespace
 
-struct DebugOutput::Hold {
-    void* Handler;
-};
-
-DebugOutput::DebugOutput() : Held(new Hold{AddVectoredExceptionHandler(1, Catch)})
+void SendDebugOutputTo(const std::string& path)
 {
-    caught.clear();
-}
-
-DebugOutput::~DebugOutput()
-{
-    RemoveVectoredExceptionHandler(Held->Handler);
-}
-
-std::string DebugOutput::Text()
-{
-    return caught;
+    debugOutput = CreateFileA(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (debugOutput == INVALID_HANDLE_VALUE)
+        std::abort();
+    AddVectoredExceptionHandler(1, KeepDebugOutput);
 }
 
 int OpenHandles()
