@@ -1,14 +1,13 @@
-// A family of processes that run one program and share one log, in a world of their own.
+// A family of processes that run one program and share one log, in a folder of their own.
 #pragma once
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
-
-#include <sys/types.h>
 
 namespace tools {
 
@@ -35,6 +34,7 @@ private:
 /// Maps `size` bytes of the file at `path`, which is made, and filled with zeros, where it is not there. Every
 /// process that maps it sees the same bytes.
 void* MapFile(const std::filesystem::path& path, std::size_t size);
+void UnmapFile(void* memory, std::size_t size);
 
 /// What one thread of one process reports to the process that checks it. A report outlives its process.
 struct Report {
@@ -43,6 +43,7 @@ struct Report {
     std::atomic<std::uint32_t> Timeouts;     // calls that gave 0x80040302
     std::atomic<std::uint32_t> Failures;     // calls that gave any other code
     std::atomic<std::uint32_t> LastFailure;  // the last of these codes
+    std::atomic<std::uint32_t> Opened;       // 1 once the process has its log open
 };
 
 /// The reports of all threads of all processes, in a file that they map.
@@ -65,21 +66,32 @@ private:
     Report* Reports;
 };
 
+/// The path of the program that runs.
+std::filesystem::path ThisProgram();
+
+/// What stands behind the program's name on its command line, in UTF-8.
+std::vector<std::string> Arguments(int count, char** arguments);
+
 /// Processes of one program, as a rule this one with other arguments. Standard input of each is a pipe that the
 /// family closes when they may leave: so none leaves early, and none outlives a family that died.
 class Family {
 public:
-    explicit Family(std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe"));
+    explicit Family(const std::filesystem::path& program = ThisProgram());
     Family(const Family&) = delete;
     Family& operator=(const Family&) = delete;
 
     /// Ends what still runs.
     ~Family();
 
-    pid_t Start(const std::vector<std::string>& arguments);
+    /// Gives the process's id. No argument has a quotation mark or ends with a backslash.
+    std::uint32_t Start(const std::vector<std::string>& arguments);
 
-    /// SIGKILL, and waits for the end.
-    void Kill(pid_t process);
+    /// Ends a process at once, wherever it is, and waits for the end.
+    void Kill(std::uint32_t process);
+
+    /// A stopped process keeps what it has, until it may continue.
+    void Stop(std::uint32_t process);
+    void Continue(std::uint32_t process);
 
     /// Whether every process that was started and not killed is still there.
     bool AllRun() const;
@@ -88,12 +100,8 @@ public:
     bool Leave();
 
 private:
-    void CloseGate();
-
-    std::string Program;
-    int GateIn = -1;   // the children's end
-    int GateOut = -1;  // closes when they may leave
-    std::vector<pid_t> Members;
+    struct Inner;
+    std::unique_ptr<Inner> Held;
 };
 
 /// In a member of a family: waits until it may leave.

@@ -13,9 +13,9 @@ build=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)/build
 mkdir -p "$build"
 
 export WINEPREFIX=$build/wine$bits
-# Neither messages of wine itself, nor its offers to fetch what it would run .NET or web pages with.
+# Neither messages of wine itself, nor its debugger, nor its offers to fetch what it would run .NET or web pages with.
 export WINEDEBUG=${WINEDEBUG--all}
-export WINEDLLOVERRIDES='mscoree,mshtml='
+export WINEDLLOVERRIDES='mscoree,mshtml,winedbg.exe='
 unset DISPLAY
 
 if [ "$bits" = 64 ]; then

@@ -10,6 +10,7 @@
 #include "family.h"
 #include "ledger.h"
 #include "log_records.h"
+#include "world.h"
 
 #include <algorithm>
 #include <chrono>
@@ -23,8 +24,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <signal.h>
 
 using namespace utility::literals;
 using utilities::CLog;
@@ -46,6 +45,10 @@ struct Options {
     unsigned Seconds = 300;
 
     unsigned Incarnations() const { return Processes + Kills; }
+
+    /// The number of the process that writes nothing and keeps the log open.
+    unsigned Holder() const { return Incarnations(); }
+    unsigned AllProcesses() const { return Incarnations() + 1; }
 };
 
 /// The text of a record: its mark, and letters whose number and choice follow from the mark. Most texts are
@@ -98,6 +101,7 @@ int Write(const tools::Board& board, unsigned process, unsigned seed)
                      static_cast<unsigned>(CLog::GetInitError()));
         return EXIT_FAILURE;
     }
+    board.At(process, 0).Opened = 1;
     std::vector<std::thread> threads;
     for (unsigned thread = 0; thread < board.Threads(); ++thread) {
         threads.emplace_back([&, thread] {
@@ -116,7 +120,7 @@ class Soak {
 public:
     Soak(const Options& options, const tools::ScratchFolder& scratch)
         : Given(options), BoardPath(scratch / "board"), Log(scratch / "App.log"), Old(scratch / "Previous App.log"),
-          Board(BoardPath, options.Incarnations(), options.Threads), Killed(options.Incarnations()),
+          Board(BoardPath, options.AllProcesses(), options.Threads), Killed(options.Incarnations()),
           Chance(options.Seed), Limit(Clock::now() + std::chrono::seconds(options.Seconds))
     {
     }
@@ -128,11 +132,11 @@ public:
         for (unsigned slot = 0; slot < Given.Processes; ++slot)
             Start(slot, std::vector<unsigned>(Given.Threads, Given.Records));
 
-        // All processes opened the log at once, so one of them moved the old file aside. From here on this
-        // process holds the log as well, or the last survivor's death would end the family too early.
+        // All processes opened the log at once, so one of them moved the old file aside. From here on a process that
+        // is not killed has the log too, or the last survivor's death would end the family too early.
         WaitUntil([this] { return AllOpen(); });
-        if (CLog::GetInstance() == nullptr)
-            throw std::runtime_error("the log cannot be opened");
+        StartProcess(Given.Holder());
+        WaitUntil([this] { return Board.At(Given.Holder(), 0).Opened != 0; });
         for (const Disturbance& disturbance : Plan())
             Disturb(disturbance);
         WaitUntil([this] { return Written() >= Total(); });
@@ -161,7 +165,7 @@ public:
         const tools::Findings found = ledger.Close();
         const bool rolled = RolledOver();
         Print(found, torn, closings, rolled);
-        return found.Sound() && torn.empty() && closings == Given.Processes && rolled && found.Written == Total();
+        return found.Sound() && torn.empty() && closings == Survivors() && rolled && found.Written == Total();
     }
 
 private:
@@ -174,12 +178,15 @@ private:
     {
         for (unsigned thread = 0; thread < Given.Threads; ++thread)
             Board.At(Incarnation, thread).Goal = goals[thread];
-        const pid_t process =
-            Members.Start({"--write", BoardPath.string(), std::to_string(Given.Incarnations()),
-                           std::to_string(Given.Threads), std::to_string(Incarnation), std::to_string(Given.Seed)});
         Slots.resize(Given.Processes);
-        Slots[slot] = {process, Incarnation};
+        Slots[slot] = {StartProcess(Incarnation), Incarnation};
         ++Incarnation;
+    }
+
+    std::uint32_t StartProcess(unsigned process)
+    {
+        return Members.Start({"--write", BoardPath.string(), std::to_string(Given.AllProcesses()),
+                              std::to_string(Given.Threads), std::to_string(process), std::to_string(Given.Seed)});
     }
 
     /// Kills and stops, spread over the whole run.
@@ -197,11 +204,11 @@ private:
     {
         WaitUntil([&] { return Written() >= disturbance.At; });
         const unsigned slot = std::uniform_int_distribution<unsigned>(0, Given.Processes - 1)(Chance);
-        const pid_t process = Slots[slot].Process;
+        const std::uint32_t process = Slots[slot].Process;
         if (!disturbance.Kill) {
-            kill(process, SIGSTOP);
+            Members.Stop(process);
             std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-            kill(process, SIGCONT);
+            Members.Continue(process);
             return;
         }
         Members.Kill(process);
@@ -212,6 +219,9 @@ private:
             goals.push_back(Board.At(dead, thread).Goal - Board.At(dead, thread).Written);
         Start(slot, goals);
     }
+
+    /// The processes that close the log: those that wrote last, and the holder.
+    unsigned Survivors() const { return Given.Processes + 1; }
 
     std::uint64_t Total() const { return std::uint64_t{Given.Processes} * Given.Threads * Given.Records; }
 
@@ -230,7 +240,7 @@ private:
     bool AllOpen() const
     {
         for (unsigned process = 0; process < Given.Processes; ++process) {
-            if (Board.At(process, 0).Written == 0)
+            if (Board.At(process, 0).Opened == 0)
                 return false;
         }
         return true;
@@ -281,13 +291,13 @@ private:
         std::printf("whole but not reported by killed processes: %u\n", found.Unreported);
         std::printf("calls that timed out (0x80040302) and were tried again: %llu\n",
                     static_cast<unsigned long long>(Sum(&tools::Report::Timeouts)));
-        std::printf("closing records: %u of %u; old file moved aside: %s\n", closings, Given.Processes,
+        std::printf("closing records: %u of %u; old file moved aside: %s\n", closings, Survivors(),
                     rolled ? "yes" : "NO");
         std::printf("%.2f s, %.0f records/s\n", seconds, static_cast<double>(found.Written) / seconds);
     }
 
     struct Slot {
-        pid_t Process = 0;
+        std::uint32_t Process = 0;
         unsigned Incarnation = 0;
     };
 
@@ -304,17 +314,6 @@ private:
     std::vector<Slot> Slots;
     unsigned Incarnation = 0;  // of the next process
 };
-
-void MakeWorld(const tools::ScratchFolder& scratch)
-{
-    const std::string store = scratch / "registry.reg";
-    std::ofstream(store) << "Windows Registry Editor Version 5.00\n\n"
-                            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Orvane Electronics Limited\\Veltrix\\4.09.00-en"
-                            "\\Log\\Application]\n\"FilePath\"=\""
-                         << (scratch / "App.log").string() << "\"\n";
-    setenv("VELTRIX_REGISTRY", store.c_str(), 1);
-    setenv("VELTRIX_RUNTIME", scratch.Path().c_str(), 1);
-}
 
 unsigned Number(const std::string& word)
 {
@@ -345,22 +344,24 @@ Options ReadOptions(const std::vector<std::string>& words)
 
 int main(int count, char** arguments)
 try {
-    const std::vector<std::string> words(arguments + 1, arguments + count);
-    if (words.size() == 6 && words[0] == "--write")
+    const std::vector<std::string> words = tools::Arguments(count, arguments);
+    if (words.size() == 6 && words[0] == "--write") {
+        tools::JoinWorld();
         return Write(tools::Board(words[1], Number(words[2]), Number(words[3])), Number(words[4]), Number(words[5]));
+    }
 
     const Options options = ReadOptions(words);
     std::printf("%u processes of %u threads, %u records each, %u kills, %u stops, seed %u\n", options.Processes,
                 options.Threads, options.Records, options.Kills, options.Stops, options.Seed);
     std::fflush(stdout);
     tools::ScratchFolder scratch;
-    MakeWorld(scratch);
+    const tools::World world(scratch, tools::ExportHeading + tools::LogSection(scratch / "App.log"));
     Soak soak(options, scratch);
     soak.Run();
     if (soak.Check())
         return EXIT_SUCCESS;
     scratch.Keep();
-    std::printf("the files stay in %s\n", scratch.Path().c_str());
+    std::printf("the files stay in %s\n", scratch.Path().string().c_str());
     return EXIT_FAILURE;
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "soak: %s\n", failure.what());

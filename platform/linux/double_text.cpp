@@ -1,5 +1,6 @@
 // The digits come from the standard library's conversion, which knows no locale; the exponent and the words for
-// what is no number are the platform's.
+// what is no number are the platform's. So is the rounding: a number that lies in the middle goes up, where the
+// standard library would take the even neighbour.
 #include "double_text.h"
 
 #include <algorithm>
@@ -9,6 +10,22 @@
 #include <cstring>
 
 namespace layer {
+
+namespace {
+
+/// Whether a number that is not negative has no digit behind this many decimals; a negative count leaves that many
+/// digits in front of the point out too.
+bool EndsAt(double value, int decimals)
+{
+    constexpr int exactPowers = 22;
+    if (decimals < 0)
+        return -decimals <= exactPowers && std::fmod(value, std::pow(10.0, -decimals)) == 0;
+    // A binary number has as many decimals as it has binary digits behind the point.
+    const double shifted = std::ldexp(value, decimals);
+    return std::trunc(shifted) == shifted;
+}
+
+}  // namespace
 
 void DoubleText::Render(double value, char kind, int precision, bool alternate, bool upper)
 {
@@ -40,21 +57,67 @@ void DoubleText::RenderDigits(double value, std::chars_format form, int precisio
     Zeros = static_cast<std::uint64_t>(precision - kept);
 }
 
+/// Takes the exponent off the end of the text.
+int DoubleText::TakeExponent()
+{
+    const std::size_t mark = mantissa().find('e');
+    int exponent = 0;
+    std::from_chars(Text + mark + 2, Text + Length, exponent);
+    exponent = Text[mark + 1] == '-' ? -exponent : exponent;
+    Length = mark;
+    return exponent;
+}
+
+/// Drops the last digit, a 5, and counts up what stands in front of it. True if only zeros remain: the number has
+/// grown by a digit.
+bool DoubleText::RoundUp()
+{
+    --Length;
+    if (Text[Length - 1] == '.')
+        --Length;
+    for (std::size_t at = Length; at-- > 0;) {
+        if (Text[at] == '.')
+            continue;
+        if (Text[at] != '9') {
+            ++Text[at];
+            return false;
+        }
+        Text[at] = '0';
+    }
+    return true;
+}
+
 void DoubleText::RenderFixed(double value, int precision)
 {
-    RenderDigits(value, std::chars_format::fixed, precision);
+    if (precision < MaxDecimals && EndsAt(value, precision + 1) && !EndsAt(value, precision)) {
+        RenderDigits(value, std::chars_format::fixed, precision + 1);
+        if (RoundUp()) {
+            std::memmove(Text + 1, Text, Length++);
+            Text[0] = '1';
+        }
+    } else {
+        RenderDigits(value, std::chars_format::fixed, precision);
+    }
     ExponentLength = 0;
 }
 
 /// @return the exponent.
 int DoubleText::RenderScientific(double value, int precision, bool upper)
 {
-    RenderDigits(value, std::chars_format::scientific, precision);
-    const std::size_t mark = mantissa().find('e');
     int exponent = 0;
-    std::from_chars(Text + mark + 2, Text + Length, exponent);
-    exponent = Text[mark + 1] == '-' ? -exponent : exponent;
-    Length = mark;
+    if (precision < MaxDecimals) {
+        RenderDigits(value, std::chars_format::scientific, precision + 1);
+        exponent = TakeExponent();
+    }
+    if (precision < MaxDecimals && Text[Length - 1] == '5' && EndsAt(value, precision + 1 - exponent)) {
+        if (RoundUp()) {
+            Text[0] = '1';
+            ++exponent;
+        }
+    } else {
+        RenderDigits(value, std::chars_format::scientific, precision);
+        exponent = TakeExponent();
+    }
     WriteExponent(exponent, upper);
     return exponent;
 }

@@ -23,6 +23,8 @@ public:
 
 private:
     void RenderDigits(double value, std::chars_format form, int precision);
+    int TakeExponent();
+    bool RoundUp();
     void RenderFixed(double value, int precision);
     int RenderScientific(double value, int precision, bool upper);
     void RenderSpecial(double value, int precision);

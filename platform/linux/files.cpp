@@ -23,6 +23,8 @@ namespace {
 
 using layer::Fail;
 
+constexpr DWORD ERROR_NEGATIVE_SEEK = 131;
+
 /// A descriptor that is closed with its owner, without a trace in errno.
 class Descriptor {
 public:
@@ -48,7 +50,10 @@ private:
 
 class OpenFile final : public layer::Object {
 public:
-    explicit OpenFile(Descriptor file) : Object(Kind::file), File(std::move(file)) {}
+    OpenFile(Descriptor file, int flags) : Object(Kind::file), File(std::move(file)), Mode(flags & O_ACCMODE) {}
+
+    bool Reads() const { return Mode != O_WRONLY; }
+    bool Writes() const { return Mode != O_RDONLY; }
 
     /// Whether writes append, wherever the end is by then. A property of the open file, as that costs a write
     /// nothing; RWF_APPEND took a tenth more.
@@ -66,6 +71,7 @@ public:
     const Descriptor File;
 
 private:
+    const int Mode;
     bool Appending = false;
 };
 
@@ -77,6 +83,13 @@ public:
 OpenFile* FindFile(HANDLE handle)
 {
     return static_cast<OpenFile*>(layer::FindObject(handle, layer::Object::Kind::file));
+}
+
+/// The file of a handle that was opened for this use.
+OpenFile* FindFileFor(bool (OpenFile::*use)() const, HANDLE handle)
+{
+    OpenFile* const file = FindFile(handle);
+    return file == nullptr || (file->*use)() ? file : Fail(ERROR_ACCESS_DENIED, static_cast<OpenFile*>(nullptr));
 }
 
 /// The path on disk, or the reason why there is none; for want of memory too.
@@ -209,6 +222,22 @@ BOOL Result(bool done)
     return done ? TRUE : Fail(layer::ErrorFromErrno(errno), FALSE);
 }
 
+/// Why a move failed: where nothing is missing at its source, the target's folder is.
+DWORD MoveError(int error, const std::string& source)
+{
+    struct stat status {};
+    const bool isThere = error == ENOENT && lstat(source.c_str(), &status) == 0;
+    return isThere ? ERROR_PATH_NOT_FOUND : OpenError(error, source, false);
+}
+
+/// The platform counts from the year 1601 in steps of 100 ns.
+FILETIME FileTime(const timespec& time)
+{
+    constexpr std::int64_t secondsTo1970 = 11'644'473'600;
+    const auto steps = static_cast<std::uint64_t>((time.tv_sec + secondsTo1970) * 10'000'000 + time.tv_nsec / 100);
+    return {static_cast<DWORD>(steps), static_cast<DWORD>(steps >> 32U)};
+}
+
 /// A move that replaces nothing, also where the file system cannot promise it in one step.
 bool MoveWithoutReplacing(const std::string& from, const std::string& to)
 {
@@ -238,13 +267,15 @@ void layer::ReleaseFileSignal()
 
 HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD, SECURITY_ATTRIBUTES* attributes, DWORD disposition, DWORD, HANDLE)
 {
-    if (path == nullptr || disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING)
+    const int flags = AccessFlags(access);
+    const bool isKnown = disposition >= CREATE_NEW && disposition <= TRUNCATE_EXISTING;
+    if (path == nullptr || !isKnown || (disposition == TRUNCATE_EXISTING && (flags & O_ACCMODE) == O_RDONLY))
         return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     std::string translated;
     if (const DWORD error = Translate(path, translated); error != ERROR_SUCCESS)
         return Fail(error, INVALID_HANDLE_VALUE);
     bool existed = false;
-    Descriptor file = OpenAs(disposition, translated, AccessFlags(access), layer::ModeOf(attributes), existed);
+    Descriptor file = OpenAs(disposition, translated, flags, layer::ModeOf(attributes), existed);
     if (!file) {
         if (disposition == CREATE_NEW && errno == EEXIST)
             return Fail(ERROR_FILE_EXISTS, INVALID_HANDLE_VALUE);
@@ -256,7 +287,7 @@ HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD, SECURITY_ATTRIBUTES* attri
         return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
     LockShared(file.get());
     WatchFileSize();
-    auto* const object = new (std::nothrow) OpenFile(std::move(file));
+    auto* const object = new (std::nothrow) OpenFile(std::move(file), flags);
     if (object == nullptr)
         return Fail(ERROR_OUTOFMEMORY, INVALID_HANDLE_VALUE);
     const HANDLE handle = layer::OpenHandle(object);
@@ -277,11 +308,16 @@ DWORD SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DWORD met
                                    ? std::int64_t{distance}
                                    : static_cast<std::int64_t>(std::uint64_t{static_cast<DWORD>(*distanceHigh)} << 32U |
                                                                static_cast<DWORD>(distance));
+    const off_t before = distanceHigh == nullptr ? lseek(file->File.get(), 0, SEEK_CUR) : 0;
     const off_t position = lseek(file->File.get(), whole, origins[method]);
+    if (position < 0 && errno == EINVAL && whole < 0)
+        return Fail(ERROR_NEGATIVE_SEEK, INVALID_SET_FILE_POINTER);
     if (position < 0)
         return Fail(layer::ErrorFromErrno(errno), INVALID_SET_FILE_POINTER);
-    if (distanceHigh == nullptr && position > std::int64_t{INVALID_SET_FILE_POINTER} - 1)
+    if (distanceHigh == nullptr && position > std::int64_t{INVALID_SET_FILE_POINTER}) {
+        lseek(file->File.get(), before, SEEK_SET);
         return Fail(ERROR_INVALID_PARAMETER, INVALID_SET_FILE_POINTER);
+    }
     if (!file->SetAppending(method == FILE_END && whole == 0))
         return Fail(layer::ErrorFromErrno(errno), INVALID_SET_FILE_POINTER);
     if (distanceHigh != nullptr)
@@ -292,7 +328,7 @@ DWORD SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DWORD met
 BOOL ReadFile(HANDLE handle, LPVOID data, DWORD bytes, DWORD* got, void*)
 {
     *got = 0;
-    const OpenFile* const file = FindFile(handle);
+    const OpenFile* const file = FindFileFor(&OpenFile::Reads, handle);
     if (file == nullptr)
         return FALSE;
     while (*got < bytes) {
@@ -308,7 +344,7 @@ BOOL ReadFile(HANDLE handle, LPVOID data, DWORD bytes, DWORD* got, void*)
 
 BOOL SetEndOfFile(HANDLE handle)
 {
-    const OpenFile* const file = FindFile(handle);
+    const OpenFile* const file = FindFileFor(&OpenFile::Writes, handle);
     if (file == nullptr)
         return FALSE;
     const off_t position = lseek(file->File.get(), 0, SEEK_CUR);
@@ -319,7 +355,7 @@ BOOL WriteFile(HANDLE handle, LPCVOID data, DWORD bytes, DWORD* written, void*)
 {
     if (written != nullptr)
         *written = 0;
-    const OpenFile* const file = FindFile(handle);
+    const OpenFile* const file = FindFileFor(&OpenFile::Writes, handle);
     if (file == nullptr)
         return FALSE;
     if (!WriteWhole(file->File.get(), static_cast<const char*>(data), bytes))
@@ -336,11 +372,15 @@ HANDLE FindFirstFileW(LPCWSTR path, WIN32_FIND_DATAW* found)
     std::string translated;
     if (const DWORD error = Translate(path, translated); error != ERROR_SUCCESS)
         return Fail(error, INVALID_HANDLE_VALUE);
+    if (translated.ends_with('/'))  // which would ask for what is in a folder, by no name
+        return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
     struct stat status {};
     if (stat(translated.c_str(), &status) != 0)
         return Fail(OpenError(errno, translated, false), INVALID_HANDLE_VALUE);
     *found = WIN32_FIND_DATAW{};
     found->dwFileAttributes = S_ISDIR(status.st_mode) ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
+    found->ftLastAccessTime = FileTime(status.st_atim);
+    found->ftLastWriteTime = FileTime(status.st_mtim);
     found->nFileSizeHigh = static_cast<DWORD>(static_cast<std::uint64_t>(status.st_size) >> 32U);
     found->nFileSizeLow = static_cast<DWORD>(status.st_size);
     layer::TextView name(path);
@@ -363,7 +403,7 @@ BOOL DeleteFileW(LPCWSTR path)
         return Fail(error, FALSE);
     if (IsOpenAnywhere(translated))
         return Fail(ERROR_SHARING_VIOLATION, FALSE);
-    return Result(unlink(translated.c_str()) == 0);
+    return unlink(translated.c_str()) == 0 ? TRUE : Fail(OpenError(errno, translated, false), FALSE);
 }
 
 BOOL MoveFileW(LPCWSTR from, LPCWSTR to)
@@ -376,5 +416,5 @@ BOOL MoveFileW(LPCWSTR from, LPCWSTR to)
         return Fail(error, FALSE);
     if (IsOpenAnywhere(source))
         return Fail(ERROR_SHARING_VIOLATION, FALSE);
-    return Result(MoveWithoutReplacing(source, target));
+    return MoveWithoutReplacing(source, target) ? TRUE : Fail(MoveError(errno, source), FALSE);
 }

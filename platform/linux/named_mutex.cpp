@@ -254,7 +254,10 @@ NamedMutex* OpenObject(TextView name, const SECURITY_ATTRIBUTES* attributes, boo
 
 HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initialOwner, LPCWSTR name)
 {
+    constexpr DWORD ERROR_BAD_PATHNAME = 161;
     const TextView base = BaseName(name);
+    if (name != nullptr && *name == '\\')
+        return layer::Fail(ERROR_BAD_PATHNAME, HANDLE{nullptr});
     if (base.find(WCHAR{'\\'}) != TextView::npos)
         return layer::Fail(ERROR_PATH_NOT_FOUND, HANDLE{nullptr});
     if (!layer::WatchForks() || (initialOwner != FALSE && !layer::WatchThreadEnd()))

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <utility>
@@ -22,6 +23,7 @@ using layer::RegistrySnapshot;
 using layer::Text;
 using layer::TextView;
 
+constexpr DWORD ERROR_BAD_PATHNAME = 161;
 constexpr const char* DefaultPath = "/etc/veltrix/registry.reg";
 constexpr off_t MaxFileBytes = off_t{256} << 20;
 constexpr int Attempts = 10;
@@ -227,7 +229,21 @@ TextView View(LPCWSTR text)
     return text == nullptr ? TextView() : TextView(text);
 }
 
-/// The key at `path` below `base` in the present store. One backslash at the end of the path is nothing.
+/// A path with one backslash between two names and none at the end, however many there are. `kept` holds what
+/// had to be written anew.
+TextView Plain(TextView path, Text& kept)
+{
+    constexpr WCHAR doubled[] = {'\\', '\\', 0};
+    while (path.ends_with(doubled[0]))
+        path.remove_suffix(1);
+    if (path.find(doubled) == TextView::npos)
+        return path;
+    std::unique_copy(path.begin(), path.end(), std::back_inserter(kept),
+                     [&](WCHAR left, WCHAR right) { return left == doubled[0] && right == doubled[0]; });
+    return kept;
+}
+
+/// The key at `path` below `base` in the present store.
 DWORD FindKey(HKEY base, TextView path, StorePointer& store, RegistrySnapshot::Key& key)
 {
     const auto hive = RegistrySnapshot::FindHive(base);
@@ -236,10 +252,11 @@ DWORD FindKey(HKEY base, TextView path, StorePointer& store, RegistrySnapshot::K
         return ERROR_INVALID_HANDLE;
     if (const DWORD error = PresentStore(store); error != ERROR_SUCCESS)
         return error;
-    if (path.ends_with(WCHAR{'\\'}))
-        path.remove_suffix(1);
+    if (path.starts_with(WCHAR{'\\'}))
+        return ERROR_BAD_PATHNAME;
+    Text kept;
     const auto start = hive ? store->Content.PathOf(*hive) : above->content().PathOf(above->Key);
-    const auto found = store->Content.FindKey(start, path);
+    const auto found = store->Content.FindKey(start, Plain(path, kept));
     if (!found)
         return ERROR_FILE_NOT_FOUND;
     key = *found;
@@ -252,6 +269,10 @@ DWORD Open(HKEY base, TextView path, HKEY& opened)
     RegistrySnapshot::Key key{};
     if (const DWORD error = FindKey(base, path, store, key); error != ERROR_SUCCESS)
         return error;
+    if (path.empty() && RegistrySnapshot::FindHive(base)) {
+        opened = base;
+        return ERROR_SUCCESS;
+    }
     const HANDLE handle = layer::OpenHandle(new OpenKey(std::move(store), key));
     if (handle == nullptr)
         return ERROR_OUTOFMEMORY;

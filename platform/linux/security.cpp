@@ -13,6 +13,11 @@ constexpr BYTE SidRevision = 1;
 constexpr BYTE MaxSubAuthorities = 8;
 constexpr SID_IDENTIFIER_AUTHORITY WorldAuthority{{0, 0, 0, 0, 0, 1}};
 
+constexpr DWORD ERROR_UNKNOWN_REVISION = 1305;
+constexpr DWORD ERROR_REVISION_MISMATCH = 1306;
+constexpr DWORD ERROR_INVALID_ACL = 1336;
+constexpr DWORD ERROR_INVALID_SID = 1337;
+
 constexpr DWORD FILE_READ_DATA = 1;
 constexpr DWORD FILE_WRITE_DATA = 2;
 
@@ -52,11 +57,13 @@ BYTE* EndOfEntries(ACL* acl)
 
 BOOL AddEntry(BYTE type, ACL* acl, DWORD revision, DWORD mask, PSID sid)
 {
-    if (acl == nullptr || revision != ACL_REVISION || !IsSid(static_cast<SID*>(sid)))
-        return layer::Fail(ERROR_INVALID_PARAMETER, FALSE);
-    BYTE* const place = EndOfEntries(acl);
+    if (!IsSid(static_cast<SID*>(sid)))
+        return layer::Fail(ERROR_INVALID_SID, FALSE);
+    if (revision != ACL_REVISION)
+        return layer::Fail(ERROR_REVISION_MISMATCH, FALSE);
+    BYTE* const place = acl == nullptr ? nullptr : EndOfEntries(acl);
     if (place == nullptr)
-        return layer::Fail(ERROR_INVALID_PARAMETER, FALSE);
+        return layer::Fail(ERROR_INVALID_ACL, FALSE);
     const DWORD sidBytes = GetLengthSid(sid);
     const auto bytes = static_cast<DWORD>(offsetof(ACCESS_ALLOWED_ACE, SidStart) + sidBytes);
     if (bytes > acl->AclSize - static_cast<DWORD>(place - reinterpret_cast<BYTE*>(acl)))
@@ -120,8 +127,10 @@ layer::FileMode layer::ModeOf(const SECURITY_ATTRIBUTES* attributes)
 BOOL AllocateAndInitializeSid(SID_IDENTIFIER_AUTHORITY* authority, BYTE count, DWORD sub0, DWORD sub1, DWORD sub2,
                               DWORD sub3, DWORD sub4, DWORD sub5, DWORD sub6, DWORD sub7, PSID* sid)
 {
-    if (authority == nullptr || sid == nullptr || count > MaxSubAuthorities)
+    if (authority == nullptr || sid == nullptr)
         return layer::Fail(ERROR_INVALID_PARAMETER, FALSE);
+    if (count > MaxSubAuthorities)
+        return layer::Fail(ERROR_INVALID_SID, FALSE);
     void* const block = HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, SidBytes(count));
     if (block == nullptr)
         return layer::Fail(ERROR_OUTOFMEMORY, FALSE);
@@ -168,8 +177,10 @@ BOOL AddAccessAllowedAce(ACL* acl, DWORD revision, DWORD mask, PSID sid)
 
 BOOL InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor, DWORD revision)
 {
-    if (descriptor == nullptr || revision != SECURITY_DESCRIPTOR_REVISION)
+    if (descriptor == nullptr)
         return layer::Fail(ERROR_INVALID_PARAMETER, FALSE);
+    if (revision != SECURITY_DESCRIPTOR_REVISION)
+        return layer::Fail(ERROR_UNKNOWN_REVISION, FALSE);
     *static_cast<SECURITY_DESCRIPTOR*>(descriptor) = SECURITY_DESCRIPTOR{};
     static_cast<SECURITY_DESCRIPTOR*>(descriptor)->Revision = SECURITY_DESCRIPTOR_REVISION;
     return TRUE;
@@ -178,8 +189,10 @@ BOOL InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor, DWORD revisio
 BOOL SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR descriptor, BOOL present, ACL* dacl, BOOL defaulted)
 {
     auto* const record = static_cast<SECURITY_DESCRIPTOR*>(descriptor);
-    if (record == nullptr || record->Revision != SECURITY_DESCRIPTOR_REVISION)
+    if (record == nullptr)
         return layer::Fail(ERROR_INVALID_PARAMETER, FALSE);
+    if (record->Revision != SECURITY_DESCRIPTOR_REVISION)
+        return layer::Fail(ERROR_UNKNOWN_REVISION, FALSE);
     record->Control = static_cast<WORD>(record->Control & ~(SE_DACL_PRESENT | SE_DACL_DEFAULTED));
     record->Dacl = nullptr;
     if (present == FALSE)

@@ -92,6 +92,13 @@ int NarrowToPage(UINT codePage, const WCHAR* wide, std::size_t units, char defau
     return sink.Result();
 }
 
+/// What stands for bytes that have no character: the middle dot where katakana are at home.
+WCHAR DefaultUnit(UINT codePage)
+{
+    constexpr UINT japanese = 932;
+    return codePage == japanese ? WCHAR{0x30FB} : WCHAR{'?'};
+}
+
 int WidenPage(UINT codePage, const char* narrow, std::size_t bytes, bool strict, layer::Sink<WCHAR> sink)
 {
     layer::Converter converter(layer::WideCharset, layer::NameOf(codePage).data());
@@ -102,7 +109,7 @@ int WidenPage(UINT codePage, const char* narrow, std::size_t bytes, bool strict,
         if (strict)
             return layer::Fail(ERROR_NO_UNICODE_TRANSLATION, 0);
         converter.Finish(sink);
-        sink.Put('?');
+        sink.Put(DefaultUnit(codePage));
         from.remove_prefix(1);
     }
     converter.Finish(sink);

@@ -16,7 +16,7 @@ using layer::UnitWriter;
 
 constexpr std::size_t Unbounded = std::numeric_limits<std::size_t>::max();
 
-enum class Size { plain, byte, half, wide, quad, word, longDouble };
+enum class Size { plain, half, wide, quad, word, longDouble };
 
 struct Picture {
     bool Left = false;
@@ -100,7 +100,7 @@ const WCHAR* ParseSize(const WCHAR* at, Picture& picture)
         return at + units;
     };
     switch (*at) {
-        case 'h': return at[1] == 'h' ? take(Size::byte, 2) : take(Size::half, 1);
+        case 'h': return take(Size::half, at[1] == 'h' ? 2 : 1);
         case 'l': return at[1] == 'l' ? take(Size::quad, 2) : take(Size::wide, 1);
         case 'w': return take(Size::wide, 1);
         case 'L': return take(Size::longDouble, 1);
@@ -154,7 +154,6 @@ std::int64_t NextSigned(FormatArguments& arguments, Size size)
         case Size::quad: return static_cast<std::int64_t>(arguments.NextLong());
         case Size::word: return static_cast<std::intptr_t>(arguments.NextWord());
         case Size::half: return static_cast<std::int16_t>(arguments.NextInt());
-        case Size::byte: return static_cast<std::int8_t>(arguments.NextInt());
         default: return arguments.NextInt();
     }
 }
@@ -165,7 +164,6 @@ std::uint64_t NextUnsigned(FormatArguments& arguments, Size size)
         case Size::quad: return arguments.NextLong();
         case Size::word: return arguments.NextWord();
         case Size::half: return static_cast<std::uint16_t>(arguments.NextInt());
-        case Size::byte: return static_cast<std::uint8_t>(arguments.NextInt());
         default: return static_cast<std::uint32_t>(arguments.NextInt());
     }
 }
@@ -288,8 +286,7 @@ void PutNarrow(UnitWriter& out, const char* text, std::size_t limit)
 bool IsNarrow(const Picture& picture, bool narrowKind)
 {
     switch (picture.ArgumentSize) {
-        case Size::half:
-        case Size::byte: return true;
+        case Size::half: return true;
         case Size::wide:
         case Size::quad: return false;
         default: return narrowKind;

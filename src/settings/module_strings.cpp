@@ -15,11 +15,12 @@ constexpr std::size_t MaxVersionUnits = 255;
 
 utility::wstring utility::genStringFromResourceModule(HINSTANCE module, unsigned int row, va_list* inserts)
 {
-    // Zeros first: whatever fails below leaves an empty text.
     unsigned short mould[RowUnits]{};
     LoadStringW(module, row, platform::Wide(mould), RowUnits - 1);
-    unsigned short text[RowUnits]{};
-    FormatMessageW(FORMAT_MESSAGE_FROM_STRING, mould, 0, 0, platform::Wide(text), RowUnits - 1, inserts);
+    unsigned short text[RowUnits];
+    // A failure may have left the front of the text.
+    if (FormatMessageW(FORMAT_MESSAGE_FROM_STRING, mould, 0, 0, platform::Wide(text), RowUnits - 1, inserts) == 0)
+        return {};
     return text;
 }
 

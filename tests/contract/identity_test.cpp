@@ -1,0 +1,156 @@
+// Who runs: modules, processes, threads, what belongs to a thread, and what goes to the debug output.
+#include "processes.h"
+#include "system.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+using namespace utility::literals;
+using platform::Wide;
+using support::Machine;
+
+namespace {
+
+/// What a thread of its own gives.
+template <class Work>
+auto Elsewhere(Work work)
+{
+    decltype(work()) result{};
+    std::thread([&] { result = work(); }).join();
+    return result;
+}
+
+TEST(Modules, ProgramAndWhatItLoadedAreFound)
+{
+    const HMODULE program = GetModuleHandleW(nullptr);
+    ASSERT_NE(program, nullptr);
+    EXPECT_EQ(GetModuleHandleW(nullptr), program);
+    ASSERT_NE(support::SystemModule(), nullptr);
+    EXPECT_EQ(support::SystemModule(), support::SystemModule());
+    EXPECT_NE(support::SystemModule(), program);
+    for (const unsigned short* const name : {u"no such module"_w, u"no.such.module"_w, u"\\none\\module.x"_w}) {
+        SetLastError(0);
+        EXPECT_EQ(GetModuleHandleW(Wide(name)), nullptr) << support::Narrow(name);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_MOD_NOT_FOUND}) << support::Narrow(name);
+    }
+}
+
+TEST(Identity, ProcessIsKnownByItsId)
+{
+    const Machine machine;
+    support::Process process(machine, [](const Machine& world) {
+        support::WriteFile(world.Folder / "id", std::to_string(GetCurrentProcessId()));
+        EXPECT_EQ(Elsewhere(GetCurrentProcessId), GetCurrentProcessId());
+    });
+    const std::string id = std::to_string(process.id());
+    EXPECT_EQ(process.Wait(), 0);
+    EXPECT_EQ(support::ReadFile(machine.Folder / "id"), id);
+    EXPECT_NE(std::to_string(GetCurrentProcessId()), id);
+}
+
+TEST(Identity, ThreadsThatLiveHaveDifferentIds)
+{
+    const DWORD own = GetCurrentThreadId();
+    EXPECT_EQ(GetCurrentThreadId(), own);
+    EXPECT_NE(own, 0U);
+    EXPECT_NE(Elsewhere([own] {
+                  const DWORD first = GetCurrentThreadId();
+                  EXPECT_NE(first, own);
+                  EXPECT_EQ(GetCurrentThreadId(), first);
+                  return Elsewhere([first] { return GetCurrentThreadId() == first ? DWORD{0} : GetCurrentThreadId(); });
+              }),
+              0U);
+    EXPECT_EQ(GetCurrentThreadId(), own);
+}
+
+TEST(LastError, IsEachThreadsOwn)
+{
+    // The threads hand over without a call that could have an error of its own.
+    enum Turn { Here, There, Back };
+    std::atomic<Turn> turn{Here};
+    const auto await = [&turn](Turn wanted) {
+        while (turn != wanted) {
+        }
+    };
+    DWORD seen[3]{};
+    std::thread other([&] {
+        await(There);
+        SetLastError(78);
+        CloseHandle(nullptr);
+        seen[2] = GetLastError();
+        turn = Back;
+    });
+    SetLastError(77);
+    turn = There;
+    await(Back);
+    seen[0] = GetLastError();
+    seen[1] = GetLastError();
+    other.join();
+    EXPECT_EQ(seen[0], 77U);
+    EXPECT_EQ(seen[1], 77U) << "looking at it changes nothing";
+    EXPECT_EQ(seen[2], DWORD{ERROR_INVALID_HANDLE});
+}
+
+TEST(CriticalSections, KeepOtherThreadsOutUntilTheLastLeaving)
+{
+    CRITICAL_SECTION section;
+    InitializeCriticalSection(&section);
+    std::atomic<bool> inside{false};
+    for (int i = 0; i < 3; ++i)
+        EnterCriticalSection(&section);
+    std::thread contender([&] {
+        EnterCriticalSection(&section);
+        inside = true;
+        EnterCriticalSection(&section);
+        LeaveCriticalSection(&section);
+        LeaveCriticalSection(&section);
+    });
+    for (int i = 0; i < 3; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_FALSE(inside);
+        LeaveCriticalSection(&section);
+    }
+    contender.join();
+    EXPECT_TRUE(inside);
+    EnterCriticalSection(&section);
+    LeaveCriticalSection(&section);
+    DeleteCriticalSection(&section);
+}
+
+TEST(CriticalSections, LetOneThreadInAtATime)
+{
+    CRITICAL_SECTION section;
+    InitializeCriticalSection(&section);
+    int plain = 0;
+    std::thread threads[4];
+    for (std::thread& thread : threads) {
+        thread = std::thread([&] {
+            for (int i = 0; i < 10000; ++i) {
+                EnterCriticalSection(&section);
+                ++plain;
+                LeaveCriticalSection(&section);
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(plain, 40000);
+    DeleteCriticalSection(&section);
+}
+
+TEST(DebugOutput, TextsGoOutWholeAndInOrder)
+{
+    const Machine machine;
+    support::RunAlone(machine, [](const Machine& world) {
+        support::SendDebugOutputTo(world.Folder / "output");
+        OutputDebugStringW(Wide(u"one,"_w));
+        OutputDebugStringW(Wide(u""_w));
+        OutputDebugStringW(Wide(utility::wstring(10000, 'x').c_str()));
+        OutputDebugStringW(Wide(u",%s\\two\n"_w));
+    });
+    EXPECT_EQ(support::ReadFile(machine.Folder / "output"), "one," + std::string(10000, 'x') + ",%s\\two\n");
+}
+
+}  // namespace

@@ -1,0 +1,90 @@
+// Message templates that the contract says nothing of: what a failure leaves behind, and where the list stands.
+#include "support.h"
+#include "system.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace {
+
+using support::Narrow;
+using support::Wide;
+
+constexpr unsigned short Guard = 0xBEEF;
+constexpr DWORD FromArray = FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY;
+
+struct Expanded {
+    std::string Text;
+    DWORD Error = ERROR_SUCCESS;
+    bool operator==(const Expanded&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Expanded& expanded)
+{
+    return out << '"' << expanded.Text << "\", error " << expanded.Error;
+}
+
+/// Expands into a buffer of `size` units. A failure has to leave the buffer alone.
+Expanded Expand(DWORD flags, const std::string& text, DWORD size, va_list* arguments)
+{
+    std::vector<unsigned short> buffer(size + 4, Guard);
+    const utility::wstring wide = Wide(text);
+    SetLastError(ERROR_SUCCESS);
+    const DWORD units = FormatMessageW(flags, wide.c_str(), 0, 0, platform::Wide(buffer.data()), size, arguments);
+    const DWORD error = units == 0 ? GetLastError() : DWORD{ERROR_SUCCESS};
+    for (std::size_t i = units == 0 && error != ERROR_SUCCESS ? 0 : units + 1; i < buffer.size(); ++i)
+        EXPECT_EQ(Guard, buffer[i]) << text;
+    EXPECT_TRUE(units == 0 || buffer[units] == 0) << text;
+    return {Narrow({buffer.data(), units}), error};
+}
+
+Expanded ExpandArray(const std::string& text, std::vector<DWORD_PTR> values, DWORD size = 256)
+{
+    return Expand(FromArray, text, size, reinterpret_cast<va_list*>(values.data()));
+}
+
+TEST(MessagesOnLinux, EdgesOfTemplates)
+{
+    EXPECT_EQ((Expanded{"", ERROR_INSUFFICIENT_BUFFER}), Expand(FORMAT_MESSAGE_FROM_STRING, "abc", 3, nullptr));
+    EXPECT_EQ((Expanded{"", ERROR_INSUFFICIENT_BUFFER}), Expand(FORMAT_MESSAGE_FROM_STRING, "abc", 0, nullptr));
+    EXPECT_EQ((Expanded{""}), Expand(FORMAT_MESSAGE_FROM_STRING, "", 64, nullptr));
+    EXPECT_EQ((Expanded{"end"}), Expand(FORMAT_MESSAGE_FROM_STRING, "end%", 64, nullptr));
+    EXPECT_EQ((Expanded{"%1 %"}),
+              Expand(FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_IGNORE_INSERTS, "%1 %%", 64, nullptr));
+    EXPECT_EQ((Expanded{"", ERROR_INSUFFICIENT_BUFFER}), ExpandArray("%1!2147483647d!", {1}));
+}
+
+TEST(MessagesOnLinux, TheCallersListStaysWhereItWas)
+{
+    const auto twice = [](const char* text, ...) {
+        va_list arguments;
+        va_start(arguments, text);
+        const Expanded first = Expand(FORMAT_MESSAGE_FROM_STRING, text, 64, &arguments);
+        const int next = va_arg(arguments, int);
+        va_end(arguments);
+        EXPECT_EQ((Expanded{"7"}), first);
+        EXPECT_EQ(7, next);
+    };
+    twice("%1!d!", 7);
+}
+
+TEST(MessagesOnLinux, BadTemplatesFail)
+{
+    const std::string longest = "%1!" + std::string(30, '0') + "d!";
+    EXPECT_EQ((Expanded{"5"}), ExpandArray(longest, {5}));
+    const std::string rows[] = {"x%1!s", "x%1!", "x%1!!", "x%1!" + std::string(31, '0') + "d!", "x%1!***d!"};
+    for (const std::string& row : rows)
+        EXPECT_EQ((Expanded{"", ERROR_INVALID_PARAMETER}), ExpandArray(row, {1, 1, 1, 1})) << row;
+
+    EXPECT_EQ((Expanded{"", ERROR_INVALID_PARAMETER}), Expand(FORMAT_MESSAGE_FROM_STRING, "x%1", 64, nullptr));
+    EXPECT_EQ((Expanded{"", ERROR_INVALID_PARAMETER}), Expand(FromArray, "x%1", 64, nullptr));
+    for (const int flags : {0, 0x100, 0x800, 0x1000, 0x1400, 0x200})
+        EXPECT_EQ((Expanded{"", ERROR_INVALID_PARAMETER}), Expand(static_cast<DWORD>(flags), "x", 64, nullptr))
+            << flags;
+    unsigned short buffer[4];
+    EXPECT_EQ(0U, FormatMessageW(FORMAT_MESSAGE_FROM_STRING, nullptr, 0, 0, platform::Wide(buffer), 4, nullptr));
+    EXPECT_EQ(0U, FormatMessageW(FORMAT_MESSAGE_FROM_STRING, buffer, 0, 0, nullptr, 4, nullptr));
+}
+
+}  // namespace

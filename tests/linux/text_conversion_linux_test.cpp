@@ -1,0 +1,118 @@
+// The machine's code page, as the store names it.
+#include "child.h"
+#include "support.h"
+#include "text_conversion.h"
+#include "without_files.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace {
+
+using utility::wstring;
+
+constexpr UINT Western = 1252;
+
+std::string ToNarrow(UINT page, const wstring& wide)
+{
+    const int units = static_cast<int>(wide.size());
+    const int room = WideCharToMultiByte(page, 0, wide.data(), units, nullptr, 0, nullptr, nullptr);
+    if (room <= 0)
+        return "failed";
+    std::string narrow(static_cast<std::size_t>(room), '\0');
+    EXPECT_EQ(room, WideCharToMultiByte(page, 0, wide.data(), units, narrow.data(), room, nullptr, nullptr));
+    return narrow;
+}
+
+wstring ToWide(UINT page, const std::string& narrow, DWORD flags = 0)
+{
+    const int bytes = static_cast<int>(narrow.size());
+    const int room = MultiByteToWideChar(page, flags, narrow.data(), bytes, nullptr, 0);
+    if (room <= 0)
+        return {};
+    wstring wide(static_cast<std::size_t>(room), 0);
+    EXPECT_EQ(room, MultiByteToWideChar(page, flags, narrow.data(), bytes, wide.data(), room));
+    return wide;
+}
+
+TEST(TextConversionOnLinux, WhereSystemsDiffer)
+{
+    EXPECT_EQ(wstring{0x80}, ToWide(54936, "\x81\x30\x81\x30"));
+    EXPECT_EQ((wstring{'a', '?', 'b'}), ToWide(20127,
+                                               "a\xE4"
+                                               "b"));
+    // One replacement for each byte that no character can start with.
+    for (const char* const bytes : {"\xE0\x80\x80", "\xED\xA0\x80"})
+        EXPECT_EQ(wstring(3, 0xFFFD), ToWide(CP_UTF8, bytes));
+    EXPECT_EQ(wstring(4, 0xFFFD), ToWide(CP_UTF8, "\xF4\x90\x80\x80"));
+    char narrow[4];
+    unsigned short wide[] = {'a', 0, 0, 0};
+    EXPECT_EQ(0, WideCharToMultiByte(CP_UTF8, 0, wide, -2, narrow, 4, nullptr, nullptr));
+    EXPECT_EQ(0, WideCharToMultiByte(CP_UTF8, 0, wide, 1, narrow, 4, "?", nullptr));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, GetLastError());
+    EXPECT_EQ(0, MultiByteToWideChar(CP_UTF8, 0, "a", -5, wide, 4));
+}
+
+/// Runs `work` in a process that has not read the machine's code page yet, with this store.
+template <class Work>
+int WithActivePage(const std::string& acp, Work work)
+{
+    support::Machine machine;
+    machine.SetRegistry("[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage]\r\n" + acp + "\r\n");
+    return support::Child(work).Wait();
+}
+
+TEST(TextConversionOnLinux, TheActivePageIsTheMachines)
+{
+    const struct {
+        const char* Value;
+        UINT Page;
+    } rows[] = {{"\"ACP\"=\"1252\"", 1252},     {"\"ACP\"=\"932\"", 932},
+                {"\"ACP\"=\"65001\"", CP_UTF8}, {"", CP_UTF8},
+                {"\"ACP\"=\"\"", CP_UTF8},      {"\"ACP\"=\"latin\"", CP_UTF8},
+                {"\"ACP\"=\"4711\"", CP_UTF8},  {"\"ACP\"=\"99999999999\"", CP_UTF8}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(0, WithActivePage(row.Value,
+                                    [&] {
+                                        SetLastError(77);
+                                        const bool right = layer::ActiveCodePage() == row.Page && GetLastError() == 77;
+                                        setenv("VELTRIX_REGISTRY", "/dev/null", 1);
+                                        return right && layer::ActiveCodePage() == row.Page ? 0 : 1;
+                                    }))
+            << row.Value;
+    }
+}
+
+TEST(TextConversionOnLinux, AFailedReadOfTheActivePageIsTriedAgain)
+{
+    EXPECT_EQ(0, WithActivePage("\"ACP\"=\"1252\"", [] {
+                  const UINT without = support::WithoutFiles(layer::ActiveCodePage);
+                  return without == CP_UTF8 && layer::ActiveCodePage() == Western ? 0 : 1;
+              }));
+}
+
+TEST(TextConversionOnLinux, TheActivePageServesConversionAndFormatting)
+{
+    const auto format = [](unsigned short* buffer, const char* picture, ...) {
+        va_list arguments;
+        va_start(arguments, picture);
+        _vsnwprintf(buffer, 16, support::Wide(picture).c_str(), arguments);
+        va_end(arguments);
+        return wstring(buffer);
+    };
+    EXPECT_EQ(0, WithActivePage("\"ACP\"=\"1252\"", [&] {
+                  unsigned short buffer[16]{};
+                  return ToNarrow(CP_ACP, {0x20AC}) == "\x80" && ToWide(CP_ACP, "\xE4") == wstring{0xE4} &&
+                                 format(buffer, "%S%C", "\x80", 0xE4) == wstring{0x20AC, 0xE4}
+                             ? 0
+                             : 1;
+              }));
+    EXPECT_EQ(0, WithActivePage("\"ACP\"=\"932\"", [&] {
+                  unsigned short buffer[16]{};
+                  const wstring expected{'A', 0x5B89, '\\', 0xFF71, '?', '|', '?', 'x'};
+                  return format(buffer, "%S|%.1Sx", "A\x88\xC0\x5C\xB1\x88", "\x88\xC0") == expected ? 0 : 1;
+              }));
+}
+
+}  // namespace
