@@ -80,6 +80,20 @@ TEST(Security, ListTakesWhatFits)
     EXPECT_EQ(list->AceCount, 2);
 }
 
+TEST(Security, ListHasTheHighestRevisionOfItsEntries)
+{
+    constexpr DWORD forDirectories = 4;
+    Acl list(64);
+    EXPECT_TRUE(AddAccessAllowedAce(list.get(), ACL_REVISION, 1, everyone));
+    EXPECT_EQ(list->AclRevision, ACL_REVISION);
+    EXPECT_TRUE(AddAccessAllowedAce(list.get(), forDirectories, 1, everyone));
+    EXPECT_EQ(list->AclRevision, forDirectories);
+    ASSERT_TRUE(InitializeAcl(list.get(), 64, forDirectories));
+    EXPECT_TRUE(AddAccessDeniedAce(list.get(), ACL_REVISION, 1, everyone));
+    EXPECT_EQ(list->AclRevision, forDirectories);
+    EXPECT_EQ(list->AceCount, 1);
+}
+
 TEST(Security, ListRefusesWhatIsNoRecord)
 {
     alignas(8) BYTE room[64]{};

@@ -174,17 +174,6 @@ TEST(Resources, RowsOfTheProgram)
     EXPECT_TRUE(layer::FindResource(layer::ModuleResources(program), versionType, 1));
 }
 
-TEST(Resources, LoadStringFillsItsRoom)
-{
-    for (int size = 1; size < 10; ++size) {
-        std::vector<unsigned short> buffer(16, Guard);
-        const int units = std::min(size - 1, 7);
-        EXPECT_EQ(units, LoadStringW(nullptr, 270, buffer.data(), size));
-        EXPECT_EQ(std::string("4.09.00").substr(0, static_cast<std::size_t>(units)), Narrow(buffer.data()));
-        EXPECT_EQ(Guard, buffer[static_cast<std::size_t>(units) + 1]);
-    }
-}
-
 TEST(Resources, WhatIsNotThereLeavesTheBufferAlone)
 {
     unsigned short buffer[4] = {Guard, Guard, Guard, Guard};
