@@ -1,6 +1,7 @@
 // Security records in their published layouts, made in memory that the caller gives, and the process heap.
 #include "security.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <limits>
@@ -11,6 +12,7 @@ namespace {
 
 constexpr BYTE SidRevision = 1;
 constexpr BYTE MaxSubAuthorities = 8;
+constexpr BYTE MaxAclRevision = 4;
 constexpr SID_IDENTIFIER_AUTHORITY WorldAuthority{{0, 0, 0, 0, 0, 1}};
 
 constexpr DWORD ERROR_UNKNOWN_REVISION = 1305;
@@ -59,7 +61,7 @@ BOOL AddEntry(BYTE type, ACL* acl, DWORD revision, DWORD mask, PSID sid)
 {
     if (!IsSid(static_cast<SID*>(sid)))
         return layer::Fail(ERROR_INVALID_SID, FALSE);
-    if (revision != ACL_REVISION)
+    if (revision > MaxAclRevision)
         return layer::Fail(ERROR_REVISION_MISMATCH, FALSE);
     BYTE* const place = acl == nullptr ? nullptr : EndOfEntries(acl);
     if (place == nullptr)
@@ -74,6 +76,7 @@ BOOL AddEntry(BYTE type, ACL* acl, DWORD revision, DWORD mask, PSID sid)
     entry.Mask = mask;
     std::memcpy(place, &entry, offsetof(ACCESS_ALLOWED_ACE, SidStart));
     std::memcpy(place + offsetof(ACCESS_ALLOWED_ACE, SidStart), sid, sidBytes);
+    acl->AclRevision = std::max(acl->AclRevision, static_cast<BYTE>(revision));
     ++acl->AceCount;
     return TRUE;
 }
@@ -157,11 +160,12 @@ PVOID FreeSid(PSID sid)
 
 BOOL InitializeAcl(ACL* acl, DWORD bytes, DWORD revision)
 {
-    if (acl == nullptr || revision != ACL_REVISION || bytes > std::numeric_limits<WORD>::max())
+    const bool isKnown = revision >= ACL_REVISION && revision <= MaxAclRevision;
+    if (acl == nullptr || !isKnown || bytes > std::numeric_limits<WORD>::max())
         return layer::Fail(ERROR_INVALID_PARAMETER, FALSE);
     if (bytes < sizeof(ACL))
         return layer::Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
-    *acl = ACL{ACL_REVISION, 0, static_cast<WORD>(bytes), 0, 0};
+    *acl = ACL{static_cast<BYTE>(revision), 0, static_cast<WORD>(bytes), 0, 0};
     return TRUE;
 }
 
