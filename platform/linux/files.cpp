@@ -23,8 +23,6 @@ namespace {
 
 using layer::Fail;
 
-constexpr DWORD ERROR_NEGATIVE_SEEK = 131;
-
 /// A descriptor that is closed with its owner, without a trace in errno.
 class Descriptor {
 public:

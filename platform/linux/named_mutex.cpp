@@ -254,7 +254,6 @@ NamedMutex* OpenObject(TextView name, const SECURITY_ATTRIBUTES* attributes, boo
 
 HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initialOwner, LPCWSTR name)
 {
-    constexpr DWORD ERROR_BAD_PATHNAME = 161;
     const TextView base = BaseName(name);
     if (name != nullptr && *name == '\\')
         return layer::Fail(ERROR_BAD_PATHNAME, HANDLE{nullptr});

@@ -23,7 +23,6 @@ using layer::RegistrySnapshot;
 using layer::Text;
 using layer::TextView;
 
-constexpr DWORD ERROR_BAD_PATHNAME = 161;
 constexpr const char* DefaultPath = "/etc/veltrix/registry.reg";
 constexpr off_t MaxFileBytes = off_t{256} << 20;
 constexpr int Attempts = 10;

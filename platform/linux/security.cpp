@@ -15,11 +15,6 @@ constexpr BYTE MaxSubAuthorities = 8;
 constexpr BYTE MaxAclRevision = 4;
 constexpr SID_IDENTIFIER_AUTHORITY WorldAuthority{{0, 0, 0, 0, 0, 1}};
 
-constexpr DWORD ERROR_UNKNOWN_REVISION = 1305;
-constexpr DWORD ERROR_REVISION_MISMATCH = 1306;
-constexpr DWORD ERROR_INVALID_ACL = 1336;
-constexpr DWORD ERROR_INVALID_SID = 1337;
-
 constexpr DWORD FILE_READ_DATA = 1;
 constexpr DWORD FILE_WRITE_DATA = 2;
 

@@ -13,7 +13,6 @@ namespace {
 
 constexpr DWORD ReadWrite = GENERIC_READ | GENERIC_WRITE;
 constexpr DWORD ShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE;
-constexpr DWORD NegativeSeek = 131;
 
 class FileWorld : public support::Machine {
 public:
@@ -267,9 +266,9 @@ TEST_F(Files, SeekThatLeadsNowhereIsRefused)
     const auto refused = [file](LONG distance, DWORD method) {
         return Refused(SetFilePointer(file, distance, nullptr, method) != INVALID_SET_FILE_POINTER);
     };
-    EXPECT_EQ(refused(-1, FILE_BEGIN), NegativeSeek);
-    EXPECT_EQ(refused(-5, FILE_CURRENT), NegativeSeek);
-    EXPECT_EQ(refused(-1, FILE_END), NegativeSeek);
+    EXPECT_EQ(refused(-1, FILE_BEGIN), DWORD{ERROR_NEGATIVE_SEEK});
+    EXPECT_EQ(refused(-5, FILE_CURRENT), DWORD{ERROR_NEGATIVE_SEEK});
+    EXPECT_EQ(refused(-1, FILE_END), DWORD{ERROR_NEGATIVE_SEEK});
     EXPECT_EQ(refused(0, 3), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(SetFilePointer(file, 0, nullptr, FILE_CURRENT), 4U);
     CloseHandle(file);

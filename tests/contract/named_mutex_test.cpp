@@ -282,7 +282,6 @@ TEST_F(NamedMutex, PrefixesOfSessionsAreNoPartOfTheName)
     EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
     for (const HANDLE mutex : {plain, local, global, again})
         EXPECT_TRUE(CloseHandle(mutex));
-    constexpr DWORD badPathName = 161;
     const struct {
         const unsigned short* Folder;
         DWORD Error;
@@ -290,7 +289,7 @@ TEST_F(NamedMutex, PrefixesOfSessionsAreNoPartOfTheName)
         {u"folder\\"_w, ERROR_PATH_NOT_FOUND},
         {u"global\\"_w, ERROR_PATH_NOT_FOUND},
         {u"Global\\folder\\"_w, ERROR_PATH_NOT_FOUND},
-        {u"\\"_w, badPathName},
+        {u"\\"_w, DWORD{ERROR_BAD_PATHNAME}},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(MutexWorld::CreateCalled(row.Folder + World.Name()), nullptr) << support::Narrow(row.Folder);

@@ -13,7 +13,6 @@ using platform::Wide;
 
 namespace {
 
-constexpr DWORD BadPathName = 161;
 constexpr const unsigned short* NoName = nullptr;
 
 class Registry : public testing::Test {
@@ -134,7 +133,7 @@ TEST_F(Registry, PathsLeadToKeys)
         {u"Suite\\Log\\\\"_w, ERROR_SUCCESS},
         {u"Suite\\\\Log"_w, ERROR_SUCCESS},
         {u"suite\\\u00c4\u00f6\u4e2d"_w, ERROR_SUCCESS},
-        {u"\\Suite"_w, BadPathName},
+        {u"\\Suite"_w, DWORD{ERROR_BAD_PATHNAME}},
         {u"Log"_w, ERROR_FILE_NOT_FOUND},
         {u"Suit"_w, ERROR_FILE_NOT_FOUND},
         {u"Suite\\Log\\More"_w, ERROR_FILE_NOT_FOUND},

@@ -8,11 +8,6 @@
 
 namespace {
 
-constexpr DWORD UnknownRevision = 1305;
-constexpr DWORD RevisionMismatch = 1306;
-constexpr DWORD InvalidAcl = 1336;
-constexpr DWORD InvalidSid = 1337;
-
 BYTE everyone[] = {1, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0};
 
 std::vector<BYTE> Bytes(const void* record, std::size_t count)
@@ -55,7 +50,7 @@ TEST(Security, SidsCarryTheirSubAuthorities)
     for (DWORD i = 0; i < 8; ++i)
         EXPECT_EQ(static_cast<SID*>(sid)->SubAuthority[i], i + 1);
     EXPECT_EQ(FreeSid(sid), nullptr);
-    EXPECT_EQ(Refused(AllocateAndInitializeSid(&authority, 9, 1, 2, 3, 4, 5, 6, 7, 8, &sid)), InvalidSid);
+    EXPECT_EQ(Refused(AllocateAndInitializeSid(&authority, 9, 1, 2, 3, 4, 5, 6, 7, 8, &sid)), DWORD{ERROR_INVALID_SID});
 }
 
 TEST(Security, ListsHoldTheirEntriesInOrder)
@@ -106,12 +101,13 @@ TEST(Security, ListRefusesWhatIsNoRecord)
 
     BYTE unknownSid[] = {2, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0};
     for (const auto add : {AddAccessAllowedAce, AddAccessDeniedAce}) {
-        EXPECT_EQ(Refused(add(list, ACL_REVISION, 1, unknownSid)), InvalidSid);
-        EXPECT_EQ(Refused(add(list, 9, 1, everyone)), RevisionMismatch);
+        EXPECT_EQ(Refused(add(list, ACL_REVISION, 1, unknownSid)), DWORD{ERROR_INVALID_SID});
+        EXPECT_EQ(Refused(add(list, 9, 1, everyone)), DWORD{ERROR_REVISION_MISMATCH});
         list->AceCount = 1;
         const BYTE overrun[] = {0, 0, 200, 0};
         std::memcpy(room + sizeof(ACL), overrun, sizeof overrun);
-        EXPECT_EQ(Refused(add(list, ACL_REVISION, 1, everyone)), InvalidAcl) << "a list that lies about its entries";
+        EXPECT_EQ(Refused(add(list, ACL_REVISION, 1, everyone)), DWORD{ERROR_INVALID_ACL})
+            << "a list that lies about its entries";
         list->AceCount = 0;
     }
     EXPECT_TRUE(AddAccessAllowedAce(list, ACL_REVISION, 1, everyone));
@@ -147,9 +143,9 @@ TEST(Security, DescriptorsReferToTheirList)
     EXPECT_TRUE(SetSecurityDescriptorDacl(&descriptor, FALSE, list.get(), FALSE));
     EXPECT_EQ(descriptor.Control & SE_DACL_PRESENT, 0);
 
-    EXPECT_EQ(Refused(InitializeSecurityDescriptor(&descriptor, 2)), UnknownRevision);
+    EXPECT_EQ(Refused(InitializeSecurityDescriptor(&descriptor, 2)), DWORD{ERROR_UNKNOWN_REVISION});
     descriptor.Revision = 2;
-    EXPECT_EQ(Refused(SetSecurityDescriptorDacl(&descriptor, TRUE, list.get(), FALSE)), UnknownRevision);
+    EXPECT_EQ(Refused(SetSecurityDescriptorDacl(&descriptor, TRUE, list.get(), FALSE)), DWORD{ERROR_UNKNOWN_REVISION});
 }
 
 TEST(Heap, GivesZeroesWhereTheyAreAskedFor)
