@@ -101,19 +101,6 @@ TEST(CriticalSection, CopiesShareTheLockAndTheLastReleasesIt)
     copy.Unlock();
 }
 
-TEST(CriticalSection, StrayUnlockFreesNobodysLock)
-{
-    CCriticalSection section;
-    section.Unlock();
-    section.Lock();
-    std::thread([&] { section.Unlock(); }).join();
-    Contender contender(section);
-    std::this_thread::yield();
-    EXPECT_FALSE(contender.IsInside());
-    section.Unlock();
-    EXPECT_TRUE(contender.GotIn());
-}
-
 TEST(SecurityDescriptor, HoldsTheListThatItPromises)
 {
     CSecurityDescriptor object;

@@ -5,12 +5,32 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 
 using utility::CCriticalSection;
 using utility::CSecurityDescriptor;
 
 namespace {
+
+TEST(PrimitivesOnLinux, StrayUnlockFreesNobodysLock)
+{
+    CCriticalSection section;
+    section.Unlock();
+    section.Lock();
+    std::thread([&] { section.Unlock(); }).join();
+    std::atomic<bool> inside{false};
+    std::thread contender([&] {
+        section.Lock();
+        inside = true;
+        section.Unlock();
+    });
+    std::this_thread::yield();
+    EXPECT_FALSE(inside);
+    section.Unlock();
+    contender.join();
+    EXPECT_TRUE(inside);
+}
 
 TEST(PrimitivesOnLinux, ChildOfAForkFindsItFree)
 {
