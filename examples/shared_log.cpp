@@ -15,6 +15,8 @@
 #include "tools/family.h"
 #include "tools/ledger.h"
 #include "tools/log_records.h"
+#include "tools/terminal.h"
+#include "tools/world.h"
 #include "veltrix_settings.h"
 
 #include <chrono>
@@ -26,8 +28,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <unistd.h>
 
 using namespace utility::literals;
 using utilities::CLog;
@@ -108,13 +108,13 @@ int Work(const tools::Board& board, unsigned process)
     return EXIT_SUCCESS;
 }
 
-// ---- The world of this run: settings store, named mutexes and log in a scratch folder
+// ---- The world of this run: settings and log of its own
 
 std::string ReadSettings(const std::string& path)
 {
     if (path.empty())
         return VeltrixSettings;
-    std::ifstream file(path, std::ios::binary);
+    std::ifstream file(tools::FromUtf8(path), std::ios::binary);
     if (!file)
         throw std::runtime_error("cannot read " + path);
     const std::string bytes{std::istreambuf_iterator<char>(file), {}};
@@ -122,36 +122,13 @@ std::string ReadSettings(const std::string& path)
     return wide ? tools::DecodeUtf16(std::string_view(bytes).substr(2)) : bytes;
 }
 
-/// The file that a path of the settings names, where `drive` stands for the drive's letter.
-std::filesystem::path OnDrive(const utility::wstring& path, const std::filesystem::path& drive)
+/// Gives the log that the settings name a place in this run's folder. Its path there.
+std::filesystem::path PlaceLog(const tools::World& world)
 {
-    std::u16string name(path.begin(), path.end());
-    for (char16_t& unit : name)
-        unit = unit == u'\\' ? u'/' : unit;
-    const bool hasLetter = name.size() > 2 && name[1] == u':';
-    return hasLetter ? drive / std::filesystem::path(name.substr(3)) : std::filesystem::path(name);
-}
-
-/// Makes the world and gives the path of the log in it. The drive of the log's path becomes a folder of the
-/// scratch folder, so the settings work as they are, without root, and two runs do not meet.
-std::filesystem::path MakeWorld(const tools::ScratchFolder& scratch, const std::string& settings)
-{
-    const std::string store = scratch / "registry.reg";
-    setenv("VELTRIX_REGISTRY", store.c_str(), 1);
-    setenv("VELTRIX_RUNTIME", scratch.Path().c_str(), 1);
-    std::ofstream(store, std::ios::binary) << settings;
-
     const utility::wstring path = CSettingsRegistry().getLogPath();
     if (path.empty())
         throw std::runtime_error("the settings name no log file");
-    const std::filesystem::path log = OnDrive(path, scratch / "drive");
-    if (path.size() > 1 && path[1] == u':') {
-        std::filesystem::create_directories(log.parent_path());
-        std::ofstream(store, std::ios::binary | std::ios::app)
-            << "\r\n[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\Session Manager\\DOS Devices]\r\n\""
-            << static_cast<char>(path[0]) << ":\"=\"" << (scratch / "drive").string() << "\"\r\n";
-    }
-    return log;
+    return world.PlaceLog({path.begin(), path.end()});
 }
 
 // ---- The story
@@ -167,7 +144,7 @@ public:
     void FamilyWithAKill()
     {
         tools::Family family;
-        std::vector<pid_t> processes;
+        std::vector<std::uint32_t> processes;
         for (unsigned process = 0; process < Processes; ++process)
             processes.push_back(Start(family, process, process == Victim ? Endless : Records));
         WaitFor(family, Victim, Records / 2);
@@ -195,11 +172,11 @@ public:
     const tools::Board Board;
 
 private:
-    pid_t Start(tools::Family& family, unsigned process, unsigned goal) const
+    std::uint32_t Start(tools::Family& family, unsigned process, unsigned goal) const
     {
         for (unsigned thread = 0; thread < Threads; ++thread)
             Board.At(process, thread).Goal = goal;
-        return family.Start({"--work", BoardPath.string(), std::to_string(process)});
+        return family.Start({"--work", tools::ToUtf8(BoardPath), std::to_string(process)});
     }
 
     /// Waits until each thread of a process has written so many records.
@@ -231,12 +208,10 @@ private:
 
 // ---- The show
 
-bool TerminalHasColour()
+bool ColourIsWanted()
 {
-    const char* terminal = std::getenv("TERM");
     const char* refused = std::getenv("NO_COLOR");
-    return isatty(STDOUT_FILENO) == 1 && (refused == nullptr || *refused == '\0') && terminal != nullptr &&
-           std::string_view(terminal) != "dumb";
+    return refused == nullptr || *refused == '\0';
 }
 
 const char* ColourOf(std::string_view level)
@@ -255,9 +230,9 @@ void Show(const std::filesystem::path& path, const tools::LogFile& file, bool al
 {
     constexpr std::size_t head = 14;
     constexpr std::size_t tail = 10;
-    const bool colour = TerminalHasColour();
+    const bool colour = tools::PrepareTerminal() && ColourIsWanted();
     const std::vector<tools::Record>& records = file.Records();
-    std::printf("%s\n", path.filename().c_str());
+    std::printf("%s\n", tools::ToUtf8(path.filename()).c_str());
     for (std::size_t i = 0; i < records.size(); ++i) {
         if (!all && i == head && records.size() > head + tail) {
             i = records.size() - tail;
@@ -281,8 +256,8 @@ bool Check(const std::filesystem::path& path, const tools::LogFile& file, tools:
             ledger.Enter(*mark);
     }
     const tools::Findings found = ledger.Close();
-    std::printf("%-18s %7u %7zu %5u %5zu %11u\n", path.filename().c_str(), found.Written, file.Records().size(),
-                found.Lost, torn, found.Duplicated + found.Misplaced + found.Unexpected);
+    std::printf("%-18s %7u %7zu %5u %5zu %11u\n", tools::ToUtf8(path.filename()).c_str(), found.Written,
+                file.Records().size(), found.Lost, torn, found.Duplicated + found.Misplaced + found.Unexpected);
     if (found.Unreported != 0)
         std::printf("    and %u whole records that the killed process had no time to report\n", found.Unreported);
     return found.Sound() && torn == 0;
@@ -291,7 +266,7 @@ bool Check(const std::filesystem::path& path, const tools::LogFile& file, tools:
 bool ShowAndCheck(const std::filesystem::path& log, const tools::Board& board, bool all)
 {
     std::filesystem::path previous = log;
-    previous.replace_filename("Previous " + log.filename().string());
+    previous.replace_filename(std::filesystem::path("Previous ") += log.filename());
     const tools::LogFile first(previous);
     const tools::LogFile second(log);
     Show(previous, first, all);
@@ -310,9 +285,10 @@ int Run(const Options& options)
 {
     const std::string settings = ReadSettings(options.Settings);
     tools::ScratchFolder scratch;
-    const std::filesystem::path log = MakeWorld(scratch, settings);
+    const tools::World world(scratch, settings);
+    const std::filesystem::path log = PlaceLog(world);
     Story story(scratch);
-    std::printf("%u processes of %u threads log to %s\n\n", Processes, Threads, log.c_str());
+    std::printf("%u processes of %u threads log to %s\n\n", Processes, Threads, tools::ToUtf8(log).c_str());
     story.FamilyWithAKill();
     story.FamilyAgain();
     const bool sound = ShowAndCheck(log, story.Board, options.All);
@@ -325,9 +301,12 @@ int Run(const Options& options)
 
 int main(int count, char** arguments)
 try {
-    const std::vector<std::string> words(arguments + 1, arguments + count);
-    if (words.size() == 3 && words[0] == "--work")
-        return Work(tools::Board(words[1], AllProcesses, Threads), static_cast<unsigned>(std::stoul(words[2])));
+    const std::vector<std::string> words = tools::Arguments(count, arguments);
+    if (words.size() == 3 && words[0] == "--work") {
+        tools::JoinWorld();
+        return Work(tools::Board(tools::FromUtf8(words[1]), AllProcesses, Threads),
+                    static_cast<unsigned>(std::stoul(words[2])));
+    }
 
     Options options;
     for (const std::string& word : words) {

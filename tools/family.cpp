@@ -24,6 +24,17 @@ ScratchFolder::~ScratchFolder()
     std::filesystem::remove_all(Folder, ignored);
 }
 
+std::string ToUtf8(const std::filesystem::path& path)
+{
+    const std::u8string text = path.u8string();
+    return {text.begin(), text.end()};
+}
+
+std::filesystem::path FromUtf8(const std::string& text)
+{
+    return std::u8string(text.begin(), text.end());
+}
+
 Board::Board(const std::filesystem::path& path, unsigned processes, unsigned threads)
     : ProcessCount(processes), ThreadCount(threads),
       Reports(static_cast<Report*>(MapFile(path, sizeof(Report) * processes * threads)))

@@ -66,6 +66,10 @@ private:
     Report* Reports;
 };
 
+/// A path as UTF-8, and back: the narrow text of a path of its own may be another on Windows.
+std::string ToUtf8(const std::filesystem::path& path);
+std::filesystem::path FromUtf8(const std::string& text);
+
 /// The path of the program that runs.
 std::filesystem::path ThisProgram();
 

@@ -139,7 +139,8 @@ public:
         WaitUntil([this] { return Board.At(Given.Holder(), 0).Opened != 0; });
         for (const Disturbance& disturbance : Plan())
             Disturb(disturbance);
-        WaitUntil([this] { return Written() >= Total(); });
+        // Who starts late and finds the others gone would be the first of a new family.
+        WaitUntil([this] { return Written() >= Total() && AllOpen(); });
         Elapsed = Clock::now() - begin;
         if (!Members.Leave())
             throw std::runtime_error("a process did not end as it should");
@@ -185,7 +186,7 @@ private:
 
     std::uint32_t StartProcess(unsigned process)
     {
-        return Members.Start({"--write", BoardPath.string(), std::to_string(Given.AllProcesses()),
+        return Members.Start({"--write", tools::ToUtf8(BoardPath), std::to_string(Given.AllProcesses()),
                               std::to_string(Given.Threads), std::to_string(process), std::to_string(Given.Seed)});
     }
 
@@ -239,11 +240,8 @@ private:
 
     bool AllOpen() const
     {
-        for (unsigned process = 0; process < Given.Processes; ++process) {
-            if (Board.At(process, 0).Opened == 0)
-                return false;
-        }
-        return true;
+        return std::all_of(Slots.begin(), Slots.end(),
+                           [this](const Slot& slot) { return Board.At(slot.Incarnation, 0).Opened != 0; });
     }
 
     template <class Condition>
@@ -347,7 +345,8 @@ try {
     const std::vector<std::string> words = tools::Arguments(count, arguments);
     if (words.size() == 6 && words[0] == "--write") {
         tools::JoinWorld();
-        return Write(tools::Board(words[1], Number(words[2]), Number(words[3])), Number(words[4]), Number(words[5]));
+        return Write(tools::Board(tools::FromUtf8(words[1]), Number(words[2]), Number(words[3])), Number(words[4]),
+                     Number(words[5]));
     }
 
     const Options options = ReadOptions(words);
@@ -361,7 +360,7 @@ try {
     if (soak.Check())
         return EXIT_SUCCESS;
     scratch.Keep();
-    std::printf("the files stay in %s\n", scratch.Path().string().c_str());
+    std::printf("the files stay in %s\n", tools::ToUtf8(scratch.Path()).c_str());
     return EXIT_FAILURE;
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "soak: %s\n", failure.what());

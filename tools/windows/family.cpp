@@ -55,7 +55,7 @@ void* MapFile(const std::filesystem::path& path, std::size_t size)
     const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                     nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE)
-        Throw(GetLastError(), path.string());
+        Throw(GetLastError(), ToUtf8(path));
     void* memory = nullptr;
     DWORD error = 0;
     const HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READWRITE, 0, static_cast<DWORD>(size), nullptr);
@@ -67,7 +67,7 @@ void* MapFile(const std::filesystem::path& path, std::size_t size)
         CloseHandle(mapping);
     CloseHandle(file);
     if (memory == nullptr)
-        Throw(error, path.string());
+        Throw(error, ToUtf8(path));
     return memory;
 }
 

@@ -66,7 +66,7 @@ void Import(const std::filesystem::path& path)
     CloseHandle(made.hThread);
     CloseHandle(made.hProcess);
     if (code != 0)
-        throw std::runtime_error("the settings cannot be imported from " + path.string());
+        throw std::runtime_error("the settings cannot be imported from " + ToUtf8(path));
 }
 
 }  // namespace
