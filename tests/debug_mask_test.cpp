@@ -1,6 +1,9 @@
 #include "log_world.h"
 
+#include <atomic>
 #include <stdexcept>
+#include <thread>
+#include <vector>
 
 using namespace utility::literals;
 using support::LogWorld;
@@ -76,6 +79,30 @@ TEST(DebugMask, BitsOutsideAreRefusedBeforeAnythingIsRead)
         EXPECT_EQ(log->LogDebug(1, u"%s%s%s%s"_w, u"Test"_w), 0);
     });
     EXPECT_EQ(support::Texts(world.Log).size(), 5U);
+}
+
+TEST(DebugMask, RefusalsReachTheirOwnThreads)
+{
+    const LogWorld world;
+    RunAlone(world, [](const LogWorld&) {
+        CLog* const log = CLog::GetInstance();
+        std::atomic<int> caught{0};
+        std::vector<std::thread> threads;
+        for (LONG bit = 64; bit < 68; ++bit) {
+            threads.emplace_back([log, bit, &caught] {
+                for (int i = 0; i < 250; ++i) {
+                    try {
+                        log->LogDebug(bit, u"never"_w, u"Test"_w);
+                    } catch (const std::out_of_range&) {
+                        ++caught;
+                    }
+                }
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+        EXPECT_EQ(caught, 1000);
+    });
 }
 
 TEST(DebugMask, IsReadOnceAnOpening)

@@ -62,25 +62,6 @@ TEST(CriticalSection, FlagIsNoCount)
     EXPECT_TRUE(contender.GotIn());
 }
 
-TEST(CriticalSection, KeepsThreadsApart)
-{
-    CCriticalSection section;
-    int plain = 0;
-    std::thread threads[4];
-    for (std::thread& thread : threads) {
-        thread = std::thread([&] {
-            for (int i = 0; i < 20000; ++i) {
-                section.Lock();
-                ++plain;
-                section.Unlock();
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(plain, 80000);
-}
-
 TEST(CriticalSection, CopiesShareTheLockAndTheLastReleasesIt)
 {
     auto first = std::make_optional<OpenSection>();

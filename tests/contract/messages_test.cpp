@@ -1,52 +1,16 @@
 // Message templates: escapes, inserts and their pictures, and what does not fit.
-#include "support.h"
-#include "system.h"
-
-#include <cstring>
-#include <gtest/gtest.h>
-#include <vector>
+#include "expand.h"
 
 namespace {
 
-using support::Narrow;
+using contract::Expand;
+using contract::ExpandArray;
+using contract::Expanded;
 using support::Wide;
-
-constexpr unsigned short Guard = 0xBEEF;
-constexpr DWORD FromArray = FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY;
 
 DWORD_PTR Word(const utility::wstring& text)
 {
     return reinterpret_cast<DWORD_PTR>(text.c_str());
-}
-
-struct Expanded {
-    std::string Text;
-    DWORD Error = ERROR_SUCCESS;
-    bool operator==(const Expanded&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& out, const Expanded& expanded)
-{
-    return out << '"' << expanded.Text << "\", error " << expanded.Error;
-}
-
-/// Expands into a buffer of `size` units. What a failure leaves in it is anybody's guess.
-Expanded Expand(DWORD flags, const std::string& text, DWORD size, va_list* arguments)
-{
-    std::vector<unsigned short> buffer(size + 4, Guard);
-    const utility::wstring wide = Wide(text);
-    SetLastError(ERROR_SUCCESS);
-    const DWORD units = FormatMessageW(flags, wide.c_str(), 0, 0, platform::Wide(buffer.data()), size, arguments);
-    const DWORD error = units == 0 ? GetLastError() : DWORD{ERROR_SUCCESS};
-    for (std::size_t i = units + 1; units != 0 && i < buffer.size(); ++i)
-        EXPECT_EQ(Guard, buffer[i]) << text;
-    EXPECT_TRUE(units == 0 || buffer[units] == 0) << text;
-    return {Narrow({buffer.data(), units}), error};
-}
-
-Expanded ExpandArray(const std::string& text, std::vector<DWORD_PTR> values, DWORD size = 256)
-{
-    return Expand(FromArray, text, size, reinterpret_cast<va_list*>(values.data()));
 }
 
 Expanded ExpandList(DWORD flags, const char* text, ...)

@@ -1,6 +1,5 @@
 // Narrow text and wide text, by code page.
-#include "support.h"
-#include "system.h"
+#include "convert.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -8,34 +7,13 @@
 
 namespace {
 
+using contract::ToNarrow;
+using contract::ToWide;
 using utility::wstring;
 
 constexpr UINT UsAscii = 20127;
 constexpr UINT Western = 1252;
 constexpr UINT Japanese = 932;
-
-std::string ToNarrow(UINT page, const wstring& wide)
-{
-    const int units = static_cast<int>(wide.size());
-    const int room = WideCharToMultiByte(page, 0, platform::Wide(wide.data()), units, nullptr, 0, nullptr, nullptr);
-    if (room <= 0)
-        return "failed";
-    std::string narrow(static_cast<std::size_t>(room), '\0');
-    EXPECT_EQ(room,
-              WideCharToMultiByte(page, 0, platform::Wide(wide.data()), units, narrow.data(), room, nullptr, nullptr));
-    return narrow;
-}
-
-wstring ToWide(UINT page, const std::string& narrow, DWORD flags = 0)
-{
-    const int bytes = static_cast<int>(narrow.size());
-    const int room = MultiByteToWideChar(page, flags, narrow.data(), bytes, nullptr, 0);
-    if (room <= 0)
-        return {};
-    wstring wide(static_cast<std::size_t>(room), 0);
-    EXPECT_EQ(room, MultiByteToWideChar(page, flags, narrow.data(), bytes, platform::Wide(wide.data()), room));
-    return wide;
-}
 
 wstring Units(std::u16string_view text)
 {

@@ -1,47 +1,20 @@
 // Message templates that the contract says nothing of: what a failure leaves behind, and where the list stands.
-#include "support.h"
-#include "system.h"
-
-#include <cstring>
-#include <gtest/gtest.h>
-#include <vector>
+#include "contract/expand.h"
 
 namespace {
 
-using support::Narrow;
-using support::Wide;
+using contract::Expanded;
+using contract::FromArray;
 
-constexpr unsigned short Guard = 0xBEEF;
-constexpr DWORD FromArray = FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY;
-
-struct Expanded {
-    std::string Text;
-    DWORD Error = ERROR_SUCCESS;
-    bool operator==(const Expanded&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& out, const Expanded& expanded)
-{
-    return out << '"' << expanded.Text << "\", error " << expanded.Error;
-}
-
-/// Expands into a buffer of `size` units. A failure has to leave the buffer alone.
+/// Here a failure leaves the buffer alone.
 Expanded Expand(DWORD flags, const std::string& text, DWORD size, va_list* arguments)
 {
-    std::vector<unsigned short> buffer(size + 4, Guard);
-    const utility::wstring wide = Wide(text);
-    SetLastError(ERROR_SUCCESS);
-    const DWORD units = FormatMessageW(flags, wide.c_str(), 0, 0, platform::Wide(buffer.data()), size, arguments);
-    const DWORD error = units == 0 ? GetLastError() : DWORD{ERROR_SUCCESS};
-    for (std::size_t i = units == 0 && error != ERROR_SUCCESS ? 0 : units + 1; i < buffer.size(); ++i)
-        EXPECT_EQ(Guard, buffer[i]) << text;
-    EXPECT_TRUE(units == 0 || buffer[units] == 0) << text;
-    return {Narrow({buffer.data(), units}), error};
+    return contract::Expand(flags, text, size, arguments, true);
 }
 
-Expanded ExpandArray(const std::string& text, std::vector<DWORD_PTR> values, DWORD size = 256)
+Expanded ExpandArray(const std::string& text, const std::vector<DWORD_PTR>& values)
 {
-    return Expand(FromArray, text, size, reinterpret_cast<va_list*>(values.data()));
+    return contract::ExpandArray(text, values, 256, true);
 }
 
 TEST(MessagesOnLinux, EdgesOfTemplates)

@@ -1,6 +1,6 @@
 // The machine's code page, as the store names it.
 #include "child.h"
-#include "support.h"
+#include "contract/convert.h"
 #include "text_conversion.h"
 #include "without_files.h"
 
@@ -10,31 +10,11 @@
 
 namespace {
 
+using contract::ToNarrow;
+using contract::ToWide;
 using utility::wstring;
 
 constexpr UINT Western = 1252;
-
-std::string ToNarrow(UINT page, const wstring& wide)
-{
-    const int units = static_cast<int>(wide.size());
-    const int room = WideCharToMultiByte(page, 0, wide.data(), units, nullptr, 0, nullptr, nullptr);
-    if (room <= 0)
-        return "failed";
-    std::string narrow(static_cast<std::size_t>(room), '\0');
-    EXPECT_EQ(room, WideCharToMultiByte(page, 0, wide.data(), units, narrow.data(), room, nullptr, nullptr));
-    return narrow;
-}
-
-wstring ToWide(UINT page, const std::string& narrow, DWORD flags = 0)
-{
-    const int bytes = static_cast<int>(narrow.size());
-    const int room = MultiByteToWideChar(page, flags, narrow.data(), bytes, nullptr, 0);
-    if (room <= 0)
-        return {};
-    wstring wide(static_cast<std::size_t>(room), 0);
-    EXPECT_EQ(room, MultiByteToWideChar(page, flags, narrow.data(), bytes, wide.data(), room));
-    return wide;
-}
 
 TEST(TextConversionOnLinux, WhereSystemsDiffer)
 {
