@@ -69,7 +69,7 @@ protected:
     }
     static DWORD Refused(HANDLE handle) { return Refused(handle != INVALID_HANDLE_VALUE); }
 
-    const FileWorld World;
+    const FileWorld World{};
 };
 
 TEST_F(Files, DispositionsDecideWhatIsOpened)

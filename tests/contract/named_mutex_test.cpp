@@ -58,7 +58,7 @@ protected:
         return mutex;
     }
 
-    const MutexWorld World;
+    const MutexWorld World{};
 };
 
 TEST_F(NamedMutex, BelongsToItsCreatorAndToNoLaterOpener)

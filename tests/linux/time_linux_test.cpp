@@ -14,7 +14,6 @@ namespace {
 using support::Narrow;
 using support::Wide;
 
-constexpr unsigned short Guard = 0xBEEF;
 constexpr SYSTEMTIME Afternoon{2026, 3, 0, 7, 15, 4, 9, 250};
 
 using Formatter = int (*)(LCID, DWORD, const SYSTEMTIME*, LPCWSTR, LPWSTR, int);
