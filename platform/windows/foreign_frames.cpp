@@ -21,8 +21,9 @@ struct FrameRecord {
     std::uintptr_t Words[16];
 };
 
-/// One search at a time: the runtime tells its records apart by the list alone.
-SRWLOCK searching = SRWLOCK_INIT;
+/// Held alone while another module's list is entered, and shared by every search: the runtime goes on reading the
+/// record that it found something through when it has let go of its own lock.
+SRWLOCK entering = SRWLOCK_INIT;
 
 const BYTE* ModuleOf(const void* address)
 {
@@ -75,7 +76,10 @@ const BYTE* FramesOf(const BYTE* module)
 
 const void* __wrap__Unwind_Find_FDE(void* address, void* bases)
 {
-    if (const void* const own = __real__Unwind_Find_FDE(address, bases))
+    AcquireSRWLockShared(&entering);
+    const void* const own = __real__Unwind_Find_FDE(address, bases);
+    ReleaseSRWLockShared(&entering);
+    if (own != nullptr)
         return own;
     const BYTE* const module = ModuleOf(address);
     const BYTE* const frames = module != nullptr ? FramesOf(module) : nullptr;
@@ -83,10 +87,10 @@ const void* __wrap__Unwind_Find_FDE(void* address, void* bases)
         return nullptr;
     // Entered for this one search: the module may be gone at the next.
     FrameRecord record{};
-    AcquireSRWLockExclusive(&searching);
+    AcquireSRWLockExclusive(&entering);
     __register_frame_info(frames, &record);
     const void* const found = __real__Unwind_Find_FDE(address, bases);
     __deregister_frame_info(frames);
-    ReleaseSRWLockExclusive(&searching);
+    ReleaseSRWLockExclusive(&entering);
     return found;
 }
