@@ -1,8 +1,11 @@
 // Message templates are expanded twice, first to measure and then to write, so a text that does not fit leaves
 // the buffer alone and nothing is allocated. The arguments are fetched once, each when it is first needed.
+#include "message_tables.h"
 #include "text_format.h"
 
 #include <array>
+#include <cstring>
+#include <new>
 
 namespace {
 
@@ -12,6 +15,7 @@ constexpr DWORD WidthMask = 0xFF;
 constexpr std::size_t MaxInsert = 99;
 constexpr std::size_t MaxStars = 2;  // in one picture: its width and its precision
 constexpr std::size_t MaxPictureUnits = 31;
+constexpr std::size_t MaxAllocatedUnits = 0x8000;
 
 /// The inserts of one call, fetched up to the highest number asked for.
 class Inserts {
@@ -149,26 +153,86 @@ private:
 
 DWORD FormatTemplate(const WCHAR* text, DWORD flags, LPWSTR buffer, DWORD size, va_list* arguments)
 {
+    const bool allocate = (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0;
     Inserts inserts(flags, arguments);
-    const std::size_t room = size > 0 ? size - 1 : 0;
+    const std::size_t room = allocate ? MaxAllocatedUnits - 1 : size > 0 ? size - 1 : 0;
     UnitWriter measure(nullptr, room);
     if (!Expansion(measure, flags, inserts).Run(text))
         return layer::Fail(ERROR_INVALID_PARAMETER, DWORD{0});
-    if (size == 0 || measure.overrun())
+    if ((size == 0 && !allocate) || measure.overrun())
         return layer::Fail(ERROR_INSUFFICIENT_BUFFER, DWORD{0});
+    if (allocate) {
+        void* const made = LocalAlloc(0, std::max<std::size_t>(size, measure.used() + 1) * sizeof(WCHAR));
+        if (made == nullptr)
+            return layer::Fail(ERROR_OUTOFMEMORY, DWORD{0});
+        std::memcpy(buffer, &made, sizeof made);
+        buffer = static_cast<LPWSTR>(made);
+    }
     UnitWriter out(buffer, room);
     Expansion(out, flags, inserts).Run(text);
     buffer[out.used()] = 0;
     return static_cast<DWORD>(out.used());
 }
 
+/// Expands the text of a message that a module has.
+/// @return false if there is none, with the reason as last error.
+bool FormatModuleMessage(HINSTANCE module, DWORD message, DWORD flags, LPWSTR buffer, DWORD size, va_list* arguments,
+                         DWORD& units)
+try {
+    layer::Text text;
+    const DWORD error = layer::ModuleMessage(module, message, text);
+    if (error != ERROR_SUCCESS)
+        return layer::Fail(error, false);
+    units = FormatTemplate(text.c_str(), flags, buffer, size, arguments);
+    return true;
+} catch (const std::bad_alloc&) {
+    return layer::Fail(ERROR_OUTOFMEMORY, false);
+}
+
+bool IsEnglish(DWORD language)
+{
+    constexpr DWORD primaryMask = 0x3FF;
+    constexpr DWORD english = 9;
+    return (language & primaryMask) == 0 || (language & primaryMask) == english;
+}
+
+DWORD FormatSystemMessage(DWORD message, DWORD flags, DWORD language, LPWSTR buffer, DWORD size, va_list* arguments)
+{
+    const std::string_view sentence = layer::SystemMessage(message);
+    WCHAR text[256]{};
+    if (sentence.empty() || sentence.size() + 2 >= std::size(text))
+        return layer::Fail(ERROR_MR_MID_NOT_FOUND, DWORD{0});
+    if (!IsEnglish(language))
+        return layer::Fail(ERROR_RESOURCE_LANG_NOT_FOUND, DWORD{0});
+    UnitWriter line(text, std::size(text) - 1);
+    line.Put(sentence);
+    line.Put(std::string_view("\r\n"));
+    return FormatTemplate(text, flags, buffer, size, arguments);
+}
+
 }  // namespace
 
-DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD, DWORD, LPWSTR buffer, DWORD size, va_list* arguments)
+DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD message, DWORD language, LPWSTR buffer, DWORD size,
+                     va_list* arguments)
 {
-    constexpr DWORD known =
-        FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_ARGUMENT_ARRAY | WidthMask;
-    if ((flags & ~known) != 0 || (flags & FORMAT_MESSAGE_FROM_STRING) == 0 || source == nullptr || buffer == nullptr)
+    constexpr DWORD sources = FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_FROM_SYSTEM;
+    constexpr DWORD known = sources | FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS |
+                            FORMAT_MESSAGE_ARGUMENT_ARRAY | WidthMask;
+    const bool fromString = (flags & FORMAT_MESSAGE_FROM_STRING) != 0;
+    const bool sourceNamed = fromString ? (flags & sources) == FORMAT_MESSAGE_FROM_STRING : (flags & sources) != 0;
+    if ((flags & ~known) != 0 || !sourceNamed || (fromString && source == nullptr) || buffer == nullptr)
         return layer::Fail(ERROR_INVALID_PARAMETER, DWORD{0});
-    return FormatTemplate(static_cast<const WCHAR*>(source), flags, buffer, size, arguments);
+    if ((flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0)
+        std::memset(static_cast<void*>(buffer), 0, sizeof(LPWSTR));
+    if (fromString)
+        return FormatTemplate(static_cast<const WCHAR*>(source), flags, buffer, size, arguments);
+    if ((flags & FORMAT_MESSAGE_FROM_HMODULE) != 0) {
+        DWORD units = 0;
+        const auto module = static_cast<HINSTANCE>(const_cast<LPVOID>(source));
+        if (FormatModuleMessage(module, message, flags, buffer, size, arguments, units))
+            return units;
+        if ((flags & FORMAT_MESSAGE_FROM_SYSTEM) == 0)
+            return 0;
+    }
+    return FormatSystemMessage(message, flags, language, buffer, size, arguments);
 }

@@ -188,13 +188,21 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR narrow, int narrowByt
 
 // Strings of a module, messages, counted formatting.
 int LoadStringW(HINSTANCE module, UINT row, LPWSTR buffer, int size);
+constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x100;
 constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x200;
 constexpr DWORD FORMAT_MESSAGE_FROM_STRING = 0x400;
+constexpr DWORD FORMAT_MESSAGE_FROM_HMODULE = 0x800;
+constexpr DWORD FORMAT_MESSAGE_FROM_SYSTEM = 0x1000;
 constexpr DWORD FORMAT_MESSAGE_ARGUMENT_ARRAY = 0x2000;
 DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD message, DWORD language, LPWSTR buffer, DWORD size,
                      va_list* arguments);
+constexpr DWORD LANG_USER_DEFAULT = 0x400;
+/// Memory of the layer's own, or null; null may be freed. @return null.
+void* LocalAlloc(UINT flags, SIZE_T bytes);
+void* LocalFree(void* block);
 /// At most `count` units; a text of exactly `count` has no terminator, a longer one gives -1.
 int _vsnwprintf(WCHAR* buffer, SIZE_T count, const WCHAR* format, va_list arguments);
+int _snwprintf(WCHAR* buffer, SIZE_T count, const WCHAR* format, ...);
 
 // The library's entry point, called behind its static initialisation and before its static destruction.
 constexpr DWORD DLL_PROCESS_DETACH = 0;

@@ -386,3 +386,12 @@ int _vsnwprintf(WCHAR* buffer, SIZE_T count, const WCHAR* format, va_list argume
         buffer[out.used()] = 0;
     return static_cast<int>(out.used());
 }
+
+int _snwprintf(WCHAR* buffer, SIZE_T count, const WCHAR* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const int units = _vsnwprintf(buffer, count, format, arguments);
+    va_end(arguments);
+    return units;
+}

@@ -52,7 +52,7 @@ TEST(MessagesOnLinux, BadTemplatesFail)
 
     EXPECT_EQ((Expanded{"", ERROR_INVALID_PARAMETER}), Expand(FORMAT_MESSAGE_FROM_STRING, "x%1", 64, nullptr));
     EXPECT_EQ((Expanded{"", ERROR_INVALID_PARAMETER}), Expand(FromArray, "x%1", 64, nullptr));
-    for (const int flags : {0, 0x100, 0x800, 0x1000, 0x1400, 0x200})
+    for (const int flags : {0, 0x100, 0x200, 0xC00, 0x1400, 0x9000})
         EXPECT_EQ((Expanded{"", ERROR_INVALID_PARAMETER}), Expand(static_cast<DWORD>(flags), "x", 64, nullptr))
             << flags;
     unsigned short buffer[4];
