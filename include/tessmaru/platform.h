@@ -6,6 +6,9 @@
 #ifdef _WIN32
 
 // comdef.h brings _com_error; the rest of the automation headers come with it.
+#ifndef UNICODE
+#error "UNICODE has to be defined: the message of a _com_error is wide text, in the library as in its callers"
+#endif
 #include <windows.h>
 
 #include <comdef.h>
@@ -84,7 +87,29 @@ constexpr BOOL TRUE = 1;
 inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(~std::uintptr_t{0});
 
 constexpr HRESULT S_OK = 0;
+constexpr HRESULT S_FALSE = 1;
+constexpr HRESULT E_NOTIMPL = static_cast<HRESULT>(0x80004001);
+constexpr HRESULT E_NOINTERFACE = static_cast<HRESULT>(0x80004002);
+constexpr HRESULT E_POINTER = static_cast<HRESULT>(0x80004003);
+constexpr HRESULT E_FAIL = static_cast<HRESULT>(0x80004005);
+constexpr HRESULT E_UNEXPECTED = static_cast<HRESULT>(0x8000FFFF);
+constexpr HRESULT E_ACCESSDENIED = static_cast<HRESULT>(0x80070005);
 constexpr HRESULT E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000E);
+constexpr HRESULT E_INVALIDARG = static_cast<HRESULT>(0x80070057);
+constexpr HRESULT DISP_E_TYPEMISMATCH = static_cast<HRESULT>(0x80020005);
+constexpr HRESULT DISP_E_BADVARTYPE = static_cast<HRESULT>(0x80020008);
+constexpr HRESULT DISP_E_OVERFLOW = static_cast<HRESULT>(0x8002000A);
+constexpr HRESULT DISP_E_BADINDEX = static_cast<HRESULT>(0x8002000B);
+constexpr HRESULT DISP_E_ARRAYISLOCKED = static_cast<HRESULT>(0x8002000D);
+
+constexpr bool SUCCEEDED(HRESULT code)
+{
+    return code >= 0;
+}
+constexpr bool FAILED(HRESULT code)
+{
+    return code < 0;
+}
 
 constexpr DWORD INFINITE = 0xFFFFFFFF;
 constexpr DWORD WAIT_OBJECT_0 = 0;
@@ -128,7 +153,9 @@ constexpr DWORD ERROR_INVALID_ACL = 1336;
 constexpr DWORD ERROR_INVALID_SID = 1337;
 constexpr DWORD ERROR_ALLOTTED_SPACE_EXCEEDED = 1344;
 constexpr DWORD ERROR_RESOURCE_DATA_NOT_FOUND = 1812;
+constexpr DWORD ERROR_RESOURCE_TYPE_NOT_FOUND = 1813;
 constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
+constexpr DWORD ERROR_RESOURCE_LANG_NOT_FOUND = 1815;
 constexpr DWORD ERROR_CANT_RESOLVE_FILENAME = 1921;
 
 struct GUID {
@@ -139,28 +166,6 @@ struct GUID {
 };
 using IID = GUID;
 using REFIID = const IID&;
-
-/// The root of every interface. Objects live until their last reference is released.
-struct IUnknown {
-    virtual HRESULT QueryInterface(REFIID iid, void** object) = 0;
-    virtual ULONG AddRef() = 0;
-    virtual ULONG Release() = 0;
-
-protected:
-    ~IUnknown() = default;
-};
-
-/// What a failed automation call tells about its failure. Each text is the caller's to free.
-struct IErrorInfo : IUnknown {
-    virtual HRESULT GetGUID(GUID* guid) = 0;
-    virtual HRESULT GetSource(BSTR* source) = 0;
-    virtual HRESULT GetDescription(BSTR* description) = 0;
-    virtual HRESULT GetHelpFile(BSTR* file) = 0;
-    virtual HRESULT GetHelpContext(DWORD* context) = 0;
-
-protected:
-    ~IErrorInfo() = default;
-};
 
 struct ACL {
     BYTE AclRevision;
@@ -188,25 +193,6 @@ struct CRITICAL_SECTION {
     std::uintptr_t OwningThread;
 };
 using LPCRITICAL_SECTION = CRITICAL_SECTION*;
-
-/// The failure that automation code throws by value: a code and, where there is one, an error object.
-class TESSMARU_API _com_error {
-public:
-    /// Takes the caller's reference to `errorInfo` over, or one of its own if `addReference`.
-    explicit _com_error(HRESULT code, IErrorInfo* errorInfo = nullptr, bool addReference = false) noexcept;
-    _com_error(const _com_error& other) noexcept;
-    _com_error& operator=(const _com_error& other) noexcept;
-    virtual ~_com_error() noexcept;
-
-    HRESULT Error() const noexcept { return Code; }
-
-    /// The error object with a reference of the caller's own, or null.
-    IErrorInfo* ErrorInfo() const noexcept;
-
-private:
-    HRESULT Code;
-    IErrorInfo* Info;
-};
 
 extern "C" {
 
@@ -245,5 +231,9 @@ TESSMARU_API BOOL CloseHandle(HANDLE handle);
 TESSMARU_API HMODULE GetModuleHandleW(LPCWSTR name);
 
 }  // extern "C"
+
+#include "tessmaru/linux/automation.h"
+#include "tessmaru/linux/com.h"
+#include "tessmaru/linux/variant_class.h"
 
 #endif

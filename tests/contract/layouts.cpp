@@ -52,6 +52,19 @@ static_assert(Is<SECURITY_ATTRIBUTES, 3 * Pointer, Pointer>);
 static_assert(offsetof(SECURITY_ATTRIBUTES, lpSecurityDescriptor) == Pointer);
 static_assert(offsetof(SECURITY_ATTRIBUTES, bInheritHandle) == 2 * Pointer);
 
+static_assert(Is<VARTYPE, 2, 2> && Is<VARIANT_BOOL, 2, 2> && Is<OLECHAR, 2, 2> && sizeof(DATE) == 8);
+static_assert(sizeof(CY) == 8 && sizeof(DECIMAL) == 16);
+static_assert(offsetof(DECIMAL, scale) == 2 && offsetof(DECIMAL, sign) == 3 && offsetof(DECIMAL, Hi32) == 4);
+static_assert(offsetof(DECIMAL, Lo64) == 8 && offsetof(DECIMAL, Mid32) == 12);
+static_assert(sizeof(VARIANT) == 8 + 2 * Pointer && sizeof(_variant_t) == sizeof(VARIANT));
+static_assert(offsetof(VARIANT, vt) == 0 && offsetof(VARIANT, llVal) == 8 && offsetof(VARIANT, bstrVal) == 8);
+static_assert(offsetof(VARIANT, pRecInfo) == 8 + Pointer && offsetof(VARIANT, decVal) == 0);
+static_assert(Is<SAFEARRAYBOUND, 8, 4> && offsetof(SAFEARRAYBOUND, lLbound) == 4);
+static_assert(Is<SAFEARRAY, 16 + 2 * Pointer, Pointer>);
+static_assert(offsetof(SAFEARRAY, fFeatures) == 2 && offsetof(SAFEARRAY, cbElements) == 4);
+static_assert(offsetof(SAFEARRAY, cLocks) == 8 && offsetof(SAFEARRAY, pvData) == 8 + Pointer);
+static_assert(offsetof(SAFEARRAY, rgsabound) == 8 + 2 * Pointer);
+
 // The rule by which a system's error becomes a code.
 static_assert(HRESULT_FROM_WIN32(5) == static_cast<HRESULT>(0x80070005) && HRESULT_FROM_WIN32(0) == 0);
 static_assert(HRESULT_FROM_WIN32(0x12345) == static_cast<HRESULT>(0x80072345));

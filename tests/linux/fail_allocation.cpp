@@ -1,7 +1,19 @@
 #include "fail_allocation.h"
 
-#include <cstdlib>
+#include <cstddef>
 #include <new>
+
+// The C library's own, for which the linker leads the program's calls here (--wrap).
+extern "C" {
+void* __real_malloc(std::size_t bytes);
+void* __real_calloc(std::size_t count, std::size_t bytes);
+void* __real_realloc(void* block, std::size_t bytes);
+void __real_free(void* block);
+void* __wrap_malloc(std::size_t bytes);
+void* __wrap_calloc(std::size_t count, std::size_t bytes);
+void* __wrap_realloc(void* block, std::size_t bytes);
+void __wrap_free(void* block);
+}
 
 namespace {
 
@@ -9,21 +21,29 @@ thread_local int untilFailure = 0;
 thread_local bool failed = false;
 thread_local int liveBlocks = 0;
 
-void* Allocate(std::size_t bytes) noexcept
+bool FailsNow()
 {
-    if (untilFailure > 0 && --untilFailure == 0) {
-        failed = true;
-        return nullptr;
-    }
-    void* const block = std::malloc(bytes == 0 ? 1 : bytes);
+    if (untilFailure == 0 || --untilFailure != 0)
+        return false;
+    failed = true;
+    return true;
+}
+
+void* Counted(void* block)
+{
     liveBlocks += block != nullptr;
     return block;
+}
+
+void* Allocate(std::size_t bytes) noexcept
+{
+    return FailsNow() ? nullptr : Counted(__real_malloc(bytes == 0 ? 1 : bytes));
 }
 
 void Free(void* block) noexcept
 {
     liveBlocks -= block != nullptr;
-    std::free(block);
+    __real_free(block);
 }
 
 }  // namespace
@@ -33,7 +53,7 @@ namespace support {
 void FailAllocation(int n)
 {
     untilFailure = n;
-    failed = false;
+    failed = failed && n == 0;
 }
 
 bool AllocationFailed()
@@ -47,6 +67,29 @@ int LiveBlocks()
 }
 
 }  // namespace support
+
+void* __wrap_malloc(std::size_t bytes)
+{
+    return Allocate(bytes);
+}
+
+void* __wrap_calloc(std::size_t count, std::size_t bytes)
+{
+    return FailsNow() ? nullptr : Counted(__real_calloc(count, bytes));
+}
+
+void* __wrap_realloc(void* block, std::size_t bytes)
+{
+    if (FailsNow())
+        return nullptr;
+    void* const moved = __real_realloc(block, bytes);
+    return block == nullptr ? Counted(moved) : moved;
+}
+
+void __wrap_free(void* block)
+{
+    Free(block);
+}
 
 void* operator new(std::size_t bytes)
 {
