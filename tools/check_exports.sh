@@ -21,12 +21,12 @@ dll_exports()
         sed -nE 's/^[[:space:]]*\[ *[0-9]+\] //p' | c++filt | sed 's/\blong\b/int/g' | LC_ALL=C sort -u
 }
 
-# What the list means for Windows: there the platform itself provides its functions and _com_error, texts behind
+# What the list means for Windows: there the platform itself provides its functions and classes, texts behind
 # type information stay inside, classes inside of classes are not exported, and argument lists are plain pointers.
 # Plain names are the platform's but for the library's three.
 expected_of_dll()
 {
-    sed -E '/^GetVersionNumber/b; /^[A-Z][A-Za-z]*$/d' "$list" | grep -vE '_com_error|^typeinfo name for |::(InstanceDeleter|Blocks)::' |
+    sed -E '/^GetVersionNumber/b; /^[A-Z][A-Za-z]*$/d' "$list" | grep -vE '^IID_|^_com_|^typeinfo for _com_error|^vtable for _com_error|^_variant_t::|^typeinfo name for |::(InstanceDeleter|Blocks)::' |
         sed -E 's/__va_list_tag \(\*\) \[1\]/char**/; s/__va_list_tag\*/char*/' | LC_ALL=C sort -u
 }
 

@@ -1,0 +1,140 @@
+// The rows stand in hresult_names.def and win32_error_names.def, by value. The names of a table lie behind each other
+// as narrow text, so that nothing has to be relocated. A whole value is found by a perfect hash, a low word by a direct
+// index: a binary search takes several times as long, nearly all of it for steps that the processor cannot foresee.
+#include "errors/error_names.h"
+
+#include <algorithm>
+#include <array>
+#include <functional>
+
+namespace {
+
+#define NAME(value, name) value,
+constexpr std::uint32_t hresults[] = {
+#include "errors/hresult_names.def"
+};
+constexpr std::uint32_t win32Errors[] = {
+#include "errors/win32_error_names.def"
+};
+#undef NAME
+
+#define NAME(value, name) #name "\0"
+constexpr char hresultNames[] =
+#include "errors/hresult_names.def"
+    ;
+constexpr char win32ErrorNames[] =
+#include "errors/win32_error_names.def"
+    ;
+#undef NAME
+
+template <std::size_t Rows>
+constexpr bool AreSorted(const std::uint32_t (&values)[Rows])
+{
+    return std::adjacent_find(values, values + Rows, std::greater_equal<>()) == values + Rows;
+}
+
+static_assert(AreSorted(hresults) && AreSorted(win32Errors), "by value, and no value twice");
+
+/// Where each name starts, and where the last one ends.
+template <std::size_t Rows, std::size_t Bytes>
+constexpr auto StartsOf(const std::uint32_t (&)[Rows], const char (&names)[Bytes])
+{
+    static_assert(Bytes <= 0x10000);
+    std::array<std::uint16_t, Rows + 1> starts{};
+    std::size_t row = 0;
+    for (std::size_t at = 0; at + 1 < Bytes; ++at) {
+        if (names[at] == '\0')
+            starts[++row] = static_cast<std::uint16_t>(at + 1);
+    }
+    return starts;
+}
+
+constexpr auto hresultStarts = StartsOf(hresults, hresultNames);
+constexpr auto win32Starts = StartsOf(win32Errors, win32ErrorNames);
+
+template <std::size_t Starts>
+constexpr std::string_view NameAt(const char* names, const std::array<std::uint16_t, Starts>& starts, std::size_t row)
+{
+    return {names + starts[row], static_cast<std::size_t>(starts[row + 1] - starts[row] - 1)};
+}
+
+template <std::size_t Starts>
+constexpr bool AreDistinct(const char* names, const std::array<std::uint16_t, Starts>& starts)
+{
+    std::array<std::string_view, Starts - 1> sorted{};
+    for (std::size_t row = 0; row < sorted.size(); ++row)
+        sorted[row] = NameAt(names, starts, row);
+    std::sort(sorted.begin(), sorted.end());
+    return std::adjacent_find(sorted.begin(), sorted.end()) == sorted.end();
+}
+
+static_assert(AreDistinct(hresultNames, hresultStarts) && AreDistinct(win32ErrorNames, win32Starts), "no name twice");
+
+/// The row of each low word, counted from 1; 0: none.
+constexpr auto win32Rows = [] {
+    std::array<std::uint16_t, win32Errors[std::size(win32Errors) - 1] + 1> rows{};
+    for (std::size_t row = 0; row < std::size(win32Errors); ++row)
+        rows[win32Errors[row]] = static_cast<std::uint16_t>(row + 1);
+    return rows;
+}();
+
+/// A slot of its own for each value: the slots of the values that share a bucket are moved by the bucket's shift.
+struct PerfectHash {
+    static constexpr std::uint32_t BucketBits = 7;
+    static constexpr std::uint32_t Slots = 1024;
+
+    std::array<std::uint16_t, 1U << BucketBits> Shifts{};
+    std::array<std::uint16_t, Slots> Rows{};  // counted from 1; 0: none
+
+    static constexpr std::uint32_t Mix(std::uint32_t value) { return value * 0x9E3779B1U; }
+    static constexpr std::uint32_t BucketOf(std::uint32_t value) { return Mix(value) >> (32 - BucketBits); }
+    constexpr std::uint32_t SlotOf(std::uint32_t value) const
+    {
+        return ((Mix(value) >> 10) ^ Shifts[BucketOf(value)]) % Slots;
+    }
+};
+
+constexpr PerfectHash hresultHash = [] {
+    PerfectHash hash;
+    for (std::uint32_t bucket = 0; bucket < hash.Shifts.size(); ++bucket) {
+        std::array<std::uint16_t, 16> rows{};
+        std::size_t count = 0;
+        for (std::size_t row = 0; row < std::size(hresults); ++row) {
+            if (PerfectHash::BucketOf(hresults[row]) == bucket)
+                rows[count++] = static_cast<std::uint16_t>(row + 1);
+        }
+        const auto isTaken = [&](std::uint16_t row) { return hash.Rows[hash.SlotOf(hresults[row - 1])] != 0; };
+        while (std::any_of(rows.begin(), rows.begin() + count, isTaken))
+            ++hash.Shifts[bucket];
+        for (std::size_t i = 0; i < count; ++i)
+            hash.Rows[hash.SlotOf(hresults[rows[i] - 1])] = rows[i];
+    }
+    return hash;
+}();
+
+constexpr bool FindsAllHResults()
+{
+    for (std::size_t row = 0; row < std::size(hresults); ++row) {
+        if (hresultHash.Rows[hresultHash.SlotOf(hresults[row])] != row + 1)
+            return false;
+    }
+    return true;
+}
+
+static_assert(FindsAllHResults(), "the values of one bucket need slots of their own");
+
+}  // namespace
+
+std::string_view HResultName(std::uint32_t code)
+{
+    const std::size_t row = hresultHash.Rows[hresultHash.SlotOf(code)];
+    if (row == 0 || hresults[row - 1] != code)
+        return {};
+    return NameAt(hresultNames, hresultStarts, row - 1);
+}
+
+std::string_view Win32ErrorName(std::uint32_t lowWord)
+{
+    const std::size_t row = lowWord < win32Rows.size() ? win32Rows[lowWord] : 0;
+    return row != 0 ? NameAt(win32ErrorNames, win32Starts, row - 1) : std::string_view();
+}

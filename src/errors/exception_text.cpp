@@ -1,0 +1,129 @@
+// Automation failures and standard exceptions as text.
+#include "settings/module_strings.h"
+#include "system.h"
+#include "tessmaru/errors.h"
+
+#include <cstring>
+#include <utility>
+
+namespace {
+
+using namespace utility::literals;
+using utility::wstring;
+
+constexpr unsigned int ComErrorRow = 154;
+
+const unsigned short* Units(BSTR text)
+{
+    return reinterpret_cast<const unsigned short*>(text);
+}
+
+/// An automation string that its holder ends.
+class AutomationString {
+public:
+    AutomationString() = default;
+
+    /// @throws _com_error E_OUTOFMEMORY
+    explicit AutomationString(const unsigned short* text) : Held(SysAllocString(platform::Wide(text)))
+    {
+        if (Held == nullptr && text != nullptr)
+            throw _com_error(E_OUTOFMEMORY);
+    }
+    AutomationString(AutomationString&& other) noexcept : Held(std::exchange(other.Held, nullptr)) {}
+    AutomationString& operator=(AutomationString&& other) noexcept
+    {
+        std::swap(Held, other.Held);
+        return *this;
+    }
+    ~AutomationString() { SysFreeString(Held); }
+
+    bool empty() const { return SysStringLen(Held) == 0; }
+    const unsigned short* units() const { return Units(Held); }
+
+    /// Where an operation that gives a string puts it.
+    BSTR* receive() { return &Held; }
+
+private:
+    BSTR Held = nullptr;
+};
+
+/// An error object with a reference of this holder's own.
+class ErrorObject {
+public:
+    explicit ErrorObject(IErrorInfo* object) : Held(object) {}
+    ErrorObject(const ErrorObject&) = delete;
+    ErrorObject& operator=(const ErrorObject&) = delete;
+    ~ErrorObject()
+    {
+        if (Held != nullptr)
+            Held->Release();
+    }
+
+    IErrorInfo* get() const { return Held; }
+
+private:
+    IErrorInfo* const Held;
+};
+
+AutomationString FromActivePage(const char* text)
+{
+    const std::size_t units = std::strlen(text) + 1;
+    wstring wide(units, u'\0');
+    if (MultiByteToWideChar(CP_ACP, 0, text, -1, platform::Wide(wide.data()), static_cast<int>(units)) == 0) {
+        const DWORD error = GetLastError();
+        throw _com_error(error == 0 ? 0 : static_cast<HRESULT>((error & 0xFFFF) | 0x80070000));
+    }
+    return AutomationString(wide.c_str());
+}
+
+struct ComErrorTexts {
+    AutomationString Source;
+    AutomationString Message;
+    AutomationString Description;
+};
+
+/// Fetches the texts; with the first that fails it ends, and that one and those behind it stay empty.
+void Fetch(const _com_error& e, ComErrorTexts& texts)
+try {
+    const ErrorObject object(e.ErrorInfo());
+    if (object.get() != nullptr) {
+        object.get()->GetSource(texts.Source.receive());
+        object.get()->GetDescription(texts.Description.receive());
+    }
+    texts.Message = AutomationString(reinterpret_cast<const unsigned short*>(e.ErrorMessage()));
+} catch (const _com_error&) {
+}
+
+}  // namespace
+
+wstring utility::getStdExceptionAsString(const std::exception& e)
+{
+    AutomationString text;
+    try {
+        text = FromActivePage(e.what());
+    } catch (const _com_error&) {
+        text = AutomationString(u"<unable to determine exception info>"_w);
+    }
+    return text.units();
+}
+
+wstring utility::getComErrorAsString(const _com_error& e)
+{
+    ComErrorTexts texts;
+    Fetch(e, texts);
+    for (AutomationString* const text : {&texts.Source, &texts.Message, &texts.Description}) {
+        if (text->empty())
+            *text = AutomationString(u"n/a"_w);
+    }
+    return genStringFromOwnModule(ComErrorRow, texts.Description.units(), static_cast<DWORD>(e.Error()),
+                                  texts.Message.units(), texts.Source.units());
+}
+
+bool utility::testIErrorInfoGenerated()
+{
+    IErrorInfo* pending = nullptr;
+    const HRESULT result = GetErrorInfo(0, &pending);
+    const ErrorObject held(pending);
+    SetErrorInfo(0, held.get());
+    return result == S_OK;
+}

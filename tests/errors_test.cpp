@@ -1,0 +1,211 @@
+// Failures as lines: of every code that has a name, of codes that have none, and of exceptions.
+#include "tessmaru/errors.h"
+#include "support.h"
+#include "system.h"
+#include "telling.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <set>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+using namespace utility::literals;
+
+using support::Narrow;
+using support::Wide;
+
+struct Row {
+    DWORD Value;
+    const char* Name;
+};
+
+#define NAME(value, name) {value, #name},
+constexpr Row hresults[] = {
+#include "errors/hresult_names.def"
+};
+constexpr Row win32Errors[] = {
+#include "errors/win32_error_names.def"
+};
+#undef NAME
+
+std::string Line(DWORD code)
+{
+    return Narrow(utility::genHResultAsString(static_cast<LONG>(code)));
+}
+
+std::string Hex(DWORD code)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%X", static_cast<unsigned>(code));
+    return text;
+}
+
+std::string Tail(DWORD code, const std::string& name, const std::string& facility)
+{
+    return " [" + Hex(code) + ": " + name + " - " + facility + "]";
+}
+
+std::string FacilityOf(DWORD code)
+{
+    static const char* const names[] = {"NULL",  "RPC",     "DISPATCH", "STORAGE", "ITF",  "",        "",
+                                        "WIN32", "WINDOWS", "SSPI",     "CONTROL", "CERT", "INTERNET"};
+    return std::string("FACILITY_") + names[(code >> 16) & 0x1FFF];
+}
+
+/// The message service's text for a code, up to its last line end; row 148 where it has none.
+std::string Description(DWORD code)
+{
+    unsigned short text[1024];
+    if (FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code, 0, platform::Wide(text), 1024, nullptr) == 0)
+        return "Unknown or new error";
+    const std::string found = Narrow(text);
+    return found.substr(0, std::min(found.rfind('\r'), found.size()));
+}
+
+TEST(HResultText, EveryRowOfBothTables)
+{
+    EXPECT_EQ(std::size(hresults), 392U);
+    EXPECT_EQ(std::size(win32Errors), 676U);
+    std::set<DWORD> whole;
+    for (const Row& row : hresults) {
+        whole.insert(row.Value);
+        EXPECT_EQ(Line(row.Value), Description(row.Value) + Tail(row.Value, row.Name, FacilityOf(row.Value)));
+    }
+    for (const Row& row : win32Errors) {
+        for (const DWORD severity : {0x00070000U, 0x80070000U, 0xC0070000U, 0xA0070000U}) {
+            const DWORD code = severity | row.Value;
+            if (whole.contains(code))
+                continue;
+            EXPECT_EQ(Line(code), Description(code) + Tail(code, row.Name, "FACILITY_WIN32"));
+        }
+    }
+}
+
+TEST(HResultText, WholeValuesGoBeforeLowWords)
+{
+    const struct {
+        DWORD Code;
+        const char* Name;
+        const char* Facility;
+    } rows[] = {{0, "S_OK", "FACILITY_NULL"},
+                {0x80070005, "E_ACCESSDENIED", "FACILITY_WIN32"},
+                {0x00070005, "ERROR_ACCESS_DENIED", "FACILITY_WIN32"},
+                {0xC0070005, "ERROR_ACCESS_DENIED", "FACILITY_WIN32"},
+                {0xA0070005, "ERROR_ACCESS_DENIED", "FACILITY_WIN32"},
+                {0x80070000, "ERROR_SUCCESS", "FACILITY_WIN32"},
+                {0x80070023, "Unknown or new error", "FACILITY_WIN32"},
+                {0x8007FFFF, "Unknown or new error", "FACILITY_WIN32"},
+                {0x90070005, "Unknown name", "Unknown or new FACILITY code"},
+                {0x80050000, "Unknown name", "Unknown or new FACILITY code"},
+                {0x800D0000, "Unknown name", "Unknown or new FACILITY code"},
+                {0xFFFFFFFF, "Unknown name", "Unknown or new FACILITY code"},
+                {0x00000005, "Unknown name", "FACILITY_NULL"},
+                {0x80020002, "Unknown name", "FACILITY_DISPATCH"},
+                {0x800A0257, "Unknown name", "FACILITY_CONTROL"},
+                {0x800A02DF, "CTL_E_CANTSAVEFILETOTEMP", "FACILITY_CONTROL"},
+                {0x800401FF, "CO_E_RELEASED", "FACILITY_ITF"},
+                {0x80040113, "Unknown name", "FACILITY_ITF"}};
+    for (const auto& row : rows)
+        EXPECT_EQ(Line(row.Code), Description(row.Code) + Tail(row.Code, row.Name, row.Facility));
+}
+
+TEST(HResultText, InterfacesHaveCodesOfTheirOwn)
+{
+    for (const DWORD code : {0x80040200U, 0x00040200U, 0x8004FFFFU, 0xE0040200U})
+        EXPECT_EQ(Line(code), "Interface specific FACILITY_ITF error" + Tail(code, "Unknown name", "FACILITY_ITF"));
+    for (const DWORD code : {0x800A0258U, 0x000AFFFFU})
+        EXPECT_EQ(Line(code),
+                  "Interface specific FACILITY_CONTROL error" + Tail(code, "Unknown name", "FACILITY_CONTROL"));
+}
+
+TEST(HResultText, TheProgramsOwnMessages)
+{
+    const auto tail = [](DWORD code) { return Tail(code, "Unknown name", "Unknown or new FACILITY code"); };
+    EXPECT_EQ(Line(0x80051000), "First line\r\nsecond line" + tail(0x80051000));
+    EXPECT_EQ(Line(0x80051001), "Unknown or new error" + tail(0x80051001)) << "a mark and no insert";
+    EXPECT_EQ(Line(0x80051002), "Head" + tail(0x80051002)) << "what stands behind the last line end goes";
+    EXPECT_EQ(Line(0x80051003), "Plain" + tail(0x80051003));
+}
+
+class BadText : public std::exception {
+public:
+    explicit BadText(std::string text) : Text(std::move(text)) {}
+    const char* what() const noexcept override { return Text.c_str(); }
+
+private:
+    std::string Text;
+};
+
+TEST(ExceptionText, StandardExceptions)
+{
+    EXPECT_EQ(utility::getStdExceptionAsString(std::runtime_error("no site")), Wide("no site"));
+    EXPECT_EQ(utility::getStdExceptionAsString(BadText("")), utility::wstring());
+    EXPECT_EQ(utility::getStdExceptionAsString(BadText(std::string(100000, 'x'))), Wide(std::string(100000, 'x')));
+
+    const std::string foreign = "caf\xE9 \xC3\xA9";
+    unsigned short wide[32]{};
+    ASSERT_NE(MultiByteToWideChar(CP_ACP, 0, foreign.c_str(), -1, platform::Wide(wide), 32), 0);
+    EXPECT_EQ(utility::getStdExceptionAsString(BadText(foreign)), utility::wstring(wide))
+        << "as the active page reads it";
+}
+
+using support::Telling;
+
+std::string ComLine(Telling& object, DWORD code)
+{
+    const std::string line =
+        Narrow(utility::getComErrorAsString(_com_error(static_cast<HRESULT>(code), &object, true)));
+    EXPECT_EQ(object.References, 1U);
+    return line;
+}
+
+TEST(ExceptionText, ComErrors)
+{
+    constexpr DWORD code = 0x8004FFFF;
+    const std::string middle = " [0x8004FFFF: IDispatch error #65023 - ";
+    EXPECT_EQ(Narrow(utility::getComErrorAsString(_com_error(static_cast<HRESULT>(code)))),
+              "ComError: n/a" + middle + "n/a]");
+    Telling object;
+    EXPECT_EQ(ComLine(object, code), "ComError: n/a" + middle + "n/a]") << "calls that deliver nothing";
+    object.Source = u"Site.Import"_w;
+    EXPECT_EQ(ComLine(object, code), "ComError: n/a" + middle + "Site.Import]");
+    object.Description = u"no such site"_w;
+    EXPECT_EQ(ComLine(object, code), "ComError: no such site" + middle + "Site.Import]");
+    object.Source = u""_w;
+    EXPECT_EQ(ComLine(object, code), "ComError: no such site" + middle + "n/a]");
+    EXPECT_EQ(Narrow(utility::getComErrorAsString(_com_error(E_FAIL))),
+              "ComError: n/a [0x80004005: " + Description(0x80004005) + " - n/a]");
+}
+
+TEST(ExceptionText, ALineThatDoesNotFitVanishesWhole)
+{
+    const std::string middle = " [0x8004FFFF: IDispatch error #65023 - n/a]";
+    const std::size_t room = 1022 - std::string("ComError: ").size() - middle.size();
+    Telling object;
+    const utility::wstring fits(room, u'x');
+    object.Description = fits.c_str();
+    EXPECT_EQ(ComLine(object, 0x8004FFFF).size(), 1022U);
+    const utility::wstring tooLong(room + 1, u'x');
+    object.Description = tooLong.c_str();
+    EXPECT_EQ(ComLine(object, 0x8004FFFF), "");
+}
+
+TEST(ExceptionText, APendingErrorObjectStays)
+{
+    EXPECT_FALSE(utility::testIErrorInfoGenerated());
+    Telling object;
+    ASSERT_EQ(SetErrorInfo(0, &object), S_OK);
+    EXPECT_TRUE(utility::testIErrorInfoGenerated());
+    EXPECT_TRUE(utility::testIErrorInfoGenerated());
+    std::thread([] { EXPECT_FALSE(utility::testIErrorInfoGenerated()); }).join();
+    EXPECT_EQ(object.References, 2U);
+    ASSERT_EQ(SetErrorInfo(0, nullptr), S_OK);
+    EXPECT_EQ(object.References, 1U);
+    EXPECT_FALSE(utility::testIErrorInfoGenerated());
+}
+
+}  // namespace
