@@ -94,6 +94,8 @@ try {
     bench::MeasureRecords(plan, scratch);
     bench::MeasureCalls(plan, scratch);
     bench::MeasureSettings(plan, scratch);
+    bench::MeasureErrors(plan);
+    bench::MeasureAutomation(plan);
     bench::MeasureMemory(scratch);
     return EXIT_SUCCESS;
 } catch (const std::exception& failure) {

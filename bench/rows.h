@@ -35,6 +35,8 @@ std::string Neighbour(const std::string& name);
 void MeasureRecords(const Plan& plan, const tools::ScratchFolder& scratch);
 void MeasureCalls(const Plan& plan, const tools::ScratchFolder& scratch);
 void MeasureSettings(const Plan& plan, const tools::ScratchFolder& scratch);
+void MeasureErrors(const Plan& plan);
+void MeasureAutomation(const Plan& plan);
 void MeasureMemory(const tools::ScratchFolder& scratch);
 
 }  // namespace bench
