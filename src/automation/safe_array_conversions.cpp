@@ -3,6 +3,8 @@
 #include "tessmaru/automation.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <limits>
 
 namespace {
@@ -113,51 +115,65 @@ LONG VectorToArray(VARTYPE type, const std::vector<Element>& source, SAFEARRAY**
     return put;
 }
 
-template <class Slot>
-const Slot& ElementAt(SAFEARRAY* array, LONG index)
+const std::byte* AddressOf(SAFEARRAY* array, LONG index)
 {
     void* element = nullptr;
     Check(SafeArrayPtrOfIndex(array, &index, &element));
-    return *static_cast<const Slot*>(element);
+    return static_cast<const std::byte*>(element);
 }
 
-void AppendElement(LONG element, std::vector<LONG>& target)
+/// The bits of an element, wherever it lies.
+template <class Slot>
+Slot Read(const std::byte* element)
 {
-    target.push_back(element);
+    Slot slot;
+    std::memcpy(&slot, element, sizeof slot);
+    return slot;
 }
 
-void AppendElement(const VARIANT& element, std::vector<_variant_t>& target)
+void AppendElement(const std::byte* element, std::vector<LONG>& target)
 {
-    Check(Copy(target.emplace_back(), element));
+    target.push_back(Read<LONG>(element));
 }
 
-void AppendElement(const BSTR& element, std::vector<wstring>& target)
+void AppendElement(const std::byte* element, std::vector<_variant_t>& target)
 {
-    if (element != nullptr)
-        target.emplace_back(reinterpret_cast<const unsigned short*>(element));
+    const auto source = Read<VARIANT>(element);
+    Check(Copy(target.emplace_back(), source));
+}
+
+void AppendElement(const std::byte* element, std::vector<wstring>& target)
+{
+    const auto text = Read<BSTR>(element);
+    if (text != nullptr)
+        target.emplace_back(reinterpret_cast<const unsigned short*>(text));
     else
         target.emplace_back();
 }
 
-/// From index 0 on. The elements lie behind each other: whole ranges of numbers are copied at once.
-template <class Slot, class Element>
+/// From index 0 on.
+template <class Element>
 void AppendElements(SAFEARRAY* array, LONG last, std::vector<Element>& target)
+{
+    for (LONG left = last, index = 0; left >= 0; --left, ++index)
+        AppendElement(AddressOf(array, index), target);
+}
+
+/// Numbers that lie behind each other are copied at once.
+void AppendElements(SAFEARRAY* array, LONG last, std::vector<LONG>& target)
 {
     if (last < 0)
         return;
-    if constexpr (std::is_same_v<Slot, Element>) {
-        const Slot& first = ElementAt<Slot>(array, 0);
-        const Slot& end = ElementAt<Slot>(array, last);
-        if (&end - &first == last) {
-            target.insert(target.end(), &first, &end + 1);
-            return;
-        }
-    }
-    for (LONG left = last, index = 0; left >= 0; --left, ++index)
-        AppendElement(ElementAt<Slot>(array, index), target);
+    const std::byte* const first = AddressOf(array, 0);
+    const std::ptrdiff_t bytes = AddressOf(array, last) - first;
+    if (bytes != std::ptrdiff_t{last} * std::ptrdiff_t{sizeof(LONG)} ||
+        reinterpret_cast<std::uintptr_t>(first) % alignof(LONG) != 0)
+        return AppendElements<LONG>(array, last, target);
+    const auto* const numbers = reinterpret_cast<const LONG*>(first);
+    target.insert(target.end(), numbers, numbers + last + 1);
 }
 
-template <class Slot, class Element>
+template <class Element>
 LONG ArrayToVector(const SAFEARRAY* source, std::vector<Element>& target)
 {
     target.clear();
@@ -171,7 +187,7 @@ LONG ArrayToVector(const SAFEARRAY* source, std::vector<Element>& target)
         target.reserve(array->rgsabound[0].cElements);
         Check(SafeArrayLock(array));
         locked = true;
-        AppendElements<Slot>(array, last, target);
+        AppendElements(array, last, target);
         locked = false;
         Check(SafeArrayUnlock(array));
         return S_OK;
@@ -207,7 +223,7 @@ LONG utility::CCOMUtility::VectStrToSafeArray(const std::vector<wstring>& source
 
 LONG utility::CCOMUtility::SafeArrayToVectStr(const SAFEARRAY* source, std::vector<wstring>& target)
 {
-    return ArrayToVector<BSTR>(source, target);
+    return ArrayToVector(source, target);
 }
 
 LONG utility::CCOMUtility::VectLongToSafeArray(const std::vector<LONG>& source, SAFEARRAY** target)
@@ -217,7 +233,7 @@ LONG utility::CCOMUtility::VectLongToSafeArray(const std::vector<LONG>& source, 
 
 LONG utility::CCOMUtility::SafeArrayToVectLong(const SAFEARRAY* source, std::vector<LONG>& target)
 {
-    return ArrayToVector<LONG>(source, target);
+    return ArrayToVector(source, target);
 }
 
 LONG utility::CCOMUtility::VectVariantToSafeArray(const std::vector<_variant_t>& source, SAFEARRAY** target)
@@ -227,5 +243,5 @@ LONG utility::CCOMUtility::VectVariantToSafeArray(const std::vector<_variant_t>&
 
 LONG utility::CCOMUtility::SafeArrayToVariant(const SAFEARRAY* source, std::vector<_variant_t>& target)
 {
-    return ArrayToVector<VARIANT>(source, target);
+    return ArrayToVector(source, target);
 }
