@@ -13,6 +13,10 @@
 
 #include <comdef.h>
 
+/// Called on a thread with the code and the record of its fault. (Of the toolchain's eh.h, which declares what its
+/// libraries do not have.)
+using _se_translator_function = void(__cdecl*)(unsigned int code, EXCEPTION_POINTERS* info);
+
 #ifdef __i386__
 #include <unwind.h>
 
@@ -158,6 +162,13 @@ constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
 constexpr DWORD ERROR_RESOURCE_LANG_NOT_FOUND = 1815;
 constexpr DWORD ERROR_CANT_RESOLVE_FILENAME = 1921;
 
+/// The code of a system error; what is zero or less stands as it is.
+constexpr HRESULT HRESULT_FROM_WIN32(DWORD error)
+{
+    const auto code = static_cast<HRESULT>(error);
+    return code <= 0 ? code : static_cast<HRESULT>((error & 0xFFFF) | 0x80070000);
+}
+
 struct GUID {
     std::uint32_t Data1;
     std::uint16_t Data2;
@@ -234,6 +245,7 @@ TESSMARU_API HMODULE GetModuleHandleW(LPCWSTR name);
 
 #include "tessmaru/linux/automation.h"
 #include "tessmaru/linux/com.h"
+#include "tessmaru/linux/faults.h"
 #include "tessmaru/linux/variant_class.h"
 
 #endif

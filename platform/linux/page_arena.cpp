@@ -2,6 +2,7 @@
 // one of theirs and which file it belongs to, without a lock.
 #include "page_arena.h"
 
+#include "fault_signals.h"
 #include "process.h"
 
 #include <array>
@@ -26,7 +27,6 @@ struct Guarded {
 
 std::array<Guarded, Places> places;
 std::atomic<std::byte*> arena{nullptr};
-struct sigaction before {};
 
 /// Puts storage behind a page again: the file's own, or memory of this process where that fails. Only bare
 /// system calls: this runs in a signal handler.
@@ -42,42 +42,6 @@ bool Repair(std::byte* start, std::size_t place)
                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED;
 }
 
-/// What would have happened without the layer's handler.
-void PassOn(int signal, siginfo_t* info, void* context)
-{
-    const struct sigaction former = before;
-    const bool sent = info->si_code <= 0;  // by a process, not by a fault
-    if ((former.sa_flags & SA_SIGINFO) == 0 && former.sa_handler == SIG_IGN && sent)
-        return;
-    if ((former.sa_flags & SA_SIGINFO) == 0 && (former.sa_handler == SIG_DFL || former.sa_handler == SIG_IGN)) {
-        // A fault comes again on return, and ends the process as it always did.
-        sigaction(signal, &former, nullptr);
-        if (sent)
-            raise(signal);
-        return;
-    }
-    if ((static_cast<unsigned>(former.sa_flags) & SA_RESETHAND) != 0) {
-        before = {};
-        before.sa_handler = SIG_DFL;
-    }
-    if ((former.sa_flags & SA_SIGINFO) != 0)
-        former.sa_sigaction(signal, info, context);
-    else
-        former.sa_handler(signal);
-}
-
-void OnBusError(int signal, siginfo_t* info, void* context)
-{
-    const int savedError = errno;
-    std::byte* const start = arena.load(std::memory_order_relaxed);
-    auto* const address = static_cast<std::byte*>(info->si_addr);
-    const bool ours = info->si_code > 0 && start != nullptr && address >= start && address < start + ArenaBytes;
-    const bool repaired = ours && Repair(start, static_cast<std::size_t>(address - start) / layer::PageBytes);
-    errno = savedError;
-    if (!repaired)
-        PassOn(signal, info, context);
-}
-
 /// Under the lock of those who open mutexes.
 std::byte* Arena()
 {
@@ -89,10 +53,7 @@ std::byte* Arena()
         return nullptr;
     start = static_cast<std::byte*>(made);
     arena.store(start, std::memory_order_relaxed);
-    struct sigaction action {};
-    action.sa_sigaction = OnBusError;
-    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
-    sigaction(SIGBUS, &action, &before);
+    layer::WatchFaultSignal(SIGBUS);
     return start;
 }
 
@@ -133,6 +94,14 @@ bool RemapGuarded(void* page, int file)
     return mmap(page, PageBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0) != MAP_FAILED;
 }
 
+bool RepairGuarded(void* address)
+{
+    std::byte* const start = arena.load(std::memory_order_relaxed);
+    auto* const at = static_cast<std::byte*>(address);
+    return start != nullptr && at >= start && at < start + ArenaBytes &&
+           Repair(start, static_cast<std::size_t>(at - start) / PageBytes);
+}
+
 void UnmapGuarded(void* page)
 {
     const std::size_t place = PlaceOf(page);
@@ -144,13 +113,8 @@ void UnmapGuarded(void* page)
 void ReleaseSharedPages()
 {
     std::byte* const start = arena.exchange(nullptr);
-    if (start == nullptr)
-        return;
-    struct sigaction current {};
-    if (sigaction(SIGBUS, nullptr, &current) == 0 && (current.sa_flags & SA_SIGINFO) != 0 &&
-        current.sa_sigaction == OnBusError)
-        sigaction(SIGBUS, &before, nullptr);
-    munmap(start, ArenaBytes);
+    if (start != nullptr)
+        munmap(start, ArenaBytes);
 }
 
 }  // namespace layer

@@ -18,4 +18,7 @@ bool RemapGuarded(void* page, int file);
 
 void UnmapGuarded(void* page);
 
+/// For the handler of SIGBUS: whether the address lies in a guarded page, which is whole again then.
+bool RepairGuarded(void* address);
+
 }  // namespace layer

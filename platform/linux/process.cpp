@@ -41,6 +41,7 @@ void AtThreadEnd(void*)
     // Another destructor of the thread may still log: it is then watched again.
     layer::threadEndWatched = false;
     layer::AbandonMutexesOfThread();
+    layer::ReleaseFaultState();
 }
 
 // A key, not a thread_local with a destructor: that would keep the library loaded until its threads end.
@@ -58,6 +59,8 @@ std::atomic<ThreadEndKey*> threadEndKey{nullptr};
     layer::ShutAllHandles();
     layer::ReleaseSharedPages();
     layer::ReleaseFileSignal();
+    layer::ReleaseFaultSignals();
+    layer::ReleaseFaultState();
     if (const std::unique_ptr<ThreadEndKey> key(threadEndKey.exchange(nullptr)); key && key->Made)
         pthread_key_delete(key->Key);
 }

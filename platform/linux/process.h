@@ -34,6 +34,9 @@ void AbandonMutexesOfThread();
 
 bool StartWatchingThreadEnd();
 
+/// Gives up what the calling thread keeps for its translator, which it then has no more.
+void ReleaseFaultState();
+
 /// Makes sure that the layer notices the end of this thread. False without memory.
 inline bool WatchThreadEnd()
 {
@@ -44,5 +47,6 @@ inline bool WatchThreadEnd()
 void ShutAllHandles();
 void ReleaseSharedPages();
 void ReleaseFileSignal();
+void ReleaseFaultSignals();
 
 }  // namespace layer

@@ -9,13 +9,6 @@
 
 #define WINAPI
 
-/// The code of a system error; what is zero or less stands as it is.
-constexpr HRESULT HRESULT_FROM_WIN32(DWORD error)
-{
-    const auto code = static_cast<HRESULT>(error);
-    return code <= 0 ? code : static_cast<HRESULT>((error & 0xFFFF) | 0x80070000);
-}
-
 namespace platform {
 
 /// The library's 16-bit text as the platform's wide text.

@@ -21,3 +21,7 @@ inline LPWSTR Wide(unsigned short* text)
 }
 
 }  // namespace platform
+
+/// Sets the translator of the calling thread, or none for null, and gives the one that it had before. Called at each
+/// fault of the thread; what it throws starts at the instruction that failed. One that returns ends the process.
+extern "C" _se_translator_function _set_se_translator(_se_translator_function translator);

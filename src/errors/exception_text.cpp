@@ -70,8 +70,7 @@ AutomationString FromActivePage(const char* text)
     const std::size_t units = std::strlen(text) + 1;
     wstring wide(units, u'\0');
     if (MultiByteToWideChar(CP_ACP, 0, text, -1, platform::Wide(wide.data()), static_cast<int>(units)) == 0) {
-        const DWORD error = GetLastError();
-        throw _com_error(error == 0 ? 0 : static_cast<HRESULT>((error & 0xFFFF) | 0x80070000));
+        throw _com_error(HRESULT_FROM_WIN32(GetLastError()));
     }
     return AutomationString(wide.c_str());
 }

@@ -34,6 +34,14 @@ static_assert(offsetof(SYSTEMTIME, wDay) == 6 && offsetof(SYSTEMTIME, wHour) == 
               offsetof(SYSTEMTIME, wMinute) == 10);
 static_assert(offsetof(SYSTEMTIME, wSecond) == 12 && offsetof(SYSTEMTIME, wMilliseconds) == 14);
 
+static_assert(Is<ULONG_PTR, Pointer, Pointer> && EXCEPTION_MAXIMUM_PARAMETERS == 15);
+static_assert(Is < EXCEPTION_RECORD, Pointer == 8 ? 152 : 80, Pointer >);
+static_assert(offsetof(EXCEPTION_RECORD, ExceptionFlags) == 4 && offsetof(EXCEPTION_RECORD, ExceptionRecord) == 8);
+static_assert(offsetof(EXCEPTION_RECORD, ExceptionAddress) == 8 + Pointer);
+static_assert(offsetof(EXCEPTION_RECORD, NumberParameters) == 8 + 2 * Pointer);
+static_assert(offsetof(EXCEPTION_RECORD, ExceptionInformation) == (Pointer == 8 ? 32 : 20));
+static_assert(Is<EXCEPTION_POINTERS, 2 * Pointer, Pointer> && offsetof(EXCEPTION_POINTERS, ContextRecord) == Pointer);
+
 static_assert(Is<SID, 12, 4>);
 static_assert(offsetof(SID, SubAuthorityCount) == 1 && offsetof(SID, IdentifierAuthority) == 2);
 static_assert(offsetof(SID, SubAuthority) == 8);

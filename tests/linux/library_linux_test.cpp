@@ -4,6 +4,7 @@
 
 #include <csignal>
 
+#include <dlfcn.h>
 #include <unistd.h>
 
 using support::Loaded;
@@ -45,6 +46,40 @@ TEST(LibraryOnLinux, LeavesNothingOpen)
             ASSERT_NE(library.OpenLog(), nullptr);
             EXPECT_TRUE(library.Unload());
             EXPECT_EQ(support::OpenHandles(), descriptors);
+        }
+    });
+}
+
+/// The library's operation of this name.
+void* OperationOf(const Loaded& library, const char* name)
+{
+    Dl_info info{};
+    dladdr(reinterpret_cast<void*>(library.getInstance()), &info);
+    void* const again = dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);
+    void* const operation = dlsym(again, name);
+    dlclose(again);
+    return operation;
+}
+
+TEST(LibraryOnLinux, LeavesTheHandlersOfFaultsAsTheyWere)
+{
+    const LogWorld world;
+    RunAlone(world, [](const LogWorld&) {
+        for (const bool logFirst : {true, false}) {
+            for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP})
+                std::signal(signal, SIG_IGN);
+            Loaded library;
+            ASSERT_TRUE(library);
+            if (logFirst)
+                library.OpenLog();
+            const auto setTranslator =
+                reinterpret_cast<decltype(&_set_se_translator)>(OperationOf(library, "_set_se_translator"));
+            setTranslator([](unsigned int, EXCEPTION_POINTERS*) {});
+            if (!logFirst)
+                library.OpenLog();
+            EXPECT_TRUE(library.Unload());
+            for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP})
+                EXPECT_EQ(std::signal(signal, SIG_DFL), SIG_IGN) << signal;
         }
     });
 }

@@ -1,0 +1,35 @@
+#include "tessmaru/structured_exception.h"
+
+#include "errors/structured_exception.h"
+
+structured_exception::structured_exception(const char* text) : std::runtime_error(text) {}
+structured_exception::structured_exception(const structured_exception& other) noexcept = default;
+structured_exception& structured_exception::operator=(const structured_exception& other) noexcept = default;
+structured_exception::~structured_exception() = default;
+
+void translateStructuredException(unsigned int code, EXCEPTION_POINTERS* info)
+{
+    throw structured_exception(describeStructuredException(code, info).c_str());
+}
+
+InstallSETranslator::InstallSETranslator()
+{
+    install();
+}
+
+InstallSETranslator::~InstallSETranslator()
+{
+    uninstall();
+}
+
+void InstallSETranslator::install()
+{
+    CurrentTranslator = translateStructuredException;
+    PreviousTranslator = _set_se_translator(CurrentTranslator);
+}
+
+void InstallSETranslator::uninstall()
+{
+    CurrentTranslator = nullptr;
+    PreviousTranslator = _set_se_translator(CurrentTranslator);
+}

@@ -1,0 +1,55 @@
+// Functions that fault, each in its own way. Called through pointers: no compiler sees what they do.
+#pragma once
+
+namespace support {
+
+// Sanitizers that look for such faults are to leave these alone.
+#define TESSMARU_FAULTING __attribute__((noinline, no_sanitize("address", "undefined")))
+
+template <class Value>
+inline Value* volatile Null = nullptr;
+inline volatile int Zero = 0;
+inline volatile int Target = 0;
+
+TESSMARU_FAULTING inline void ReadNull()
+{
+    Target = *Null<int>;
+}
+TESSMARU_FAULTING inline void WriteNull()
+{
+    *Null<int> = 1;
+}
+TESSMARU_FAULTING inline void DivideByZero()
+{
+    Target = 5 / Zero;
+}
+TESSMARU_FAULTING inline void RunIllegal()
+{
+    asm volatile("ud2");
+}
+TESSMARU_FAULTING inline void RunBreakpoint()
+{
+    asm volatile("int3");
+}
+TESSMARU_FAULTING inline void RunPrivileged()
+{
+    asm volatile("hlt");
+}
+TESSMARU_FAULTING inline void CallNull()
+{
+    using Function = void();
+    Function* const function = Null<Function>;
+    function();
+    Target = 1;  // keeps the call from being the function's last
+}
+
+using Faulting = void (*)();
+
+/// A call that no compiler looks through.
+inline void Invoke(Faulting function)
+{
+    Faulting volatile hidden = function;
+    hidden();
+}
+
+}  // namespace support

@@ -1,0 +1,459 @@
+// What the layer makes of signals. Each case runs in a process of its own, in which nothing has set a handler yet.
+#include "child.h"
+#include "errors/structured_exception.h"
+#include "fail_allocation.h"
+#include "faulting.h"
+#include "tessmaru/structured_exception.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <malloc.h>
+#include <string>
+#include <sys/mman.h>
+#include <thread>
+#include <utility>
+
+using support::Faulting;
+using support::Invoke;
+using support::ReadNull;
+
+namespace {
+
+constexpr int FaultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
+
+/// The end of a process that does `work`: 0 if all that it expected was so, minus the signal that ended it.
+template <class Work>
+int EndOf(Work work)
+{
+    return support::Child([&] {
+               for (const int signal : FaultSignals)
+                   std::signal(signal, SIG_DFL);  // in place of a sanitizer's
+               work();
+               return testing::Test::HasFailure() ? 1 : 0;
+           })
+        .Wait();
+}
+
+EXCEPTION_RECORD seen;
+
+/// A translator of this test: keeps the record and throws the code.
+void ThrowCode(unsigned int code, EXCEPTION_POINTERS* info)
+{
+    seen = *info->ExceptionRecord;
+    throw code;
+}
+
+/// The code of a fault, or 0 where there was none.
+unsigned int CodeOf(Faulting function)
+{
+    try {
+        Invoke(function);
+    } catch (unsigned int code) {
+        return code;
+    }
+    return 0;
+}
+
+// Of the processor's faults.
+
+constexpr double Huge = 1e308;
+constexpr double Tiny = 1e-308;
+const double tinier = Tiny / 1e10;  // denormal
+const double third[] = {0, 1, 3, Huge, Tiny, 10};
+
+/// A division with the faults of one kind let through, of all kinds from the invalid one (1) to the inexact one (32).
+template <unsigned int Kind>
+[[gnu::noinline, gnu::target("sse2")]] void DivideSse(const double& dividend, const double& divisor)
+{
+    const unsigned int control = 0x1F80 & ~(Kind << 7);
+    asm volatile("ldmxcsr %0\n\tmovsd %1, %%xmm0\n\tdivsd %2, %%xmm0"
+                 :
+                 : "m"(control), "m"(dividend), "m"(divisor)
+                 : "xmm0");
+}
+
+template <unsigned int Kind>
+[[gnu::noinline]] void DivideX87(const double& dividend, const double& divisor)
+{
+    const unsigned short control = 0x27F & ~Kind;  // 53 bits, but 15 of exponent
+    double stored = 0;
+    asm volatile("fldcw %1\n\tfldl %2\n\tfdivl %3\n\tfstpl %0\n\tfwait"
+                 : "=m"(stored)
+                 : "m"(control), "m"(dividend), "m"(divisor)
+                 : "st");
+}
+
+void OverflowX87Stack()
+{
+    const unsigned short control = 0x37E;
+    asm volatile("fldcw %0\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfwait"
+                 :
+                 : "m"(control));
+}
+
+constexpr std::pair<Faulting, DWORD> FloatKinds[] = {
+    {[] { DivideSse<1>(third[0], third[0]); }, EXCEPTION_FLT_INVALID_OPERATION},
+    {[] { DivideSse<2>(tinier, third[1]); }, EXCEPTION_FLT_DENORMAL_OPERAND},
+    {[] { DivideSse<4>(third[1], third[0]); }, EXCEPTION_FLT_DIVIDE_BY_ZERO},
+    {[] { DivideSse<8>(third[3], third[4]); }, EXCEPTION_FLT_OVERFLOW},
+    {[] { DivideSse<16>(third[4], third[3]); }, EXCEPTION_FLT_UNDERFLOW},
+    {[] { DivideSse<32>(third[1], third[2]); }, EXCEPTION_FLT_INEXACT_RESULT},
+    {[] { DivideX87<1>(third[0], third[0]); }, EXCEPTION_FLT_INVALID_OPERATION},
+    {[] { DivideX87<2>(tinier, third[1]); }, EXCEPTION_FLT_DENORMAL_OPERAND},
+    {[] { DivideX87<4>(third[1], third[0]); }, EXCEPTION_FLT_DIVIDE_BY_ZERO},
+    {[] { DivideX87<8>(third[3], third[4]); }, EXCEPTION_FLT_OVERFLOW},
+    {[] { DivideX87<16>(third[4], third[3]); }, EXCEPTION_FLT_UNDERFLOW},
+    {[] { DivideX87<32>(third[1], third[2]); }, EXCEPTION_FLT_INEXACT_RESULT},
+    {OverflowX87Stack, EXCEPTION_FLT_STACK_CHECK},
+};
+
+TEST(FaultsOnLinux, FloatingPointIsToldApartAndUsableAfterwards)
+{
+    EXPECT_EQ(EndOf([] {
+                  _set_se_translator(ThrowCode);
+                  for (int round = 0; round < 3; ++round) {
+                      for (const auto& [function, code] : FloatKinds) {
+                          EXPECT_EQ(CodeOf(function), code) << "kind " << &function - &FloatKinds[0].first;
+                          // All eight registers of the old unit are free again.
+                          double sum = 0;
+                          asm volatile(
+                              "fninit\n\tfldz\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\t"
+                              "faddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfstpl %0"
+                              : "=m"(sum));
+                          EXPECT_EQ(sum, 7);
+                      }
+                  }
+              }),
+              0);
+}
+
+constexpr int Least = -2147483647 - 1;
+volatile int least = Least;
+thread_local volatile int minusOne = -1;
+thread_local volatile int none = 0;
+
+TESSMARU_FAULTING void DivideLeast()
+{
+    support::Target = least / minusOne;
+}
+TESSMARU_FAULTING void DivideByThreadsZero()
+{
+    support::Target = least / none;
+}
+void DivideBytes()
+{
+    asm volatile("movw $0x7FFF, %%ax\n\tmovb $1, %%ch\n\tdivb %%ch" : : : "eax", "ecx");
+}
+void DivideBytesByZero()
+{
+    asm volatile("movb $1, %%cl\n\tmovb $0, %%ch\n\tdivb %%ch" : : : "eax", "ecx");
+}
+void DivideShorts()
+{
+    static const short table[] = {7, 0, 1};
+    asm volatile("movw $5, %%dx\n\tdivw -2(%0, %1, 2)" : : "r"(table), "r"(std::intptr_t{3}) : "eax", "edx");
+}
+void DivideShortsByZero()
+{
+    static const short table[] = {7, 0, 1};
+    asm volatile("movw $5, %%dx\n\tdivw (%0, %1, 2)" : : "r"(table), "r"(std::intptr_t{1}) : "eax", "edx");
+}
+
+TEST(FaultsOnLinux, DivisionsThatOverflowAreNotThoseByZero)
+{
+    EXPECT_EQ(EndOf([] {
+                  _set_se_translator(ThrowCode);
+                  EXPECT_EQ(CodeOf(DivideLeast), EXCEPTION_INT_OVERFLOW);
+                  EXPECT_EQ(CodeOf(DivideBytes), EXCEPTION_INT_OVERFLOW);
+                  EXPECT_EQ(CodeOf(DivideShorts), EXCEPTION_INT_OVERFLOW);
+                  EXPECT_EQ(CodeOf(DivideByThreadsZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
+                  EXPECT_EQ(CodeOf(DivideBytesByZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
+                  EXPECT_EQ(CodeOf(DivideShortsByZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
+              }),
+              0);
+}
+
+#ifdef __x86_64__
+#define FLAGS "pushfq\n\torq %0, (%%rsp)\n\tpopfq\n\t"
+#else
+#define FLAGS "pushfl\n\torl %0, (%%esp)\n\tpopfl\n\t"
+#endif
+
+void StepOnce()
+{
+    asm volatile(FLAGS "nop" : : "i"(0x100));
+}
+void ReadMisaligned()
+{
+    alignas(8) static const char data[16]{};
+    asm volatile(FLAGS "movl 1(%1), %%eax" : : "i"(0x40000), "r"(data) : "eax");
+}
+void FailBackwards()
+{
+    asm volatile("std\n\tmovl (%0), %%eax" : : "r"(std::intptr_t{16}) : "eax");
+}
+void ReadBeyondEndOfFile()
+{
+    std::FILE* const file = std::tmpfile();
+    void* const page = mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fileno(file), 0);
+    support::Target = *static_cast<volatile char*>(page);
+}
+
+bool RunsForward()
+{
+    std::uintptr_t flags = 0;
+    asm volatile("pushf\n\tpop %0" : "=r"(flags));
+    return (flags & 0x40500) == 0;
+}
+
+void ExpectAccess(ULONG_PTR kind, std::uintptr_t address)
+{
+    EXPECT_EQ(seen.NumberParameters, 2U);
+    EXPECT_EQ(seen.ExceptionInformation[0], kind);
+    EXPECT_EQ(seen.ExceptionInformation[1], address);
+}
+
+TEST(FaultsOnLinux, TheRecordTellsWhatHappened)
+{
+    EXPECT_EQ(EndOf([] {
+                  _set_se_translator(ThrowCode);
+                  constexpr std::pair<Faulting, DWORD> rows[] = {
+                      {StepOnce, EXCEPTION_SINGLE_STEP},
+                      {ReadMisaligned, EXCEPTION_DATATYPE_MISALIGNMENT},
+                      {FailBackwards, EXCEPTION_ACCESS_VIOLATION},
+                      {ReadBeyondEndOfFile, EXCEPTION_ACCESS_VIOLATION},
+                  };
+                  for (const auto& [function, code] : rows) {
+                      EXPECT_EQ(CodeOf(function), code);
+                      EXPECT_TRUE(RunsForward()) << std::hex << code;
+                  }
+                  EXPECT_EQ(CodeOf(ReadNull), EXCEPTION_ACCESS_VIOLATION);
+                  ExpectAccess(0, 0);
+                  EXPECT_EQ(CodeOf(support::WriteNull), EXCEPTION_ACCESS_VIOLATION);
+                  ExpectAccess(1, 0);
+                  EXPECT_EQ(CodeOf(support::CallNull), EXCEPTION_ACCESS_VIOLATION);
+                  EXPECT_EQ(seen.ExceptionAddress, nullptr);
+                  ExpectAccess(8, 0);
+                  EXPECT_EQ(CodeOf(support::RunBreakpoint), EXCEPTION_BREAKPOINT);
+                  EXPECT_EQ(*static_cast<BYTE*>(seen.ExceptionAddress), 0xCC);
+              }),
+              0);
+}
+
+#ifdef __x86_64__
+void ReadImpossibleAddress()
+{
+    asm volatile("movl (%0), %%eax" : : "r"(0x8000000000000000) : "eax");
+}
+
+/// Saves a register in the red zone, as an optimised leaf function may, and fails.
+extern "C" void fail_with_red_zone();
+__asm__(R"(
+    .text
+fail_with_red_zone:
+    .cfi_startproc
+    movq %rbx, -8(%rsp)
+    .cfi_offset rbx, -16
+    xorl %ebx, %ebx
+    movl (%rbx), %eax
+    .cfi_endproc
+)");
+
+TEST(FaultsOnLinux, OnX64AddressesMayBeImpossibleAndStacksHaveRedZones)
+{
+    EXPECT_EQ(EndOf([] {
+                  _set_se_translator(ThrowCode);
+                  EXPECT_EQ(CodeOf(ReadImpossibleAddress), EXCEPTION_ACCESS_VIOLATION);
+                  ExpectAccess(0, ~std::uintptr_t{0});
+                  Faulting volatile fail = fail_with_red_zone;
+                  volatile std::uintptr_t before = 0;
+                  std::uintptr_t after = 1;
+                  asm volatile("movq %%rbx, %0" : "=m"(before));
+                  try {
+                      fail();
+                  } catch (unsigned int) {
+                      asm volatile("movq %%rbx, %0" : "=m"(after));
+                  }
+                  EXPECT_EQ(after, before);
+              }),
+              0);
+}
+#endif
+
+// Of stacks and memory.
+
+TESSMARU_FAULTING int Recurse(int depth)
+{
+    volatile char block[600];
+    block[0] = static_cast<char>(depth);
+    if (support::Zero != 0)
+        return *support::Null<int>;  // something that may fail, or no handler is kept for this function
+    return Recurse(depth + 1) + block[0];
+}
+
+void OverflowStack()
+{
+    support::Target = Recurse(0);
+}
+
+void ExpectOverflows()
+{
+    _set_se_translator(ThrowCode);
+    for (int round = 0; round < 3; ++round)
+        EXPECT_EQ(CodeOf(OverflowStack), EXCEPTION_STACK_OVERFLOW);
+    EXPECT_EQ(CodeOf(ReadNull), EXCEPTION_ACCESS_VIOLATION);
+}
+
+TEST(FaultsOnLinux, AFullStackIsTranslatedOnEachThread)
+{
+    EXPECT_EQ(EndOf([] {
+                  ExpectOverflows();
+                  std::thread(ExpectOverflows).join();
+              }),
+              0);
+}
+
+std::ptrdiff_t Mappings()
+{
+    std::ifstream maps("/proc/self/maps");
+    std::ptrdiff_t lines = 0;
+    for (std::string line; std::getline(maps, line);)
+        ++lines;
+    return lines;
+}
+
+TEST(FaultsOnLinux, NothingIsLeftOfThreadsAndFaults)
+{
+    EXPECT_EQ(EndOf([] {
+                  const auto round = [] {
+                      std::thread([] {
+                          _set_se_translator(ThrowCode);
+                          for (int i = 0; i < 100; ++i)
+                              CodeOf(ReadNull);
+                      }).join();
+                  };
+                  round();
+                  const std::ptrdiff_t mappings = Mappings();
+                  const auto bytes = mallinfo2().uordblks;
+                  for (int i = 0; i < 100; ++i)
+                      round();
+                  EXPECT_LE(Mappings(), mappings + 50);
+                  EXPECT_LE(mallinfo2().uordblks, bytes + 10000);
+              }),
+              0);
+}
+
+TEST(FaultsOnLinux, ATextThatCannotBeMadeSaysSo)
+{
+    EXCEPTION_RECORD record{};
+    EXCEPTION_POINTERS pointers{&record, nullptr};
+    support::FailAllocation(1);
+    const std::string text = describeStructuredException(EXCEPTION_ACCESS_VIOLATION, &pointers);
+    EXPECT_TRUE(support::AllocationFailed());
+    support::FailAllocation(0);
+    EXPECT_EQ(text, "(Error extracting exception information: std::ex - std::bad_alloc)");
+}
+
+// Of what is not translated.
+
+void OnUnprotectedThread(Faulting function)
+{
+    const InstallSETranslator translator;
+    std::thread([function] {
+        try {
+            Invoke(function);
+        } catch (...) {
+        }
+        _exit(77);
+    }).join();
+}
+
+TEST(FaultsOnLinux, AThreadWithoutATranslatorEndsTheProcessByTheSignal)
+{
+    EXPECT_EQ(EndOf([] { OnUnprotectedThread(ReadNull); }), -SIGSEGV);
+    EXPECT_EQ(EndOf([] { OnUnprotectedThread(ReadBeyondEndOfFile); }), -SIGBUS);
+    EXPECT_EQ(EndOf([] { OnUnprotectedThread(support::DivideByZero); }), -SIGFPE);
+    EXPECT_EQ(EndOf([] { OnUnprotectedThread(support::RunIllegal); }), -SIGILL);
+    EXPECT_EQ(EndOf([] { OnUnprotectedThread(support::RunBreakpoint); }), -SIGTRAP);
+}
+
+TEST(FaultsOnLinux, UninstallingLeavesNoEarlierTranslatorEither)
+{
+    EXPECT_EQ(EndOf([] {
+                  EXPECT_EQ(_set_se_translator(ThrowCode), nullptr);
+                  {
+                      const InstallSETranslator translator;
+                  }
+                  EXPECT_EQ(_set_se_translator(nullptr), nullptr);
+                  EXPECT_EQ(_set_se_translator(ThrowCode), nullptr);
+                  EXPECT_EQ(_set_se_translator(nullptr), ThrowCode);
+                  CodeOf(ReadNull);
+              }),
+              -SIGSEGV);
+}
+
+TEST(FaultsOnLinux, SignalsThatAreSentAreNoFaults)
+{
+    for (const int signal : FaultSignals) {
+        EXPECT_EQ(EndOf([signal] {
+                      const InstallSETranslator translator;
+                      try {
+                          raise(signal);
+                      } catch (...) {
+                      }
+                  }),
+                  -signal);
+        EXPECT_EQ(EndOf([signal] {
+                      std::signal(signal, SIG_IGN);
+                      const InstallSETranslator translator;
+                      raise(signal);
+                  }),
+                  0)
+            << "was ignored before";
+    }
+}
+
+TEST(FaultsOnLinux, AFaultOfTheTranslatorAndOneThatReturnsEndTheProcess)
+{
+    EXPECT_EQ(EndOf([] {
+                  _set_se_translator([](unsigned int, EXCEPTION_POINTERS*) { ReadNull(); });
+                  CodeOf(support::DivideByZero);
+              }),
+              -SIGSEGV);
+    EXPECT_EQ(EndOf([] {
+                  _set_se_translator([](unsigned int, EXCEPTION_POINTERS*) {});
+                  CodeOf(support::DivideByZero);
+              }),
+              -SIGFPE);
+}
+
+TEST(FaultsOnLinux, AnEarlierHandlerStillGetsItsFaults)
+{
+    EXPECT_EQ(EndOf([] {
+                  struct sigaction action {};
+                  action.sa_flags = SA_SIGINFO;
+                  action.sa_sigaction = [](int, siginfo_t* info, void*) { _exit(info->si_addr == nullptr ? 41 : 1); };
+                  sigaction(SIGSEGV, &action, nullptr);
+                  OnUnprotectedThread(ReadNull);
+              }),
+              41);
+    EXPECT_EQ(EndOf([] {
+                  std::signal(SIGFPE, [](int) { _exit(42); });
+                  OnUnprotectedThread(support::DivideByZero);
+              }),
+              42);
+}
+
+TEST(FaultsOnLinux, AChildKeepsTheTranslatorOfTheThreadThatForked)
+{
+    EXPECT_EQ(EndOf([] {
+                  const InstallSETranslator translator;
+                  EXPECT_EQ(support::Child([] { EXPECT_THROW(Invoke(ReadNull), structured_exception); }).Wait(), 0);
+                  EXPECT_THROW(Invoke(ReadNull), structured_exception);
+              }),
+              0);
+}
+
+}  // namespace
