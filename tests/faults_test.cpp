@@ -5,9 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 using support::Faulting;
 using support::Invoke;
@@ -172,19 +176,25 @@ TEST(Faults, KeepTheirTextInCopies)
     EXPECT_EQ(first.find("SE exception at address 0x"), 0U);
 }
 
-TEST(Faults, MayFollowOneAnother)
+void ExpectCaught(int count)
 {
-    const InstallSETranslator translator;
-    const int handles = support::OpenHandles();
     int caught = 0;
-    for (int i = 0; i < 10000; ++i) {
+    for (int i = 0; i < count; ++i) {
         try {
             Invoke(Kinds[static_cast<unsigned>(i) % std::size(Kinds)].Function);
         } catch (const structured_exception&) {
             ++caught;
         }
     }
-    EXPECT_EQ(caught, 10000);
+    EXPECT_EQ(caught, count);
+}
+
+TEST(Faults, MayFollowOneAnother)
+{
+    const InstallSETranslator translator;
+    ExpectCaught(1);  // what the language's runtime keeps from the first exception on
+    const int handles = support::OpenHandles();
+    ExpectCaught(1000);
     EXPECT_EQ(support::OpenHandles(), handles);
 }
 
@@ -195,7 +205,7 @@ TEST(Faults, OfSeveralThreadsAtOnceStayApart)
     for (unsigned int own = 0; own < 4; ++own) {
         threads.emplace_back([&wrong, kind = Kinds[own]] {
             const InstallSETranslator translator;
-            for (int i = 0; i < 500; ++i) {
+            for (int i = 0; i < 100; ++i) {
                 try {
                     Invoke(kind.Function);
                 } catch (const structured_exception& fault) {

@@ -8,7 +8,7 @@
 namespace {
 
 // For the handler, for a translator and for the unwinder; the kernel's frame comes on top.
-constexpr std::size_t StackBytes = 64 * 1024;
+constexpr std::size_t StackBytes = 64UL * 1024;
 constexpr std::size_t PageBytes = 4096;
 
 std::size_t MappedBytes()

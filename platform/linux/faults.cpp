@@ -103,7 +103,7 @@ struct FaultState {
 constinit thread_local FaultState* state __attribute__((tls_model("initial-exec"))) = nullptr;
 
 // What the raising code needs of a stack, generously, and what the handler's caller leaves of an alternate one.
-constexpr std::uintptr_t RaisingBytes = 24 * 1024;
+constexpr std::uintptr_t RaisingBytes = 24UL * 1024;
 
 // Below a stack lies its guard; of a first thread it is the kernel's, of 256 pages.
 constexpr std::uintptr_t PageBytes = 4096;

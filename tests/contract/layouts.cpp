@@ -35,7 +35,7 @@ static_assert(offsetof(SYSTEMTIME, wDay) == 6 && offsetof(SYSTEMTIME, wHour) == 
 static_assert(offsetof(SYSTEMTIME, wSecond) == 12 && offsetof(SYSTEMTIME, wMilliseconds) == 14);
 
 static_assert(Is<ULONG_PTR, Pointer, Pointer> && EXCEPTION_MAXIMUM_PARAMETERS == 15);
-static_assert(Is < EXCEPTION_RECORD, Pointer == 8 ? 152 : 80, Pointer >);
+static_assert(sizeof(EXCEPTION_RECORD) == (Pointer == 8 ? 152 : 80) && alignof(EXCEPTION_RECORD) == Pointer);
 static_assert(offsetof(EXCEPTION_RECORD, ExceptionFlags) == 4 && offsetof(EXCEPTION_RECORD, ExceptionRecord) == 8);
 static_assert(offsetof(EXCEPTION_RECORD, ExceptionAddress) == 8 + Pointer);
 static_assert(offsetof(EXCEPTION_RECORD, NumberParameters) == 8 + 2 * Pointer);

@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <fstream>
 #include <malloc.h>
 #include <string>
@@ -119,8 +118,8 @@ TEST(FaultsOnLinux, FloatingPointIsToldApartAndUsableAfterwards)
                           // All eight registers of the old unit are free again.
                           double sum = 0;
                           asm volatile(
-                              "fninit\n\tfldz\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\t"
-                              "faddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfstpl %0"
+                              "fldz\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\t"
+                              "faddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfstpl %0\n\tfninit"
                               : "=m"(sum));
                           EXPECT_EQ(sum, 7);
                       }
@@ -250,14 +249,23 @@ void ReadImpossibleAddress()
 
 /// Saves a register in the red zone, as an optimised leaf function may, and fails.
 extern "C" void fail_with_red_zone();
+extern "C" void call_null_without_frame_pointer();
 __asm__(R"(
     .text
 fail_with_red_zone:
     .cfi_startproc
-    movq %rbx, -8(%rsp)
-    .cfi_offset rbx, -16
+    movq %rbx, -16(%rsp)
+    .cfi_offset rbx, -24
     xorl %ebx, %ebx
     movl (%rbx), %eax
+    .cfi_endproc
+call_null_without_frame_pointer:
+    .cfi_startproc
+    subq $24, %rsp
+    .cfi_adjust_cfa_offset 24
+    xorl %eax, %eax
+    call *%rax
+    ud2
     .cfi_endproc
 )");
 
@@ -267,6 +275,7 @@ TEST(FaultsOnLinux, OnX64AddressesMayBeImpossibleAndStacksHaveRedZones)
                   _set_se_translator(ThrowCode);
                   EXPECT_EQ(CodeOf(ReadImpossibleAddress), EXCEPTION_ACCESS_VIOLATION);
                   ExpectAccess(0, ~std::uintptr_t{0});
+                  EXPECT_EQ(CodeOf(call_null_without_frame_pointer), EXCEPTION_ACCESS_VIOLATION);
                   Faulting volatile fail = fail_with_red_zone;
                   volatile std::uintptr_t before = 0;
                   std::uintptr_t after = 1;
@@ -418,7 +427,11 @@ TEST(FaultsOnLinux, SignalsThatAreSentAreNoFaults)
 TEST(FaultsOnLinux, AFaultOfTheTranslatorAndOneThatReturnsEndTheProcess)
 {
     EXPECT_EQ(EndOf([] {
-                  _set_se_translator([](unsigned int, EXCEPTION_POINTERS*) { ReadNull(); });
+                  _set_se_translator([](unsigned int code, EXCEPTION_POINTERS*) {
+                      if (code == EXCEPTION_ACCESS_VIOLATION)
+                          _exit(78);
+                      ReadNull();
+                  });
                   CodeOf(support::DivideByZero);
               }),
               -SIGSEGV);
