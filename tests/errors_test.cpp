@@ -1,8 +1,8 @@
 // Failures as lines: of every code that has a name, of codes that have none, and of exceptions.
 #include "tessmaru/errors.h"
+#include "counted.h"
 #include "support.h"
 #include "system.h"
-#include "telling.h"
 
 #include <gtest/gtest.h>
 

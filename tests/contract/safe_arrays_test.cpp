@@ -12,7 +12,7 @@ namespace {
 
 using namespace utility::literals;
 
-using contract::Counted;
+using Counted = support::Counted<IUnknown>;
 
 struct Ender {
     void operator()(SAFEARRAY* array) const { SafeArrayDestroy(array); }

@@ -10,7 +10,7 @@ namespace {
 
 using namespace utility::literals;
 
-using contract::Counted;
+using Counted = support::Counted<IUnknown>;
 using support::Wide;
 
 BSTR MakeString(const utility::wstring& text)

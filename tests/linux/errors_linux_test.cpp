@@ -1,8 +1,8 @@
 // Lines of failures where memory runs out, and the layer's own sentences.
+#include "counted.h"
 #include "fail_allocation.h"
 #include "support.h"
 #include "system.h"
-#include "telling.h"
 #include "tessmaru/errors.h"
 
 #include <gtest/gtest.h>

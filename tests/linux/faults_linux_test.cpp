@@ -115,6 +115,9 @@ TEST(FaultsOnLinux, FloatingPointIsToldApartAndUsableAfterwards)
                   for (int round = 0; round < 3; ++round) {
                       for (const auto& [function, code] : FloatKinds) {
                           EXPECT_EQ(CodeOf(function), code) << "kind " << &function - &FloatKinds[0].first;
+                          unsigned int status = ~0U;
+                          asm volatile("stmxcsr %0" : "=m"(status));
+                          EXPECT_EQ(status & 0x3F, 0U) << "nothing is pending";
                           // All eight registers of the old unit are free again.
                           double sum = 0;
                           asm volatile(

@@ -1,11 +1,12 @@
-// An error object that tells what a test wants, and counts its references.
+// Objects that count their references, as a test looks at them.
 #pragma once
 
 #include "system.h"
 
 namespace support {
 
-class Telling : public IErrorInfo {
+template <class Interface>
+class Counted : public Interface {
 public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** object) override
     {
@@ -14,6 +15,13 @@ public:
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++References; }
     ULONG STDMETHODCALLTYPE Release() override { return --References; }
+
+    ULONG References = 1;
+};
+
+/// An error object that tells what a test wants; null: it has none and says so.
+class Telling : public Counted<IErrorInfo> {
+public:
     HRESULT STDMETHODCALLTYPE GetGUID(GUID*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetSource(BSTR* text) override { return Give(Source, text); }
     HRESULT STDMETHODCALLTYPE GetDescription(BSTR* text) override { return Give(Description, text); }
@@ -22,7 +30,6 @@ public:
 
     const unsigned short* Source = nullptr;
     const unsigned short* Description = nullptr;
-    ULONG References = 1;
 
 private:
     static HRESULT Give(const unsigned short* text, BSTR* out)
