@@ -25,7 +25,7 @@ inline FloatFaults TakeFloatFaults()
     if (__builtin_cpu_supports("sse")) {
         asm volatile("stmxcsr %0" : "=m"(sse));
         const std::uint32_t cleared = sse & ~FloatFaultBits;
-        asm volatile("ldmxcsr %0" : : "m"(sse));
+        asm volatile("ldmxcsr %0" : : "m"(cleared));
     }
     return {status & ~static_cast<unsigned int>(control) & FloatFaultBits, sse & ~(sse >> 7) & FloatFaultBits,
             (status & 0x41) == 0x41};
