@@ -1,5 +1,5 @@
 // Any bytes as a compiled resource file: what is found lies inside them.
-#include "module_resources.h"
+#include "message_tables.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -31,5 +31,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     for (const UINT row : {0U, 15U, 256U, 271U, 65535U, 65536U})
         CheckInside(layer::FindString(file, row), file);
+    for (const DWORD number : {0U, 1U, 0x80051002U, 0xFFFFFFFFU}) {
+        layer::Text text;
+        layer::FindMessage(file, number, text);
+        if (text.size() > size)
+            std::abort();
+    }
     return 0;
 }

@@ -3,8 +3,6 @@
 // relocated.
 #include "message_tables.h"
 
-#include "module_resources.h"
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -151,9 +149,8 @@ std::string_view layer::SystemMessage(DWORD code)
     return Find(code & lowWord, win32Codes, win32Starts, win32Texts);
 }
 
-DWORD layer::ModuleMessage(HINSTANCE module, DWORD number, Text& text)
+DWORD layer::FindMessage(Bytes resources, DWORD number, Text& text)
 {
-    const Bytes resources = ModuleResources(module);
     if (resources.empty())
         return ERROR_RESOURCE_DATA_NOT_FOUND;
     const std::optional<Bytes> table = FindResource(resources, MessageTable, TableName);

@@ -2,9 +2,7 @@
 // that modules carry.
 #pragma once
 
-#include "layer.h"
-
-#include <optional>
+#include "module_resources.h"
 
 namespace layer {
 
@@ -12,9 +10,10 @@ namespace layer {
 /// for a code that has none.
 std::string_view SystemMessage(DWORD code);
 
-/// The text of this number in the message table of a module (null: the program), or the system error that says why
-/// there is none.
+/// Takes the text of this number out of the message table of a module's resources. A malformed table ends where it
+/// stops making sense.
+/// @return ERROR_SUCCESS, or the system error that says why there is no such text.
 /// @throws std::bad_alloc
-DWORD ModuleMessage(HINSTANCE module, DWORD number, Text& text);
+DWORD FindMessage(Bytes resources, DWORD number, Text& text);
 
 }  // namespace layer

@@ -180,7 +180,7 @@ bool FormatModuleMessage(HINSTANCE module, DWORD message, DWORD flags, LPWSTR bu
                          DWORD& units)
 try {
     layer::Text text;
-    const DWORD error = layer::ModuleMessage(module, message, text);
+    const DWORD error = layer::FindMessage(layer::ModuleResources(module), message, text);
     if (error != ERROR_SUCCESS)
         return layer::Fail(error, false);
     units = FormatTemplate(text.c_str(), flags, buffer, size, arguments);

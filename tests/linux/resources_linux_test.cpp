@@ -1,5 +1,5 @@
 // Rows and resources of modules: the program's own, and files made here, malformed ones among them.
-#include "module_resources.h"
+#include "message_tables.h"
 #include "modules.h"
 #include "support.h"
 
@@ -192,6 +192,53 @@ TEST(Resources, WhatIsNotThereLeavesTheBufferAlone)
     ASSERT_NE(nullptr, library);
     EXPECT_EQ(ERROR_RESOURCE_DATA_NOT_FOUND, refusal(library, 256));
     EXPECT_EQ(ERROR_RESOURCE_DATA_NOT_FOUND, refusal(reinterpret_cast<HINSTANCE>(std::uintptr_t{4096}), 256));
+}
+
+std::string Message(const std::string& file, DWORD number)
+{
+    layer::Text text;
+    const DWORD error = layer::FindMessage(View(file), number, text);
+    return error == ERROR_SUCCESS ? Narrow(text) : "error " + std::to_string(error);
+}
+
+/// A message table with a block for number 7 and one from 10 to 11.
+std::string MessageTable(std::size_t secondBlockAt, unsigned lengthOf11)
+{
+    return ResourceFile::Word(2) + ResourceFile::Word(7) + ResourceFile::Word(7) + ResourceFile::Word(28) +
+           ResourceFile::Word(10) + ResourceFile::Word(11) + ResourceFile::Word(secondBlockAt) +
+           ResourceFile::Half(12) + ResourceFile::Half(1) + ResourceFile::Units("wide") + ResourceFile::Half(8) +
+           ResourceFile::Half(0) + "abc" + std::string(1, '\0') + ResourceFile::Half(lengthOf11) +
+           ResourceFile::Half(0) + "last";
+}
+
+std::string FileWith(const std::string& table)
+{
+    ResourceFile file;
+    file.Add(ResourceFile::Number(11), ResourceFile::Number(1), 0x409, table);
+    return file.Content;
+}
+
+TEST(ResourcesOnLinux, MessageTables)
+{
+    const std::string sound = FileWith(MessageTable(40, 8));
+    EXPECT_EQ(Message(sound, 7), "wide");
+    EXPECT_EQ(Message(sound, 10), std::string("abc", 4));
+    EXPECT_EQ(Message(sound, 11), "last");
+    for (const DWORD number : {6U, 8U, 9U, 12U, 0xFFFFFFFFU})
+        EXPECT_EQ(Message(sound, number), "error 317") << number;
+    EXPECT_EQ(Message({}, 7), "error 1812");
+    EXPECT_EQ(Message(ResourceFile().Content, 7), "error 1813");
+}
+
+TEST(ResourcesOnLinux, MalformedMessageTables)
+{
+    for (const unsigned length : {0U, 3U, 9U, 0xFFFFU})
+        EXPECT_EQ(Message(FileWith(MessageTable(40, length)), 11), "error 317") << length;
+    for (const std::size_t at : {std::size_t{41}, std::size_t{55}, std::size_t{57}, std::size_t{0xFFFFFFFF}})
+        EXPECT_EQ(Message(FileWith(MessageTable(at, 8)), 10), "error 317") << at;
+    const std::string table = MessageTable(40, 8);
+    for (std::size_t bytes = 0; bytes < table.size(); ++bytes)
+        EXPECT_EQ(Message(FileWith(table.substr(0, bytes)), 11), "error 317") << bytes;
 }
 
 }  // namespace
