@@ -10,7 +10,6 @@
 #include "tessmaru/errors.h"
 #include "tessmaru/log.h"
 #include "tessmaru/settings.h"
-#include "tessmaru/structured_exception.h"
 
 #include "tools/family.h"
 #include "tools/log_records.h"

@@ -1,9 +1,11 @@
-// Failures as one line of text, for a log or a message. Any number of threads may call these functions at once.
+// Failures as one line of text, for a log or a message, and faults of the processor as exceptions. Any number of
+// threads may call these functions at once.
 //
 // Memory that runs out while a text is made reaches the caller as std::bad_alloc.
 #pragma once
 
 #include "tessmaru/platform.h"
+#include "tessmaru/structured_exception.h"
 #include "tessmaru/text.h"
 
 #include <exception>
