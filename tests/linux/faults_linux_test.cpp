@@ -266,6 +266,7 @@ call_null_without_frame_pointer:
     .cfi_startproc
     subq $24, %rsp
     .cfi_adjust_cfa_offset 24
+    movq $0, 16(%rsp)
     xorl %eax, %eax
     call *%rax
     ud2
