@@ -1,6 +1,6 @@
 // Safe arrays. In front of a descriptor made here lies what tells its elements' type: a type code, or the interface
 // that they are references to. A descriptor of somebody else's has nothing there, and its features say so.
-#include "layer.h"
+#include "safe_array_elements.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -8,48 +8,16 @@
 #include <optional>
 #include <span>
 
+using layer::InterfaceFeatures;
+using layer::OwnerFeatures;
+
 namespace {
 
 constexpr std::size_t PrefixBytes = sizeof(IID);
 constexpr ULONG MostLocks = 0xFFFF;
-constexpr USHORT InterfaceFeatures = FADF_UNKNOWN | FADF_DISPATCH;
-constexpr USHORT OwnerFeatures = FADF_BSTR | FADF_VARIANT | InterfaceFeatures;
 constexpr USHORT BorrowedMemory = FADF_AUTO | FADF_STATIC | FADF_EMBEDDED;
 constexpr USHORT FixedData = BorrowedMemory | FADF_FIXEDSIZE;
 constexpr USHORT FADF_CREATEVECTOR = 0x2000;
-
-struct ElementType {
-    ULONG Bytes;  // 0: no array holds such
-    USHORT Features;
-};
-
-ElementType ElementsOf(VARTYPE type)
-{
-    switch (type) {
-        case VT_I1:
-        case VT_UI1: return {sizeof(BYTE), FADF_HAVEVARTYPE};
-        case VT_I2:
-        case VT_UI2:
-        case VT_BOOL: return {sizeof(SHORT), FADF_HAVEVARTYPE};
-        case VT_I4:
-        case VT_UI4:
-        case VT_R4:
-        case VT_INT:
-        case VT_UINT:
-        case VT_ERROR: return {sizeof(LONG), FADF_HAVEVARTYPE};
-        case VT_I8:
-        case VT_UI8:
-        case VT_R8:
-        case VT_CY:
-        case VT_DATE: return {sizeof(LONGLONG), FADF_HAVEVARTYPE};
-        case VT_DECIMAL: return {sizeof(DECIMAL), FADF_HAVEVARTYPE};
-        case VT_BSTR: return {sizeof(BSTR), FADF_HAVEVARTYPE | FADF_BSTR};
-        case VT_VARIANT: return {sizeof(VARIANT), FADF_HAVEVARTYPE | FADF_VARIANT};
-        case VT_UNKNOWN: return {sizeof(IUnknown*), FADF_HAVEIID | FADF_UNKNOWN};
-        case VT_DISPATCH: return {sizeof(IDispatch*), FADF_HAVEIID | FADF_DISPATCH};
-        default: return {0, 0};
-    }
-}
 
 std::byte* PrefixOf(SAFEARRAY* array)
 {
@@ -84,55 +52,6 @@ std::span<SAFEARRAYBOUND> BoundsOf(SAFEARRAY& array)
 bool IsSound(const SAFEARRAYBOUND& bound)
 {
     return std::int64_t{bound.lLbound} + bound.cElements - 1 <= 0x7FFFFFFF;
-}
-
-/// Of elements that own something, the width has to be theirs as well: a descriptor may be anybody's.
-bool HasOwners(const SAFEARRAY& array)
-{
-    const ULONG bytes = (array.fFeatures & FADF_VARIANT) != 0 ? sizeof(VARIANT) : sizeof(void*);
-    return (array.fFeatures & OwnerFeatures) != 0 && array.cbElements == bytes;
-}
-
-void ReleaseElement(USHORT features, std::byte* element)
-{
-    if ((features & FADF_BSTR) != 0)
-        SysFreeString(*reinterpret_cast<BSTR*>(element));
-    else if ((features & FADF_VARIANT) != 0)
-        VariantClear(reinterpret_cast<VARIANT*>(element));
-    else if (IUnknown* const object = *reinterpret_cast<IUnknown**>(element))
-        object->Release();
-}
-
-/// Copies one element that owns something over bits that own nothing.
-HRESULT CopyElement(USHORT features, const std::byte* from, std::byte* to)
-{
-    if ((features & FADF_BSTR) != 0) {
-        const BSTR string = *reinterpret_cast<const BSTR*>(from);
-        const BSTR copy = string != nullptr
-                              ? SysAllocStringByteLen(reinterpret_cast<LPCSTR>(string), SysStringByteLen(string))
-                              : nullptr;
-        *reinterpret_cast<BSTR*>(to) = copy;
-        return copy == nullptr && string != nullptr ? E_OUTOFMEMORY : S_OK;
-    }
-    if ((features & FADF_VARIANT) != 0) {
-        VariantInit(reinterpret_cast<VARIANT*>(to));
-        return VariantCopy(reinterpret_cast<VARIANT*>(to), reinterpret_cast<const VARIANT*>(from));
-    }
-    IUnknown* const object = *reinterpret_cast<IUnknown* const*>(from);
-    *reinterpret_cast<IUnknown**>(to) = object;
-    if (object != nullptr)
-        object->AddRef();
-    return S_OK;
-}
-
-/// Releases what the elements from byte `first` on own, up to byte `end`.
-void ReleaseElements(SAFEARRAY& array, std::size_t first, std::size_t end)
-{
-    if (!HasOwners(array))
-        return;
-    auto* const data = static_cast<std::byte*>(array.pvData);
-    for (std::size_t at = first; at < end; at += array.cbElements)
-        ReleaseElement(array.fFeatures, data + at);
 }
 
 SAFEARRAY* MakeDescriptor(UINT dimensions)
@@ -228,7 +147,7 @@ private:
 
 SAFEARRAY* SafeArrayCreate(VARTYPE type, UINT dimensions, SAFEARRAYBOUND* bounds)
 {
-    const ElementType element = ElementsOf(type);
+    const layer::ElementType element = layer::ElementsOf(type);
     if (element.Bytes == 0 || dimensions == 0 || dimensions > 0xFFFF || bounds == nullptr ||
         !std::all_of(bounds, bounds + dimensions, IsSound))
         return nullptr;
@@ -272,7 +191,7 @@ HRESULT SafeArrayDestroyData(SAFEARRAY* array)
     if (!count)
         return E_UNEXPECTED;
     const auto bytes = static_cast<std::size_t>(*count * array->cbElements);
-    ReleaseElements(*array, 0, bytes);
+    layer::ReleaseElements(*array, 0, bytes);
     if ((array->fFeatures & FixedData) != 0) {
         std::memset(array->pvData, 0, bytes);
         return S_OK;
@@ -313,7 +232,7 @@ HRESULT SafeArrayRedim(SAFEARRAY* array, SAFEARRAYBOUND* bound)
     if (!before || !after)
         return E_OUTOFMEMORY;
     if (*after < *before)
-        ReleaseElements(*array, *after, *before);
+        layer::ReleaseElements(*array, *after, *before);
     void* const data = std::realloc(array->pvData, std::max<std::size_t>(*after, 1));
     if (data == nullptr && *after > *before)
         return E_OUTOFMEMORY;
@@ -340,14 +259,14 @@ HRESULT SafeArrayCopy(SAFEARRAY* source, SAFEARRAY** copy)
     const auto* const from = static_cast<const std::byte*>(source->pvData);
     auto* const to = static_cast<std::byte*>(made->pvData);
     const std::uint64_t count = from != nullptr ? *CountOf(BoundsOf(*made), made->cbElements) : 0;
-    if (!HasOwners(*made)) {
+    if (!layer::HasOwners(*made)) {
         if (from != nullptr)
             std::memcpy(to, from, static_cast<std::size_t>(count * made->cbElements));
         *copy = made;
         return S_OK;
     }
     for (std::uint64_t at = 0; at < count * made->cbElements; at += made->cbElements) {
-        const HRESULT result = CopyElement(made->fFeatures, from + at, to + at);
+        const HRESULT result = layer::CopyElement(made->fFeatures, from + at, to + at);
         if (FAILED(result)) {
             SafeArrayDestroy(made);
             return result;
@@ -458,8 +377,8 @@ HRESULT SafeArrayGetElement(SAFEARRAY* array, LONG* indices, void* element)
     const LockedElement found(array, indices);
     if (FAILED(found.result()))
         return found.result();
-    if (HasOwners(*array))
-        return CopyElement(array->fFeatures, found.address(), static_cast<std::byte*>(element));
+    if (layer::HasOwners(*array))
+        return layer::CopyElement(array->fFeatures, found.address(), static_cast<std::byte*>(element));
     std::memcpy(element, found.address(), array->cbElements);
     return S_OK;
 }
@@ -474,18 +393,18 @@ HRESULT SafeArrayPutElement(SAFEARRAY* array, LONG* indices, void* element)
     const bool givenItself = (array->fFeatures & (FADF_BSTR | InterfaceFeatures)) != 0;
     if (element == nullptr && !givenItself)
         return E_INVALIDARG;
-    if (!HasOwners(*array)) {
+    if (!layer::HasOwners(*array)) {
         std::memcpy(found.address(), element, array->cbElements);
         return S_OK;
     }
     if ((array->fFeatures & FADF_VARIANT) != 0)
         return VariantCopy(reinterpret_cast<VARIANT*>(found.address()), static_cast<const VARIANT*>(element));
     void* copy = nullptr;
-    const HRESULT result = CopyElement(array->fFeatures, reinterpret_cast<const std::byte*>(&element),
-                                       reinterpret_cast<std::byte*>(&copy));
+    const HRESULT result = layer::CopyElement(array->fFeatures, reinterpret_cast<const std::byte*>(&element),
+                                              reinterpret_cast<std::byte*>(&copy));
     if (FAILED(result))
         return result;
-    ReleaseElement(array->fFeatures, found.address());
+    layer::ReleaseElement(array->fFeatures, found.address());
     std::memcpy(found.address(), &copy, sizeof copy);
     return S_OK;
 }
