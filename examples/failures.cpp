@@ -64,8 +64,9 @@ void ReadFromFile()
     throw std::runtime_error("north.csv, line 12: no latitude");
 }
 
-/// A site that nobody has looked up: the read through its pointer is a fault of the processor.
-void ReadFromCache(const volatile int* site)
+/// A site that nobody has looked up: the read through its pointer is a fault of the processor. (In a build with
+/// sanitizers their own check would come first.)
+__attribute__((no_sanitize("address", "undefined"))) void ReadFromCache(const volatile int* site)
 {
     std::printf("latitude %d\n", *site);
 }
