@@ -4,7 +4,7 @@
 namespace support {
 
 // Sanitizers that look for such faults are to leave these alone.
-#define TESSMARU_FAULTING __attribute__((noinline, no_sanitize("address", "undefined")))
+#define TESSMARU_FAULTING __attribute__((noinline, no_sanitize("address", "thread", "undefined")))
 
 template <class Value>
 inline Value* volatile Null = nullptr;

@@ -20,6 +20,12 @@ using support::ReadNull;
 
 namespace {
 
+#ifdef __SANITIZE_THREAD__
+constexpr bool IsThreadSanitized = true;
+#else
+constexpr bool IsThreadSanitized = false;
+#endif
+
 constexpr int FaultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
 
 /// The end of a process that does `work`: 0 if all that it expected was so, minus the signal that ended it.
@@ -275,6 +281,8 @@ call_null_without_frame_pointer:
 
 TEST(FaultsOnLinux, OnX64AddressesMayBeImpossibleAndStacksHaveRedZones)
 {
+    if (IsThreadSanitized)
+        GTEST_SKIP() << "the thread sanitizer uses the register that this looks at";
     EXPECT_EQ(EndOf([] {
                   _set_se_translator(ThrowCode);
                   EXPECT_EQ(CodeOf(ReadImpossibleAddress), EXCEPTION_ACCESS_VIOLATION);
@@ -321,6 +329,8 @@ void ExpectOverflows()
 
 TEST(FaultsOnLinux, AFullStackIsTranslatedOnEachThread)
 {
+    if (IsThreadSanitized)
+        GTEST_SKIP() << "the thread sanitizer gives each frame something to do at its end, and there is no room for it";
     EXPECT_EQ(EndOf([] {
                   ExpectOverflows();
                   std::thread(ExpectOverflows).join();
@@ -339,6 +349,8 @@ std::ptrdiff_t Mappings()
 
 TEST(FaultsOnLinux, NothingIsLeftOfThreadsAndFaults)
 {
+    if (IsThreadSanitized)
+        GTEST_SKIP() << "the thread sanitizer maps memory of its own";
     EXPECT_EQ(EndOf([] {
                   const auto round = [] {
                       std::thread([] {
