@@ -1,9 +1,25 @@
 // The platform types and functions that the interface of the library speaks of. On Windows they are
 // the system's own. On Linux they are the library's: the published names, fields and values, and real
-// functions behind them, exported for callers.
+// functions behind them, exported for callers. In C it has what the functions of version_number.h speak of.
 #pragma once
 
 #ifdef _WIN32
+
+#if defined(TESSMARU_STATIC)
+#define TESSMARU_API
+#elif defined(TESSMARU_BUILDING)
+#define TESSMARU_API __declspec(dllexport)
+#else
+#define TESSMARU_API __declspec(dllimport)
+#endif
+
+#ifndef __cplusplus
+
+#include <windows.h>
+
+#include <oleauto.h>
+
+#else
 
 // comdef.h brings _com_error; the rest of the automation headers come with it.
 #ifndef UNICODE
@@ -30,20 +46,23 @@ inline const _Unwind_Reason_Code UnwinderReady =
 }  // namespace platform
 #endif
 
-#if defined(TESSMARU_STATIC)
-#define TESSMARU_API
-#elif defined(TESSMARU_BUILDING)
-#define TESSMARU_API __declspec(dllexport)
-#else
-#define TESSMARU_API __declspec(dllimport)
 #endif
+
+#else
+
+#define TESSMARU_API __attribute__((visibility("default")))
+
+#ifndef __cplusplus
+
+typedef unsigned short* BSTR;
+
+TESSMARU_API void SysFreeString(BSTR string);
+TESSMARU_API unsigned int SysStringLen(BSTR string);
 
 #else
 
 #include <cstddef>
 #include <cstdint>
-
-#define TESSMARU_API __attribute__((visibility("default")))
 
 // Integers keep their published width on every target: LONG and DWORD have 32 bits.
 using BYTE = unsigned char;
@@ -144,6 +163,7 @@ constexpr DWORD ERROR_NEGATIVE_SEEK = 131;
 constexpr DWORD ERROR_BAD_PATHNAME = 161;
 constexpr DWORD ERROR_BUSY = 170;
 constexpr DWORD ERROR_ALREADY_EXISTS = 183;
+constexpr DWORD ERROR_BAD_EXE_FORMAT = 193;
 constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
 constexpr DWORD ERROR_MORE_DATA = 234;
 constexpr DWORD ERROR_NOT_OWNER = 288;
@@ -205,6 +225,23 @@ struct CRITICAL_SECTION {
 };
 using LPCRITICAL_SECTION = CRITICAL_SECTION*;
 
+/// The numbers of a module's version block. Each version is four parts of 16 bits, the most significant first.
+struct VS_FIXEDFILEINFO {
+    DWORD dwSignature;  // 0xFEEF04BD
+    DWORD dwStrucVersion;
+    DWORD dwFileVersionMS;
+    DWORD dwFileVersionLS;
+    DWORD dwProductVersionMS;
+    DWORD dwProductVersionLS;
+    DWORD dwFileFlagsMask;
+    DWORD dwFileFlags;
+    DWORD dwFileOS;
+    DWORD dwFileType;
+    DWORD dwFileSubtype;
+    DWORD dwFileDateMS;
+    DWORD dwFileDateLS;
+};
+
 extern "C" {
 
 /// The reason of this thread's last failed platform call. A call that succeeds may leave it alone.
@@ -247,5 +284,7 @@ TESSMARU_API HMODULE GetModuleHandleW(LPCWSTR name);
 #include "tessmaru/linux/com.h"
 #include "tessmaru/linux/faults.h"
 #include "tessmaru/linux/variant_class.h"
+
+#endif
 
 #endif

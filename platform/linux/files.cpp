@@ -2,6 +2,7 @@
 //
 // Nobody opens a file here with leave to delete it, so an open file holds a shared lock (`flock`), and
 // deleting or moving it fails while any process has it open: a log never moves away under its writers.
+#include "descriptor.h"
 #include "paths.h"
 #include "process.h"
 #include "security.h"
@@ -21,30 +22,8 @@
 
 namespace {
 
+using layer::Descriptor;
 using layer::Fail;
-
-/// A descriptor that is closed with its owner, without a trace in errno.
-class Descriptor {
-public:
-    explicit Descriptor(int file) : File(file) {}
-    Descriptor(Descriptor&& other) noexcept : File(std::exchange(other.File, -1)) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    Descriptor& operator=(Descriptor&&) = delete;
-    ~Descriptor()
-    {
-        const int saved = errno;
-        if (File >= 0)
-            close(File);
-        errno = saved;
-    }
-
-    int get() const { return File; }
-    explicit operator bool() const { return File >= 0; }
-
-private:
-    int File;
-};
 
 class OpenFile final : public layer::Object {
 public:

@@ -4,13 +4,14 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <link.h>
 #include <unistd.h>
 
 namespace {
 
+using layer::AlignUp;
 using layer::Bytes;
+using layer::ReadAt;
 using Address = std::uint64_t;
 using Segment = ElfW(Phdr);
 
@@ -19,20 +20,7 @@ std::atomic<HINSTANCE> ownModule{nullptr};
 std::atomic<const std::byte*> ownData{nullptr};
 std::atomic<std::size_t> ownBytes{0};
 
-template <class Value>
-Value ReadAt(const std::byte* at)
-{
-    Value value{};
-    std::memcpy(&value, at, sizeof value);
-    return value;
-}
-
-constexpr Address AlignUp(Address value, Address alignment)
-{
-    return (value + alignment - 1) / alignment * alignment;
-}
-
-struct Extent {
+struct Range {
     Address Start = ~Address{0};
     Address End = 0;
 
@@ -51,7 +39,7 @@ public:
 
     HINSTANCE handle() const
     {
-        Extent whole;
+        Range whole;
         for (const Segment& segment : Segments) {
             if (segment.p_type == PT_LOAD)
                 whole.Add(StartOf(segment), StartOf(segment) + segment.p_memsz);
@@ -66,7 +54,7 @@ public:
     /// some, and compiled resource files make one when they stand behind each other.
     Bytes Resources() const
     {
-        Extent found;
+        Range found;
         for (const Segment& segment : Segments) {
             if (segment.p_type == PT_NOTE && Loaded(StartOf(segment), segment.p_memsz))
                 ReadNotes(StartOf(segment), segment.p_memsz, segment.p_align == 8 ? 8 : 4, found);
@@ -86,11 +74,11 @@ private:
         return std::ranges::any_of(Segments, [&](const Segment& segment) {
             const Address from = StartOf(segment);
             return segment.p_type == PT_LOAD && (segment.p_flags & PF_R) != 0 &&
-                   Extent{from, from + segment.p_memsz}.Holds(start, bytes);
+                   Range{from, from + segment.p_memsz}.Holds(start, bytes);
         });
     }
 
-    void ReadNotes(Address start, Address bytes, Address alignment, Extent& found) const
+    void ReadNotes(Address start, Address bytes, Address alignment, Range& found) const
     {
         const auto* const notes = reinterpret_cast<const std::byte*>(static_cast<std::uintptr_t>(start));
         Address at = 0;
@@ -109,7 +97,7 @@ private:
         }
     }
 
-    void AddData(Address origin, const std::byte* descriptor, Extent& found) const
+    void AddData(Address origin, const std::byte* descriptor, Range& found) const
     {
         const auto distance = ReadAt<std::int32_t>(descriptor);
         const Address start = origin + static_cast<Address>(std::int64_t{distance});
@@ -140,69 +128,6 @@ int Visit(dl_phdr_info* info, std::size_t, void* data)
     return 1;
 }
 
-// --- Resource files: entries of a header and data behind each other, each on a multiple of four ---
-
-constexpr std::size_t EntryAlignment = 4;
-constexpr std::uint16_t NumberMark = 0xFFFF;  // in front of a type or name that is a number, not a text
-constexpr WORD Neutral = 0;
-constexpr WORD UsEnglish = 0x409;
-
-struct Entry {
-    std::optional<WORD> Type;
-    std::optional<WORD> Name;
-    WORD Language = 0;
-    Bytes Data;
-};
-
-/// Takes a type or a name off the front of a header; false if it has no end.
-bool TakeId(Bytes& header, std::optional<WORD>& id)
-{
-    if (header.size() >= 4 && ReadAt<std::uint16_t>(header.data()) == NumberMark) {
-        id = ReadAt<std::uint16_t>(header.data() + 2);
-        header = header.subspan(4);
-        return true;
-    }
-    while (header.size() >= 2) {
-        const auto unit = ReadAt<std::uint16_t>(header.data());
-        header = header.subspan(2);
-        if (unit == 0)
-            return true;
-    }
-    return false;
-}
-
-/// Takes an entry off the front of a file; false at the file's end or where it is malformed.
-bool TakeEntry(Bytes& file, Entry& entry)
-{
-    constexpr std::size_t sizes = 8;
-    constexpr std::size_t fixedEnd = 16;  // data version, flags, language, version, characteristics
-    constexpr std::size_t languageAt = 6;
-    if (file.size() < sizes)
-        return false;
-    const std::uint64_t dataBytes = ReadAt<std::uint32_t>(file.data());
-    const std::uint64_t headerBytes = ReadAt<std::uint32_t>(file.data() + 4);
-    if (headerBytes < sizes || headerBytes % EntryAlignment != 0 || headerBytes + dataBytes > file.size())
-        return false;
-
-    Bytes header = file.subspan(sizes, static_cast<std::size_t>(headerBytes) - sizes);
-    entry = {};
-    if (!TakeId(header, entry.Type) || !TakeId(header, entry.Name))
-        return false;
-    header = header.subspan(header.size() % EntryAlignment);  // the header ends on a multiple of four
-    if (header.size() < fixedEnd)
-        return false;
-    entry.Language = ReadAt<std::uint16_t>(header.data() + languageAt);
-    entry.Data = file.subspan(static_cast<std::size_t>(headerBytes), static_cast<std::size_t>(dataBytes));
-    file = file.subspan(static_cast<std::size_t>(
-        std::min<std::uint64_t>(AlignUp(headerBytes + dataBytes, EntryAlignment), file.size())));
-    return true;
-}
-
-int Rank(WORD language)
-{
-    return language == UsEnglish ? 3 : language == Neutral ? 2 : 1;
-}
-
 }  // namespace
 
 namespace layer {
@@ -220,40 +145,6 @@ Bytes ModuleResources(HINSTANCE module)
         ownModule.store(module, std::memory_order_release);
     }
     return query.Found;
-}
-
-std::optional<Bytes> FindResource(Bytes file, WORD type, WORD name)
-{
-    std::optional<Bytes> best;
-    int bestRank = 0;
-    Entry entry;
-    while (bestRank < Rank(UsEnglish) && TakeEntry(file, entry)) {
-        if (entry.Type == type && entry.Name == name && Rank(entry.Language) > bestRank) {
-            best = entry.Data;
-            bestRank = Rank(entry.Language);
-        }
-    }
-    return best;
-}
-
-Bytes FindString(Bytes file, UINT row)
-{
-    // Blocks of 16 rows, each a count of units and the units.
-    constexpr WORD StringTable = 6;
-    constexpr UINT RowsPerBlock = 16;
-    if (row > 0xFFFF)
-        return {};
-    Bytes block = FindResource(file, StringTable, static_cast<WORD>(row / RowsPerBlock + 1)).value_or(Bytes{});
-    for (UINT skipped = 0; block.size() >= sizeof(std::uint16_t); ++skipped) {
-        const std::size_t bytes = std::size_t{ReadAt<std::uint16_t>(block.data())} * sizeof(WCHAR);
-        block = block.subspan(sizeof(std::uint16_t));
-        if (bytes > block.size())
-            return {};
-        if (skipped == row % RowsPerBlock)
-            return block.first(bytes);
-        block = block.subspan(bytes);
-    }
-    return {};
 }
 
 }  // namespace layer

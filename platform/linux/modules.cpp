@@ -3,9 +3,11 @@
 #include "modules.h"
 
 #include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <fstream>
 #include <link.h>
 #include <new>
-#include <string>
 #include <unistd.h>
 
 namespace {
@@ -59,11 +61,36 @@ bool IsCalled(std::string_view path, std::string_view name)
     return !path.empty() && path == name;
 }
 
+/// A path as the kernel tells it, without the mark of a file that is gone.
+std::string Unmarked(std::string_view path)
+{
+    constexpr std::string_view gone = " (deleted)";
+    if (path.ends_with(gone) && access(std::string(path).c_str(), F_OK) != 0)
+        path.remove_suffix(gone.size());
+    return std::string(path);
+}
+
 std::string ProgramPath()
 {
     char path[4096];
     const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-    return {path, length > 0 ? static_cast<std::size_t>(length) : 0};
+    return Unmarked({path, length > 0 ? static_cast<std::size_t>(length) : 0});
+}
+
+/// The file that is mapped at an address, as the kernel has it; empty if there is none.
+std::string FileMappedAt(std::uintptr_t address)
+{
+    std::ifstream maps("/proc/self/maps");
+    std::string line;
+    while (std::getline(maps, line)) {
+        std::uintptr_t start = 0;
+        std::uintptr_t end = 0;
+        int path = 0;
+        if (std::sscanf(line.c_str(), "%" SCNxPTR "-%" SCNxPTR " %*s %*s %*s %*s %n", &start, &end, &path) == 2 &&
+            path > 0 && start <= address && address < end)
+            return line[static_cast<std::size_t>(path)] == '/' ? Unmarked(line.c_str() + path) : "";
+    }
+    return {};
 }
 
 HINSTANCE FindModuleCalled(LPCWSTR name)
@@ -91,6 +118,22 @@ HINSTANCE layer::ModuleOf(const void* address)
         [wanted](const dl_phdr_info&, Extent extent) { return wanted >= extent.Start && wanted < extent.End; });
 }
 
+std::string layer::ModulePath(HINSTANCE module)
+{
+    const char* name = nullptr;
+    const HINSTANCE found = FindModule([&](const dl_phdr_info& listed, Extent extent) {
+        name = listed.dlpi_name;
+        return module == nullptr || extent.Start == reinterpret_cast<std::uintptr_t>(module);
+    });
+    if (found == nullptr)
+        return {};
+    if (name == nullptr || *name == '\0')
+        return ProgramPath();
+    // A module that was loaded by a relative path is where the process was then.
+    std::string mapped = *name == '/' ? std::string() : FileMappedAt(reinterpret_cast<std::uintptr_t>(found));
+    return mapped.empty() ? name : mapped;
+}
+
 HMODULE GetModuleHandleW(LPCWSTR name)
 {
     if (name == nullptr)
@@ -101,4 +144,22 @@ HMODULE GetModuleHandleW(LPCWSTR name)
     } catch (const std::bad_alloc&) {
         return layer::Fail(ERROR_OUTOFMEMORY, HMODULE{nullptr});
     }
+}
+
+DWORD GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD size)
+try {
+    if (buffer == nullptr || size == 0)
+        return layer::Fail(ERROR_INSUFFICIENT_BUFFER, DWORD{0});
+    const std::string narrow = layer::ModulePath(module);
+    if (narrow.empty())
+        return layer::Fail(ERROR_MOD_NOT_FOUND, DWORD{0});
+    layer::Text path(narrow.size(), WCHAR{0});
+    const int bytes = static_cast<int>(narrow.size());
+    path.resize(static_cast<std::size_t>(MultiByteToWideChar(CP_UTF8, 0, narrow.data(), bytes, path.data(), bytes)));
+    const std::size_t units = std::min<std::size_t>(path.size(), size - 1);
+    std::copy_n(path.data(), units, buffer);
+    buffer[units] = 0;
+    return units == path.size() ? static_cast<DWORD>(units) : layer::Fail(ERROR_INSUFFICIENT_BUFFER, size);
+} catch (const std::bad_alloc&) {
+    return layer::Fail(ERROR_OUTOFMEMORY, DWORD{0});
 }

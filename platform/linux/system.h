@@ -197,6 +197,20 @@ void* LocalFree(void* block);
 int _vsnwprintf(WCHAR* buffer, SIZE_T count, const WCHAR* format, va_list arguments);
 int _snwprintf(WCHAR* buffer, SIZE_T count, const WCHAR* format, ...);
 
+// Modules.
+/// `size` and the result count units. A longer path is cut, has its terminator, and the result is `size`, with
+/// ERROR_INSUFFICIENT_BUFFER; 0 with ERROR_MOD_NOT_FOUND for what is no module.
+DWORD GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD size);
+
+// Version blocks of files: PE files, and ELF files with compiled resources in a section `.rsrc`.
+/// @return the room that the block needs, at most 65,535 bytes; 0 without a block.
+DWORD GetFileVersionInfoSizeW(LPCWSTR path, DWORD* handle);
+/// Reads as much of the block as there is room for.
+BOOL GetFileVersionInfoW(LPCWSTR path, DWORD handle, DWORD size, LPVOID data);
+/// `data` is a block as GetFileVersionInfoW gives it. `value` points into it; `length` counts bytes, or for a text its
+/// units with the terminator.
+BOOL VerQueryValueW(LPCVOID data, LPCWSTR query, LPVOID* value, UINT* length);
+
 // The library's entry point, called behind its static initialisation and before its static destruction.
 constexpr DWORD DLL_PROCESS_DETACH = 0;
 constexpr DWORD DLL_PROCESS_ATTACH = 1;

@@ -7,8 +7,6 @@
 namespace {
 
 constexpr int RowUnits = 1024;
-constexpr unsigned int VersionRow = 270;
-constexpr unsigned int LanguageRow = 271;
 constexpr std::size_t MaxVersionUnits = 255;
 
 }  // namespace

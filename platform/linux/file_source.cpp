@@ -1,0 +1,55 @@
+#include "file_source.h"
+
+#include <fcntl.h>
+#include <limits>
+
+namespace layer {
+
+FileSource::FileSource(const char* path) : File(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))
+{
+    if (!File)
+        Error = ErrorFromErrno(errno);
+}
+
+bool FileSource::Window::Holds(std::uint64_t at, std::size_t count) const
+{
+    return at >= Start && at - Start <= Size && count <= Size - (at - Start);
+}
+
+Bytes FileSource::View(std::uint64_t at, std::size_t count)
+{
+    if (count > MostInView)
+        return {};
+    if (!Windows[Latest].Holds(at, count)) {
+        Latest = 1 - Latest;
+        Window& window = Windows[Latest];
+        if (!window.Holds(at, count)) {
+            window.Start = at;
+            window.Size = Copy(at, window.Content, MostInView);
+            if (window.Size < count)
+                return {};
+        }
+    }
+    const Window& window = Windows[Latest];
+    return {window.Content + (at - window.Start), count};
+}
+
+std::size_t FileSource::Copy(std::uint64_t at, std::byte* to, std::size_t count)
+{
+    if (!File || at > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()) - count)
+        return 0;
+    std::size_t copied = 0;
+    while (copied < count) {
+        const ssize_t got = pread(File.get(), to + copied, count - copied, static_cast<off_t>(at + copied));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            Error = ErrorFromErrno(errno);
+        if (got <= 0)
+            break;
+        copied += static_cast<std::size_t>(got);
+    }
+    return copied;
+}
+
+}  // namespace layer

@@ -1,0 +1,81 @@
+#include "tessmaru/version_number.h"
+
+#include "settings/module_strings.h"
+#include "settings/tag_specification.h"
+#include "system.h"
+#include "tessmaru/settings.h"
+
+#include <algorithm>
+#include <new>
+#include <string>
+
+using utility::wstring;
+
+namespace {
+
+/// The bytes of a text in the active code page.
+std::string Narrow(const wstring& text)
+{
+    const auto convert = [&text](char* to, int room) {
+        const int bytes = WideCharToMultiByte(CP_ACP, 0, platform::Wide(text.c_str()), -1, to, room, nullptr, nullptr);
+        if (bytes == 0)
+            throw _com_error(HRESULT_FROM_WIN32(GetLastError()));
+        return static_cast<std::size_t>(bytes);
+    };
+    std::string narrow(convert(nullptr, 0), '\0');
+    narrow.resize(convert(narrow.data(), static_cast<int>(narrow.size())) - 1);
+    return narrow;
+}
+
+/// As much of the text that `make` makes as there is room for, by the rule of the header.
+template <class Make, class Character>
+int Deliver(Make make, Character* buffer, unsigned int count)
+try {
+    const std::basic_string<Character> text = make();
+    std::copy_n(text.c_str(), std::min<std::size_t>(text.size() + 1, count), buffer);
+    return count < text.size() ? -1 : static_cast<int>(text.size());
+} catch (const std::bad_alloc&) {
+    throw _com_error(E_OUTOFMEMORY);
+}
+
+/// A row, or nothing for want of memory.
+wstring RowIfPossible(unsigned int row) noexcept
+try {
+    return genStringFromOwnModule(row);
+} catch (const std::bad_alloc&) {
+    return {};
+}
+
+/// Puts an addition behind an automation string, which stays as it was for want of memory.
+void Append(BSTR& string, const wstring& addition) noexcept
+{
+    const UINT length = SysStringLen(string);
+    BSTR joint = SysAllocStringLen(nullptr, length + static_cast<UINT>(addition.size()));
+    if (joint == nullptr)
+        return;
+    std::copy(addition.begin(), addition.end(), std::copy_n(string, length, joint));
+    SysFreeString(string);
+    string = joint;
+}
+
+}  // namespace
+
+int GetVersionNumberA(char* buffer, unsigned int count)
+{
+    return Deliver([] { return Narrow(utility::GetVersionString()); }, buffer, count);
+}
+
+int GetVersionNumberW(unsigned short* buffer, unsigned int count)
+{
+    return Deliver(utility::GetVersionString, buffer, count);
+}
+
+int GetVersionNumberBSTR(BSTR* out)
+{
+    BSTR version = nullptr;
+    Append(version, RowIfPossible(VersionRow));
+    Append(version, {u'-'});
+    Append(version, RowIfPossible(LanguageRow));
+    *out = version;
+    return static_cast<int>(SysStringLen(version));
+}
