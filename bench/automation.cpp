@@ -128,7 +128,7 @@ Comparison CompareVariants(const Plan& plan)
 
 }  // namespace
 
-void MeasureAutomation(const Plan& plan)
+void MeasureAutomation(const Plan& plan, const tools::ScratchFolder&)
 {
     PrintHeading("Lists as safe arrays");
     PrintRow("10,000 strings of 20 units in, to malloc, memcpy", CompareStringsIn(plan), {1.7, 0});

@@ -2,7 +2,7 @@
 // run. A plain program: its rows compare pairs in turns and over several processes, which the usual
 // harness for one function at a time does not do.
 //
-//     bench [--rounds n] [--records n] [--folder directory]
+//     bench [--rounds n] [--records n] [--folder directory] [--only group]
 #include "rows.h"
 
 #include <cstdio>
@@ -63,12 +63,15 @@ Plan ReadPlan(int count, char** arguments)
     Plan plan;
     for (int i = 1; i < count; i += 2) {
         const std::string_view option = arguments[i];
-        if (i + 1 == count || (option != "--rounds" && option != "--records" && option != "--folder"))
-            throw std::invalid_argument("usage: bench [--rounds n] [--records n] [--folder directory]");
-        if (option == "--folder")
-            plan.Folder = arguments[i + 1];
+        const char* const value = i + 1 < count ? arguments[i + 1] : nullptr;
+        if (value != nullptr && option == "--folder")
+            plan.Folder = value;
+        else if (value != nullptr && option == "--only")
+            plan.Only = value;
+        else if (value != nullptr && (option == "--rounds" || option == "--records"))
+            (option == "--rounds" ? plan.Rounds : plan.Records) = static_cast<unsigned>(std::stoul(value));
         else
-            (option == "--rounds" ? plan.Rounds : plan.Records) = static_cast<unsigned>(std::stoul(arguments[i + 1]));
+            throw std::invalid_argument("usage: bench [--rounds n] [--records n] [--folder directory] [--only group]");
     }
     return plan;
 }
@@ -91,12 +94,17 @@ try {
     std::printf("files in %s, named mutexes in %s, %ld processors, %u rounds, %u records a run\n",
                 scratch.Path().c_str(), runtime.Path().c_str(), sysconf(_SC_NPROCESSORS_ONLN), plan.Rounds,
                 plan.Records);
-    bench::MeasureRecords(plan, scratch);
-    bench::MeasureCalls(plan, scratch);
-    bench::MeasureSettings(plan, scratch);
-    bench::MeasureErrors(plan);
-    bench::MeasureAutomation(plan);
-    bench::MeasureMemory(scratch);
+    const struct {
+        std::string_view Name;
+        void (*Measure)(const bench::Plan&, const tools::ScratchFolder&);
+    } groups[] = {{"records", bench::MeasureRecords},       {"calls", bench::MeasureCalls},
+                  {"settings", bench::MeasureSettings},     {"errors", bench::MeasureErrors},
+                  {"automation", bench::MeasureAutomation}, {"frames", bench::MeasureFrames},
+                  {"version", bench::MeasureVersion},       {"memory", bench::MeasureMemory}};
+    for (const auto& group : groups) {
+        if (plan.Only.empty() || plan.Only == group.Name)
+            group.Measure(plan, scratch);
+    }
     return EXIT_SUCCESS;
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "bench: %s\n", failure.what());

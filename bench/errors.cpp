@@ -52,7 +52,7 @@ Comparison CompareLine(const Plan& plan)
 
 }  // namespace
 
-void MeasureErrors(const Plan& plan)
+void MeasureErrors(const Plan& plan, const tools::ScratchFolder&)
 {
     PrintHeading("Text of failures");
     PrintRow("std::lower_bound, to a name by whole value", CompareLookUp(plan, hresults, HResultName), {0, 5});

@@ -22,7 +22,7 @@ double PeakOf(const std::string& program)
 
 }  // namespace
 
-void MeasureMemory(const tools::ScratchFolder& scratch)
+void MeasureMemory(const Plan&, const tools::ScratchFolder& scratch)
 {
     MakeStore(scratch / "registry.reg", scratch / "App.log", 0);
     const double empty = PeakOf(Neighbour("memory_empty"));

@@ -13,6 +13,7 @@ struct Plan {
     unsigned Rounds = 9;
     unsigned Records = 40000;  // of one run, over all its threads
     unsigned Calls = 1000000;  // of one round of a cheap call
+    std::string Only;          // the one group to measure; empty: all
     std::filesystem::path Folder = std::filesystem::temp_directory_path();
 };
 
@@ -35,8 +36,10 @@ std::string Neighbour(const std::string& name);
 void MeasureRecords(const Plan& plan, const tools::ScratchFolder& scratch);
 void MeasureCalls(const Plan& plan, const tools::ScratchFolder& scratch);
 void MeasureSettings(const Plan& plan, const tools::ScratchFolder& scratch);
-void MeasureErrors(const Plan& plan);
-void MeasureAutomation(const Plan& plan);
-void MeasureMemory(const tools::ScratchFolder& scratch);
+void MeasureErrors(const Plan& plan, const tools::ScratchFolder& scratch);
+void MeasureAutomation(const Plan& plan, const tools::ScratchFolder& scratch);
+void MeasureFrames(const Plan& plan, const tools::ScratchFolder& scratch);
+void MeasureVersion(const Plan& plan, const tools::ScratchFolder& scratch);
+void MeasureMemory(const Plan& plan, const tools::ScratchFolder& scratch);
 
 }  // namespace bench

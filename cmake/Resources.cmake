@@ -1,5 +1,6 @@
 # tessmaru_add_resources(<target> <script.rc>): compiles a resource script and makes it part of the target, so that
-# LoadStringW and the version functions find it there. For programs, libraries and modules alike.
+# the library finds its string table, message table and version block there. For programs, libraries and modules alike.
+# Files that the script includes are looked for beside it, and a change of one compiles it anew.
 #
 # On Windows the toolchain does it. Elsewhere the compiled file (.res) becomes the section `.rsrc` of the ELF file,
 # together with a note that tells where the section lies in memory.
@@ -56,8 +57,11 @@ function(tessmaru_add_resources target script)
         COMMAND "${TESSMARU_WINDRES}"
             --preprocessor "${CMAKE_CXX_COMPILER}"
             --preprocessor-arg=-E --preprocessor-arg=-xc --preprocessor-arg=-DRC_INVOKED
+            --preprocessor-arg=-MMD --preprocessor-arg=-MF "--preprocessor-arg=${compiled}.d"
+            --preprocessor-arg=-MT "--preprocessor-arg=${compiled}"
             --include-dir "${folder}" -O res -o "${compiled}" "${script}"
         DEPENDS "${script}"
+        DEPFILE "${compiled}.d"
         COMMENT "Compiling resources ${name}.rc"
         VERBATIM)
 

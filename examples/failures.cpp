@@ -13,7 +13,6 @@
 
 #include "tools/family.h"
 #include "tools/log_records.h"
-#include "tools/terminal.h"
 #include "tools/world.h"
 #include "veltrix_settings.h"
 
@@ -106,14 +105,6 @@ void Serve()
     log->LogStatus(u"import ended, %d sources failed"_w, u"Import"_w, 4);
 }
 
-void Show(const std::filesystem::path& path)
-{
-    tools::PrepareTerminal();
-    const tools::LogFile log(path);
-    for (const tools::Record& record : log.Records())
-        std::printf("%.*s\n", static_cast<int>(record.Line.size()), record.Line.data());
-}
-
 }  // namespace
 
 int main()
@@ -123,7 +114,7 @@ try {
     const utility::wstring name = CSettingsRegistry().getLogPath();
     const std::filesystem::path log = world.PlaceLog({name.begin(), name.end()});
     Serve();
-    Show(log);
+    tools::PrintLog(log);
     return EXIT_SUCCESS;
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "failures: %s\n", failure.what());

@@ -1,4 +1,6 @@
 #include "tessmaru/primitives.h"
+
+#include "support.h"
 #include "system.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +11,7 @@
 
 using utility::CCriticalSection;
 using utility::CSecurityDescriptor;
+using utility::CStopWatch;
 
 namespace {
 
@@ -125,6 +128,51 @@ TEST(SecurityDescriptor, CopiesShareTheBlocksAndOutliveEachOther)
     EXPECT_EQ(copy.getSecurityAttributes()->lpSecurityDescriptor, copy.getSecurityDescriptor());
     copy.getNewDacl() = nullptr;
     EXPECT_EQ(assigned.getNewDacl()->AceCount, 2);
+}
+
+class OpenWatch : public CStopWatch {
+public:
+    using CStopWatch::getTimeSince;
+};
+
+TEST(StopWatch, TellsSecondsSinceItsStartAndItsMark)
+{
+    const LONG before = platform::Clock();
+    OpenWatch watch;
+    while (platform::Clock() == before)
+        std::this_thread::yield();
+    EXPECT_GT(watch.getTimeSince(before), 0);
+    const double first = watch.ElapsedTime();
+    const double span = watch.Mark();
+    EXPECT_GE(span, first) << "the first mark ends what began with the watch";
+    const double sinceMark = watch.ElapsedTimeSinceMark();
+    EXPECT_GE(watch.ElapsedTime() - sinceMark, first) << "a mark does not move the start";
+    EXPECT_GE(sinceMark, 0);
+}
+
+TEST(StopWatch, CountsAcrossTheEndOfItsBits)
+{
+    const OpenWatch watch;
+    const auto now = static_cast<ULONG>(platform::Clock());
+    const double hour = watch.getTimeSince(static_cast<LONG>(now - 3600000));
+    EXPECT_GE(hour, 3600);
+    EXPECT_LT(hour, 7200);
+    const double ahead = watch.getTimeSince(static_cast<LONG>(now + 0x7FFFFFFF));
+    EXPECT_LT(ahead, -2147483.0 + 3600) << "a difference of 32 bits has a sign";
+}
+
+TEST(StopWatch, GivesText)
+{
+    const CStopWatch watch;
+    const auto text = [&watch](double seconds) { return support::Narrow(watch.getAsStr(seconds)); };
+    EXPECT_EQ(text(0), "0.000000 seconds");
+    EXPECT_EQ(text(2.5), "2.500000 seconds");
+    EXPECT_EQ(text(-0.001), "-0.001000 seconds");
+    EXPECT_EQ(text(1e60).size(), 63U) << "cut";
+    for (const std::string& elapsed :
+         {support::Narrow(watch.strElapsedTime()), support::Narrow(watch.strElapsedTimeSinceMark())}) {
+        EXPECT_EQ(elapsed.substr(elapsed.find('.') + 4), "000 seconds") << "ticks of a millisecond: " << elapsed;
+    }
 }
 
 }  // namespace

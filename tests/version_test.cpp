@@ -59,7 +59,8 @@ TEST(VersionInfo, OfTheLibraryItself)
     for (const auto& expected : texts)
         EXPECT_EQ(Text(version, expected.Value), expected.Text) << expected.Value;
     EXPECT_EQ(Narrow(version.getVersionInfoLanguageValue(Version::eLANG_PRODUCT_NAME, 0x0409, codePage)), "");
-    EXPECT_EQ(Narrow(version.getVersionInfoLanguageValue(u"productNAME"_w, language, codePage)), "Veltrix Logging Module");
+    EXPECT_EQ(Narrow(version.getVersionInfoLanguageValue(u"productNAME"_w, language, codePage)),
+              "Veltrix Logging Module");
     EXPECT_EQ(Narrow(version.getVersionInfoFixedValue(u"fileversion"_w)), "") << "these names are exact";
     EXPECT_EQ(Narrow(version.getVersionInfoLanguageValue(utility::wstring(1000, u'x'), language, codePage)), "");
 
@@ -121,7 +122,8 @@ TEST(VersionInfo, DefaultModuleIsASetting)
     version.setModule(support::LibraryModule());
     EXPECT_TRUE(version.getDefaultModule().empty());
     EXPECT_THROW(version.setModule(version.getDefaultModule()), std::exception);
-    machine.SetRegistry("[" + std::string(support::SuiteKey) + "Tag Server]\r\n\"MessageResource\"=\"Messages.dll\"\r\n");
+    machine.SetRegistry("[" + std::string(support::SuiteKey) +
+                        "Tag Server]\r\n\"MessageResource\"=\"Messages.dll\"\r\n");
     EXPECT_EQ(Narrow(version.getDefaultModule()), "Messages.dll");
     EXPECT_EQ(Text(version, Version::eLANG_INTERNAL_NAME), "tessmarU") << "asking selects nothing";
 }

@@ -2,10 +2,13 @@
 // another, shows as torn.
 #include "log_records.h"
 
+#include "terminal.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -128,6 +131,14 @@ LogFile::LogFile(const std::filesystem::path& path) : Content(DecodeUtf16(ReadBy
             Broken.push_back(line);
         rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + LineEnd.size());
     }
+}
+
+void PrintLog(const std::filesystem::path& path)
+{
+    PrepareTerminal();
+    const LogFile log(path);
+    for (const Record& record : log.Records())
+        std::printf("%.*s\n", static_cast<int>(record.Line.size()), record.Line.data());
 }
 
 }  // namespace tools

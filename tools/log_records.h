@@ -41,4 +41,7 @@ private:
     std::vector<std::string_view> Broken;
 };
 
+/// Prints the records of a log file, a line each.
+void PrintLog(const std::filesystem::path& path);
+
 }  // namespace tools

@@ -22,9 +22,9 @@ struct Section {
 
 constexpr Section usualSections[] = {{0x0409, 0x04B0}, {0x1409, 0x04B0}, {0x0000, 0x04B0}, {0x0409, 0x04E4}};
 
-const char* const usualNames[] = {"Comments",         "CompanyName",    "FileDescription", "FileVersion",
-                                  "InternalName",     "LegalCopyright", "LegalTrademarks", "OriginalFilename",
-                                  "PrivateBuild",     "ProductName",    "ProductVersion",  "SpecialBuild"};
+const char* const usualNames[] = {"Comments",     "CompanyName",    "FileDescription", "FileVersion",
+                                  "InternalName", "LegalCopyright", "LegalTrademarks", "OriginalFilename",
+                                  "PrivateBuild", "ProductName",    "ProductVersion",  "SpecialBuild"};
 
 /// Values of any name.
 class Version : public utility::CVersionInfo {
@@ -51,20 +51,19 @@ Section ParseSection(const std::string& text)
     return {static_cast<unsigned short>(value >> 16), static_cast<unsigned short>(value)};
 }
 
-Request ParseRequest(int count, char** arguments)
+Request ParseRequest(const std::vector<std::string>& words)
 {
     Request request;
-    for (int i = 1; i < count; ++i) {
-        const std::string word = arguments[i];
-        const bool isOption = word == "--section" || word == "--name";
-        if (isOption && i + 1 == count)
-            throw std::invalid_argument(word + " needs a value");
-        if (word == "--section")
-            request.Sections.assign(1, ParseSection(arguments[++i]));
-        else if (word == "--name")
-            request.Names.push_back(arguments[++i]);
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const bool isOption = words[i] == "--section" || words[i] == "--name";
+        if (isOption && i + 1 == words.size())
+            throw std::invalid_argument(words[i] + " needs a value");
+        if (words[i] == "--section")
+            request.Sections.assign(1, ParseSection(words[++i]));
+        else if (words[i] == "--name")
+            request.Names.push_back(words[++i]);
         else
-            request.Files.push_back(word);
+            request.Files.push_back(words[i]);
     }
     if (request.Files.empty())
         throw std::invalid_argument("usage: module_version [--section 040904b0] [--name further-value ...] file ...");
@@ -117,7 +116,7 @@ bool Print(const std::string& file, const Request& request)
 
 int main(int count, char** arguments)
 try {
-    const Request request = ParseRequest(count, arguments);
+    const Request request = ParseRequest(tools::Arguments(count, arguments));
     int result = 0;
     for (const std::string& file : request.Files)
         result |= Print(file, request) ? 0 : 1;

@@ -146,3 +146,16 @@ private:
 };
 
 }  // namespace utilities
+
+namespace utility {
+
+/// Writes the list of all modules of this process to a log, as information of the source "Lib": between a first and a
+/// last line, for each its handle, base address, size in bytes and file. What fails is told in the log, and nowhere
+/// else; a null log gets nothing.
+///
+///     Module dump of process 0x00001c2a follows
+///     Module: 0x55d3a1c00000. Base: 0x55d3a1c00000. Size: 0x00011000. Name: '/usr/bin/veltrixd'
+///     Module dump of process 0x00001c2a complete
+TESSMARU_API void LogProcessModules(utilities::CLog* log);
+
+}  // namespace utility

@@ -1,7 +1,8 @@
-// Small classes over the platform: a lock of one process, and security attributes open to every account.
+// Small classes over the platform: a lock of one process, security attributes open to every account, a stop watch.
 #pragma once
 
 #include "tessmaru/platform.h"
+#include "tessmaru/text.h"
 
 #include <atomic>
 #include <memory>
@@ -86,6 +87,49 @@ private:
     ACL* NewDacl = nullptr;
     void* Everyone = nullptr;
     std::shared_ptr<Blocks> Shared;
+};
+
+/// Measures wall time in seconds, from its construction and from a mark that can be moved. The clock has ticks of a
+/// millisecond; spans of up to 24 days come out right.
+///
+/// No locking: Mark must not run while another thread uses the object.
+///
+/// @code
+///     utility::CStopWatch watch;
+///     ReadSites();
+///     const double reading = watch.Mark();
+///     CheckSites();
+///     log->LogInfo(u"read in %f seconds, checked in %s"_w, u"Import"_w, reading,
+///                  watch.strElapsedTimeSinceMark().c_str());
+/// @endcode
+class TESSMARU_API CStopWatch {
+public:
+    CStopWatch();
+    virtual ~CStopWatch();
+
+    /// Gives the seconds since the last mark and sets a new one. The moment between belongs to neither span.
+    double Mark();
+
+    /// Seconds since construction, whatever was marked.
+    double ElapsedTime() const;
+
+    /// Seconds since the last mark, or since construction if there was none.
+    double ElapsedTimeSinceMark() const;
+
+    /// The same as text.
+    wstring strElapsedTime() const;
+    wstring strElapsedTimeSinceMark() const;
+
+    /// Seconds as text: "2.500000 seconds", at most 63 units.
+    wstring getAsStr(double seconds) const;
+
+protected:
+    /// Seconds since the clock had this value.
+    double getTimeSince(LONG ticks) const;
+
+private:
+    LONG StartTicks;
+    LONG MarkTicks;
 };
 
 }  // namespace utility

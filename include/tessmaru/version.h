@@ -52,7 +52,8 @@ public:
 
     /// Reads the block of a loaded module, or of the file at a path. Naming the present module again, in the same
     /// letters, reads nothing, even if its file has changed.
-    /// @throws std::exception for a null handle, one that is no module's, and an empty path; the object then stays as it
+    /// @throws std::exception for a null handle, one that is no module's, and an empty path; the object then stays as
+    /// it
     ///         was. A file that cannot be read is no failure.
     void setModule(HINSTANCE const& module);
     void setModule(const wstring& path);

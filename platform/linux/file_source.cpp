@@ -25,7 +25,7 @@ Bytes FileSource::View(std::uint64_t at, std::size_t count)
         Window& window = Windows[Latest];
         if (!window.Holds(at, count)) {
             window.Start = at;
-            window.Size = Copy(at, window.Content, MostInView);
+            window.Size = Read(at, window.Content, count, MostInView);
             if (window.Size < count)
                 return {};
         }
@@ -36,20 +36,25 @@ Bytes FileSource::View(std::uint64_t at, std::size_t count)
 
 std::size_t FileSource::Copy(std::uint64_t at, std::byte* to, std::size_t count)
 {
-    if (!File || at > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()) - count)
+    return Read(at, to, count, count);
+}
+
+std::size_t FileSource::Read(std::uint64_t at, std::byte* to, std::size_t least, std::size_t most)
+{
+    if (!File || at > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()) - most)
         return 0;
-    std::size_t copied = 0;
-    while (copied < count) {
-        const ssize_t got = pread(File.get(), to + copied, count - copied, static_cast<off_t>(at + copied));
+    std::size_t done = 0;
+    while (done < least) {
+        const ssize_t got = pread(File.get(), to + done, most - done, static_cast<off_t>(at + done));
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
             Error = ErrorFromErrno(errno);
         if (got <= 0)
             break;
-        copied += static_cast<std::size_t>(got);
+        done += static_cast<std::size_t>(got);
     }
-    return copied;
+    return done;
 }
 
 }  // namespace layer

@@ -29,6 +29,9 @@ private:
         bool Holds(std::uint64_t at, std::size_t count) const;
     };
 
+    /// Reads on until the least that is wanted is there, or the file ends. @return how many bytes there are.
+    std::size_t Read(std::uint64_t at, std::byte* to, std::size_t least, std::size_t most);
+
     const Descriptor File;
     DWORD Error = ERROR_SUCCESS;
     std::array<Window, 2> Windows;

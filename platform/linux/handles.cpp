@@ -149,5 +149,6 @@ void ShutAllHandles()
 
 BOOL CloseHandle(HANDLE handle)
 {
-    return layer::CloseMutex(handle) || layer::ShutHandle(handle, layer::Object::Kind::file);
+    return layer::CloseMutex(handle) || layer::ShutHandle(handle, layer::Object::Kind::file) ||
+           layer::ShutHandle(handle, layer::Object::Kind::snapshot);
 }

@@ -39,7 +39,7 @@ void DebugLine(const std::string& line) noexcept;
 /// What a handle stands for. Lives until its last reference is released.
 class Object {
 public:
-    enum class Kind : unsigned char { file, search, mutex, key };
+    enum class Kind : unsigned char { file, search, mutex, key, snapshot };
 
     explicit Object(Kind kind) : Type(kind) {}
     Object(const Object&) = delete;

@@ -3,8 +3,7 @@
 #include "modules.h"
 
 #include <algorithm>
-#include <cinttypes>
-#include <cstdio>
+#include <charconv>
 #include <fstream>
 #include <link.h>
 #include <new>
@@ -31,6 +30,12 @@ Extent ExtentOf(const dl_phdr_info& module)
     const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     extent.Start -= extent.Start % page;
     return extent;
+}
+
+std::size_t PagesOf(const Extent& extent)
+{
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    return (extent.End - extent.Start + page - 1) / page * page;
 }
 
 /// The first module that `matches`, or null. The program itself comes first.
@@ -85,10 +90,14 @@ std::string FileMappedAt(std::uintptr_t address)
     while (std::getline(maps, line)) {
         std::uintptr_t start = 0;
         std::uintptr_t end = 0;
-        int path = 0;
-        if (std::sscanf(line.c_str(), "%" SCNxPTR "-%" SCNxPTR " %*s %*s %*s %*s %n", &start, &end, &path) == 2 &&
-            path > 0 && start <= address && address < end)
-            return line[static_cast<std::size_t>(path)] == '/' ? Unmarked(line.c_str() + path) : "";
+        const char* const lineEnd = line.data() + line.size();
+        const char* const dash = std::from_chars(line.data(), lineEnd, start, 16).ptr;
+        if (dash != lineEnd)
+            std::from_chars(dash + 1, lineEnd, end, 16);
+        if (start <= address && address < end) {
+            const std::size_t path = line.find('/');
+            return path == std::string::npos ? std::string() : Unmarked(line.c_str() + path);
+        }
     }
     return {};
 }
@@ -109,6 +118,16 @@ HINSTANCE FindModuleCalled(LPCWSTR name)
     });
 }
 
+/// The path of a module that the linker lists by this name.
+std::string PathOf(std::string name, HINSTANCE module)
+{
+    if (name.empty())
+        return ProgramPath();
+    // A module that was loaded by a relative path is where the process was then.
+    std::string mapped = name[0] == '/' ? std::string() : FileMappedAt(reinterpret_cast<std::uintptr_t>(module));
+    return mapped.empty() ? name : mapped;
+}
+
 }  // namespace
 
 HINSTANCE layer::ModuleOf(const void* address)
@@ -125,13 +144,35 @@ std::string layer::ModulePath(HINSTANCE module)
         name = listed.dlpi_name;
         return module == nullptr || extent.Start == reinterpret_cast<std::uintptr_t>(module);
     });
-    if (found == nullptr)
-        return {};
-    if (name == nullptr || *name == '\0')
-        return ProgramPath();
-    // A module that was loaded by a relative path is where the process was then.
-    std::string mapped = *name == '/' ? std::string() : FileMappedAt(reinterpret_cast<std::uintptr_t>(found));
-    return mapped.empty() ? name : mapped;
+    return found == nullptr ? std::string() : PathOf(name == nullptr ? "" : name, found);
+}
+
+std::vector<layer::LoadedModule> layer::LoadedModules()
+{
+    struct Listing {
+        std::vector<LoadedModule> Modules;
+        bool OutOfMemory;
+    } listing{{}, false};
+    dl_iterate_phdr(
+        [](dl_phdr_info* listed, std::size_t, void* data) {
+            auto& all = *static_cast<Listing*>(data);
+            const Extent extent = ExtentOf(*listed);
+            if (extent.End == 0)
+                return 0;
+            try {  // nothing may be thrown through the linker, which holds its lock
+                all.Modules.push_back({reinterpret_cast<HINSTANCE>(extent.Start), PagesOf(extent),
+                                       listed->dlpi_name == nullptr ? "" : listed->dlpi_name});
+            } catch (const std::bad_alloc&) {
+                all.OutOfMemory = true;
+            }
+            return all.OutOfMemory ? 1 : 0;
+        },
+        &listing);
+    if (listing.OutOfMemory)
+        throw std::bad_alloc();
+    for (LoadedModule& module : listing.Modules)
+        module.Path = PathOf(std::move(module.Path), module.Handle);
+    return std::move(listing.Modules);
 }
 
 HMODULE GetModuleHandleW(LPCWSTR name)

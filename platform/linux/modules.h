@@ -3,6 +3,8 @@
 
 #include "layer.h"
 
+#include <vector>
+
 namespace layer {
 
 /// The loaded object that holds `address`, or null.
@@ -12,5 +14,15 @@ HINSTANCE ModuleOf(const void* address);
 /// file, which the kernel puts into every process, gives its name.
 /// @throws std::bad_alloc
 std::string ModulePath(HINSTANCE module);
+
+struct LoadedModule {
+    HINSTANCE Handle;
+    std::size_t Bytes;  // from its first page to its last
+    std::string Path;
+};
+
+/// All that are loaded now, the program first.
+/// @throws std::bad_alloc
+std::vector<LoadedModule> LoadedModules();
 
 }  // namespace layer

@@ -75,10 +75,10 @@ std::optional<Section> FindSection(ByteSource& file, const Headers& headers, std
         if (header.empty())
             break;
         const auto start = ReadAt<std::uint32_t>(header.data() + 20);
-        const Section section{ReadAt<std::uint32_t>(header.data() + 12),
-                              // An image that is loaded page by page has its sections at whole blocks, whatever it says.
-                              {headers.InPages ? start / diskBlock * diskBlock : start,
-                               ReadAt<std::uint32_t>(header.data() + 16)}};
+        const Section section{
+            ReadAt<std::uint32_t>(header.data() + 12),
+            // An image that is loaded page by page has its sections at whole blocks, whatever it says.
+            {headers.InPages ? start / diskBlock * diskBlock : start, ReadAt<std::uint32_t>(header.data() + 16)}};
         if (section.Holds(address))
             return section;
     }
@@ -171,8 +171,7 @@ DWORD layer::FindPeResource(ByteSource& file, WORD type, WORD name, Extent& foun
     const Tree tree(file, home->From(headers.ResourceAddress, home->Content.Size));
     if (const DWORD error = FindData(tree, type, name, data); error != ERROR_SUCCESS)
         return error;
-    const std::optional<Section> section =
-        home->Holds(data.Address) ? home : FindSection(file, headers, data.Address);
+    const std::optional<Section> section = home->Holds(data.Address) ? home : FindSection(file, headers, data.Address);
     if (!section)
         return ERROR_RESOURCE_DATA_NOT_FOUND;
     found = section->From(data.Address, data.Size);

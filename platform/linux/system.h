@@ -21,6 +21,10 @@ inline LPWSTR Wide(unsigned short* text)
     return text;
 }
 
+/// Milliseconds of wall time since the process started, in the low 32 bits. The child of a `fork` goes on with its
+/// parent's count.
+LONG Clock();
+
 }  // namespace platform
 
 // Registry, read only. Every call gives its result directly: 0 or a system error.
@@ -201,6 +205,29 @@ int _snwprintf(WCHAR* buffer, SIZE_T count, const WCHAR* format, ...);
 /// `size` and the result count units. A longer path is cut, has its terminator, and the result is `size`, with
 /// ERROR_INSUFFICIENT_BUFFER; 0 with ERROR_MOD_NOT_FOUND for what is no module.
 DWORD GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD size);
+
+/// The modules of this process (its id, or 0) as they are now, the program first. No other process can be looked at.
+/// @return a handle to be closed, or INVALID_HANDLE_VALUE.
+constexpr DWORD TH32CS_SNAPMODULE = 8;
+constexpr DWORD TH32CS_SNAPMODULE32 = 16;
+HANDLE CreateToolhelp32Snapshot(DWORD flags, DWORD process);
+
+constexpr DWORD MAX_MODULE_NAME32 = 255;
+struct MODULEENTRY32W {
+    DWORD dwSize;  // of this record, set by the caller
+    DWORD th32ModuleID;
+    DWORD th32ProcessID;
+    DWORD GlblcntUsage;
+    DWORD ProccntUsage;
+    BYTE* modBaseAddr;
+    DWORD modBaseSize;
+    HMODULE hModule;
+    WCHAR szModule[MAX_MODULE_NAME32 + 1];
+    WCHAR szExePath[MAX_PATH];
+};
+/// @return FALSE with ERROR_NO_MORE_FILES behind the last module.
+BOOL Module32FirstW(HANDLE snapshot, MODULEENTRY32W* entry);
+BOOL Module32NextW(HANDLE snapshot, MODULEENTRY32W* entry);
 
 // Version blocks of files: PE files, and ELF files with compiled resources in a section `.rsrc`.
 /// @return the room that the block needs, at most 65,535 bytes; 0 without a block.

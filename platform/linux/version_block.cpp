@@ -78,7 +78,8 @@ bool AreAlike(layer::TextView one, layer::TextView other)
 bool Enter(Bytes block, layer::TextView name, Node& node)
 {
     Node child;
-    for (std::size_t at = node.Children; ReadNode(block, at, node.End, child); at = AlignedWithin(child.End, node.End)) {
+    for (std::size_t at = node.Children; ReadNode(block, at, node.End, child);
+         at = AlignedWithin(child.End, node.End)) {
         if (AreAlike(child.Key, name)) {
             node = child;
             return true;
@@ -125,7 +126,8 @@ BOOL VerQueryValueW(LPCVOID data, LPCWSTR query, LPVOID* value, UINT* length)
     *length = static_cast<UINT>(node.Value.size());
     if (node.IsText) {
         // Some tools count bytes: a text ends with its first zero unit, which counts, and never behind the node.
-        const std::size_t room = node.Value.empty() ? 0 : node.End - static_cast<std::size_t>(node.Value.data() - start);
+        const std::size_t room =
+            node.Value.empty() ? 0 : node.End - static_cast<std::size_t>(node.Value.data() - start);
         const std::size_t units = room / sizeof(WCHAR);
         *length = static_cast<UINT>(std::min(units, TextAt({node.Value.data(), room}).size() + 1));
     }

@@ -4,7 +4,10 @@
 #include "tessmaru/platform.h"
 
 #include <cstdarg>
+#include <ctime>
 #include <cwchar>
+
+#include <tlhelp32.h>
 
 namespace platform {
 
@@ -18,6 +21,12 @@ inline LPCWSTR Wide(const unsigned short* text)
 inline LPWSTR Wide(unsigned short* text)
 {
     return reinterpret_cast<LPWSTR>(text);
+}
+
+/// Milliseconds of wall time since the process started.
+inline LONG Clock()
+{
+    return std::clock();
 }
 
 }  // namespace platform

@@ -44,11 +44,10 @@ wstring VersionText(DWORD most, DWORD least)
 }  // namespace
 
 CVersionInfo::CVersionInfo()
-    : ModuleFileName(EmptyString),
-      FixedValueNames{u"ProductVersion"_w, u"FileVersion"_w},
-      LanguageValueNames{u"Comments"_w,       u"InternalName"_w,    u"ProductName"_w,  u"CompanyName"_w,
-                         u"LegalCopyright"_w, u"ProductVersion"_w,  u"FileDescription"_w, u"LegalTrademarks"_w,
-                         u"PrivateBuild"_w,   u"FileVersion"_w,     u"OriginalFilename"_w, u"SpecialBuild"_w}
+    : ModuleFileName(EmptyString), FixedValueNames{u"ProductVersion"_w, u"FileVersion"_w},
+      LanguageValueNames{u"Comments"_w,       u"InternalName"_w,   u"ProductName"_w,      u"CompanyName"_w,
+                         u"LegalCopyright"_w, u"ProductVersion"_w, u"FileDescription"_w,  u"LegalTrademarks"_w,
+                         u"PrivateBuild"_w,   u"FileVersion"_w,    u"OriginalFilename"_w, u"SpecialBuild"_w}
 {
 }
 
@@ -130,8 +129,8 @@ wstring CVersionInfo::getVersionInfoLanguageValue(const wstring& name, unsigned 
     if (VersionInfoData == nullptr)
         return EmptyString;
     unsigned short query[500]{};
-    _snwprintf(platform::Wide(query), std::size(query) - 1, platform::Wide(u"\\StringFileInfo\\%04x%04x\\%s"_w), language,
-               codePage, name.c_str());
+    _snwprintf(platform::Wide(query), std::size(query) - 1, platform::Wide(u"\\StringFileInfo\\%04x%04x\\%s"_w),
+               language, codePage, name.c_str());
     void* found = nullptr;
     UINT length = 0;
     if (!VerQueryValueW(VersionInfoData, platform::Wide(query), &found, &length))

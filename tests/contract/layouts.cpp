@@ -73,6 +73,19 @@ static_assert(offsetof(SAFEARRAY, fFeatures) == 2 && offsetof(SAFEARRAY, cbEleme
 static_assert(offsetof(SAFEARRAY, cLocks) == 8 && offsetof(SAFEARRAY, pvData) == 8 + Pointer);
 static_assert(offsetof(SAFEARRAY, rgsabound) == 8 + 2 * Pointer);
 
+static_assert(Is<VS_FIXEDFILEINFO, 52, 4>);
+static_assert(offsetof(VS_FIXEDFILEINFO, dwFileVersionMS) == 8 && offsetof(VS_FIXEDFILEINFO, dwFileVersionLS) == 12);
+static_assert(offsetof(VS_FIXEDFILEINFO, dwProductVersionMS) == 16);
+static_assert(offsetof(VS_FIXEDFILEINFO, dwProductVersionLS) == 20 && offsetof(VS_FIXEDFILEINFO, dwFileFlags) == 28);
+static_assert(offsetof(VS_FIXEDFILEINFO, dwFileOS) == 32 && offsetof(VS_FIXEDFILEINFO, dwFileType) == 36);
+static_assert(Is < MODULEENTRY32W, Pointer == 8 ? 1080 : 1064, Pointer >);
+static_assert(offsetof(MODULEENTRY32W, th32ProcessID) == 8 && offsetof(MODULEENTRY32W, ProccntUsage) == 16);
+static_assert(offsetof(MODULEENTRY32W, modBaseAddr) == (Pointer == 8 ? 24 : 20));
+static_assert(offsetof(MODULEENTRY32W, modBaseSize) == (Pointer == 8 ? 32 : 24));
+static_assert(offsetof(MODULEENTRY32W, hModule) == (Pointer == 8 ? 40 : 28));
+static_assert(offsetof(MODULEENTRY32W, szModule) == (Pointer == 8 ? 48 : 32));
+static_assert(offsetof(MODULEENTRY32W, szExePath) == (Pointer == 8 ? 560 : 544));
+
 // The rule by which a system's error becomes a code.
 static_assert(HRESULT_FROM_WIN32(5) == static_cast<HRESULT>(0x80070005) && HRESULT_FROM_WIN32(0) == 0);
 static_assert(HRESULT_FROM_WIN32(0x12345) == static_cast<HRESULT>(0x80072345));

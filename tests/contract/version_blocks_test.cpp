@@ -25,7 +25,8 @@ std::vector<char> BlockOf(const utility::wstring& path)
     DWORD handle = 7;
     std::vector<char> block(GetFileVersionInfoSizeW(platform::Wide(path.c_str()), &handle));
     EXPECT_EQ(handle, 0U);
-    EXPECT_TRUE(GetFileVersionInfoW(platform::Wide(path.c_str()), handle, static_cast<DWORD>(block.size()), block.data()));
+    EXPECT_TRUE(
+        GetFileVersionInfoW(platform::Wide(path.c_str()), handle, static_cast<DWORD>(block.size()), block.data()));
     return block;
 }
 
@@ -69,10 +70,11 @@ TEST_F(VersionBlock, GivesTextsByPath)
     const struct {
         const unsigned short* Query;
         utility::wstring Text;
-    } texts[] = {{u"\\StringFileInfo\\040904b0\\ProductName"_w, support::Wide("English ") + utility::wstring{0xE4, 0x4E2D}},
-                 {u"\\STRINGFILEINFO\\040904B0\\productname"_w, support::Wide("English ") + utility::wstring{0xE4, 0x4E2D}},
-                 {u"\\StringFileInfo\\040904b0\\FileVersion"_w, support::Wide("1.2.3")},
-                 {u"\\StringFileInfo\\040704e4\\ProductName"_w, support::Wide("other section")}};
+    } texts[] = {
+        {u"\\StringFileInfo\\040904b0\\ProductName"_w, support::Wide("English ") + utility::wstring{0xE4, 0x4E2D}},
+        {u"\\STRINGFILEINFO\\040904B0\\productname"_w, support::Wide("English ") + utility::wstring{0xE4, 0x4E2D}},
+        {u"\\StringFileInfo\\040904b0\\FileVersion"_w, support::Wide("1.2.3")},
+        {u"\\StringFileInfo\\040704e4\\ProductName"_w, support::Wide("other section")}};
     for (const auto& expected : texts) {
         const auto* const text = Find<unsigned short>(expected.Query);
         ASSERT_NE(text, nullptr);
@@ -103,7 +105,8 @@ TEST(VersionBlocks, AreNotInEveryFile)
     support::WriteFile(folder / "text.dll", "no module at all");
     support::WriteFile(folder / "empty.dll", "");
     char block[64];
-    for (const std::string& path : {folder / "text.dll", folder / "empty.dll", folder / "missing.dll", folder.path().string()}) {
+    for (const std::string& path :
+         {folder / "text.dll", folder / "empty.dll", folder / "missing.dll", folder.path().string()}) {
         const utility::wstring wide = support::Wide(path);
         SetLastError(0);
         EXPECT_EQ(GetFileVersionInfoSizeW(platform::Wide(wide.c_str()), nullptr), 0U) << path;

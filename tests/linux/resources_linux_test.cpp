@@ -1,6 +1,7 @@
 // Rows and resources of modules: the program's own, and files made here, malformed ones among them.
 #include "message_tables.h"
 #include "modules.h"
+#include "resource_bytes.h"
 #include "support.h"
 
 #include <cstring>
@@ -11,49 +12,26 @@
 
 namespace {
 
+using support::Half;
 using support::Narrow;
+using support::ResourceFile;
+using support::Units;
+using support::Word;
 
 constexpr unsigned short Guard = 0xBEEF;
 
-/// Puts a compiled resource file together.
-class ResourceFile {
-public:
-    ResourceFile() { Add(Number(0), Number(0), 0, ""); }
+std::string StringBlock(std::map<unsigned, std::string> rows)
+{
+    std::string data;
+    for (unsigned row = 0; row < 16; ++row)
+        data += Half(rows[row].size()) + Units(rows[row]);
+    return data;
+}
 
-    static std::string Number(unsigned id) { return Half(0xFFFF) + Half(id); }
-    static std::string Name(std::string_view text) { return Units(text) + Half(0); }
-    static std::string Half(unsigned value) { return {static_cast<char>(value), static_cast<char>(value >> 8)}; }
-    static std::string Word(std::size_t value)
-    {
-        return Half(static_cast<unsigned>(value & 0xFFFF)) + Half(static_cast<unsigned>(value >> 16));
-    }
-    static std::string Units(std::string_view text)
-    {
-        std::string units;
-        for (const char character : text)
-            units += Half(static_cast<unsigned char>(character));
-        return units;
-    }
-
-    void Add(const std::string& type, const std::string& name, unsigned language, const std::string& data)
-    {
-        std::string header = type + name;
-        header.resize((header.size() + 3) / 4 * 4);
-        header += Word(0) + Half(0x30) + Half(language) + Word(0) + Word(0);
-        Content += Word(data.size()) + Word(header.size() + 8) + header + data;
-        Content.resize((Content.size() + 3) / 4 * 4);
-    }
-
-    void AddStrings(unsigned block, unsigned language, std::map<unsigned, std::string> rows)
-    {
-        std::string data;
-        for (unsigned row = 0; row < 16; ++row)
-            data += Half(static_cast<unsigned>(rows[row].size())) + Units(rows[row]);
-        Add(Number(6), Number(block), language, data);
-    }
-
-    std::string Content;
-};
+void AddStrings(ResourceFile& file, unsigned block, unsigned language, const std::map<unsigned, std::string>& rows)
+{
+    file.Add(ResourceFile::Number(6), ResourceFile::Number(block), language, StringBlock(rows));
+}
 
 layer::Bytes View(const std::string& content)
 {
@@ -78,9 +56,9 @@ std::string Data(const std::string& file, WORD type, WORD name)
 TEST(Resources, RowsByBlock)
 {
     ResourceFile file;
-    file.AddStrings(1, 0x409, {{0, "row 0"}, {15, "row 15"}});
-    file.AddStrings(17, 0x409, {{0, "row 256"}, {5, "row 261"}});
-    file.AddStrings(4096, 0x409, {{15, "row 65535"}});
+    AddStrings(file, 1, 0x409, {{0, "row 0"}, {15, "row 15"}});
+    AddStrings(file, 17, 0x409, {{0, "row 256"}, {5, "row 261"}});
+    AddStrings(file, 4096, 0x409, {{15, "row 65535"}});
     const struct {
         UINT Number;
         const char* Expected;
@@ -112,7 +90,7 @@ TEST(Resources, AFileMayEndAnywhere)
 {
     ResourceFile file;
     file.Add(ResourceFile::Name("A"), ResourceFile::Name("BC"), 0x407, "1234567");
-    file.AddStrings(1, 0x407, {{2, "before"}, {3, "second"}});
+    AddStrings(file, 1, 0x407, {{2, "before"}, {3, "second"}});
     ASSERT_EQ("second", Row(file.Content, 3));
     for (std::size_t length = 0; length < file.Content.size(); ++length) {
         // On the heap at its exact size, so that tools see every byte that is read beyond it.
@@ -128,23 +106,23 @@ TEST(Resources, LengthsThatLie)
 {
     ResourceFile file;
     const std::size_t entry = file.Content.size();
-    file.AddStrings(1, 0x409, {{0, "before"}, {1, "second"}});
+    AddStrings(file, 1, 0x409, {{0, "before"}, {1, "second"}});
     const std::uint32_t lies[] = {0, 4, 7, 12, 20, 27, 0x7FFFFFFC, 0xFFFFFFFC, 0xFFFFFFFF};
     for (const std::uint32_t lie : lies) {
         std::string header = file.Content;
-        header.replace(entry + 4, 4, ResourceFile::Word(lie));
+        header.replace(entry + 4, 4, Word(lie));
         EXPECT_EQ("", Row(header, 1)) << lie;
         std::string data = file.Content;
-        data.replace(entry, 4, ResourceFile::Word(lie));
+        data.replace(entry, 4, Word(lie));
         EXPECT_NE("second", Row(data, 1)) << lie;
     }
     // A row that claims more units than its block has, and a block that stops short.
     std::string row = file.Content;
-    row.replace(entry + 32, 2, ResourceFile::Half(0xFFFF));
+    row.replace(entry + 32, 2, Half(0xFFFF));
     EXPECT_EQ("", Row(row, 0));
     EXPECT_EQ("", Row(row, 1));
     ResourceFile brief;
-    brief.Add(ResourceFile::Number(6), ResourceFile::Number(1), 0x409, ResourceFile::Half(1) + "xy" + "z");
+    brief.Add(ResourceFile::Number(6), ResourceFile::Number(1), 0x409, Half(1) + "xy" + "z");
     EXPECT_EQ("", Row(brief.Content, 1));
 }
 
@@ -204,11 +182,8 @@ std::string Message(const std::string& file, DWORD number)
 /// A message table with a block for number 7 and one from 10 to 11.
 std::string MessageTable(std::size_t secondBlockAt, unsigned lengthOf11)
 {
-    return ResourceFile::Word(2) + ResourceFile::Word(7) + ResourceFile::Word(7) + ResourceFile::Word(28) +
-           ResourceFile::Word(10) + ResourceFile::Word(11) + ResourceFile::Word(secondBlockAt) +
-           ResourceFile::Half(12) + ResourceFile::Half(1) + ResourceFile::Units("wide") + ResourceFile::Half(8) +
-           ResourceFile::Half(0) + "abc" + std::string(1, '\0') + ResourceFile::Half(lengthOf11) +
-           ResourceFile::Half(0) + "last";
+    return Word(2) + Word(7) + Word(7) + Word(28) + Word(10) + Word(11) + Word(secondBlockAt) + Half(12) + Half(1) +
+           Units("wide") + Half(8) + Half(0) + "abc" + std::string(1, '\0') + Half(lengthOf11) + Half(0) + "last";
 }
 
 std::string FileWith(const std::string& table)

@@ -1,6 +1,7 @@
 // The machine's code page, as the store names it.
 #include "child.h"
 #include "contract/convert.h"
+#include "tessmaru/frame.h"
 #include "text_conversion.h"
 #include "without_files.h"
 
@@ -93,6 +94,41 @@ TEST(TextConversionOnLinux, TheActivePageServesConversionAndFormatting)
                   const wstring expected{'A', 0x5B89, '\\', 0xFF71, '?', '|', '?', 'x'};
                   return format(buffer, "%S|%.1Sx", "A\x88\xC0\x5C\xB1\x88", "\x88\xC0") == expected ? 0 : 1;
               }));
+}
+
+/// The key of a password with a code page: 0 and the code of the failure, if it has none.
+struct KeyOf {
+    ULONG Key;
+    HRESULT Failure;
+};
+
+KeyOf Derive(const wstring& password)
+try {
+    return {utility::genEncryptKeyFromPassword(password), S_OK};
+} catch (const _com_error& failure) {
+    return {0, failure.Error()};
+}
+
+TEST(PasswordKeyOnLinux, DependsOnTheActivePage)
+{
+    const wstring four = {0x65E5, 0x672C, 0x8A9E, 0x7248};
+    const struct {
+        const char* Value;
+        wstring Password;
+        ULONG Key;  // of as many bytes as there are characters
+        HRESULT Failure;
+    } rows[] = {{"\"ACP\"=\"932\"", four, 0x411E2D6C, S_OK},
+                {"\"ACP\"=\"1252\"", {0xE9}, 0xF9BDE123, S_OK},
+                {"", {0xE9}, 0x910B9FBD, S_OK},
+                {"", four, 0, HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER)}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(0, WithActivePage(row.Value,
+                                    [&] {
+                                        const KeyOf derived = Derive(row.Password);
+                                        return derived.Key == row.Key && derived.Failure == row.Failure ? 0 : 1;
+                                    }))
+            << row.Value;
+    }
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 /// A value is read from the field of its type; conversions between types are not served.
 class TESSMARU_API _variant_t : public tagVARIANT {
 public:
+    // NOLINTBEGIN(google-explicit-constructor): a value stands for the variant that holds it
     _variant_t() noexcept { VariantInit(this); }
     _variant_t(const VARIANT& source) : _variant_t() { Copy(source); }
     _variant_t(const _variant_t& source) : _variant_t() { Copy(source); }
@@ -35,6 +36,7 @@ public:
     /// Holds a reference of its own, or takes the caller's over.
     _variant_t(IUnknown* object, bool addReference = true) noexcept;
     _variant_t(IDispatch* object, bool addReference = true) noexcept;
+    // NOLINTEND(google-explicit-constructor)
 
     ~_variant_t() noexcept { VariantClear(this); }
 
@@ -43,7 +45,7 @@ public:
         Copy(source);
         return *this;
     }
-    _variant_t& operator=(_variant_t&& source)
+    _variant_t& operator=(_variant_t&& source)  // NOLINT(performance-noexcept-move-constructor): a locked array stays
     {
         if (this != &source)
             Attach(source);

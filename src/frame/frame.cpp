@@ -1,0 +1,21 @@
+#include "tessmaru/frame.h"
+
+#include "frame/cipher.h"
+
+namespace {
+
+constexpr unsigned int LengthBits = 0xFFFF;
+
+}  // namespace
+
+LONG utility::encryptFrame(unsigned char* frame, const unsigned int& length, const ULONG& key)
+{
+    frame::Chosen().Encrypt(frame, length & LengthBits, key);
+    return 0;
+}
+
+LONG utility::decryptFrame(unsigned char* frame, const unsigned int& length, const ULONG& key)
+{
+    frame::Chosen().Decrypt(frame, length & LengthBits, key);
+    return 0;
+}

@@ -1,0 +1,26 @@
+#include "frame/crc32.h"
+#include "system.h"
+#include "tessmaru/frame.h"
+
+#include <algorithm>
+#include <iterator>
+
+ULONG utility::genEncryptKeyFromPassword(const wstring& password)
+{
+    constexpr std::size_t most = 8;
+    unsigned short wide[most + 1]{};
+    const auto end =
+        std::find(password.begin(), password.begin() + static_cast<std::ptrdiff_t>(std::min(most, password.size())), 0);
+    const auto units = static_cast<std::size_t>(std::copy(password.begin(), end, wide) - wide);
+
+    // Room for two bytes a character. What a shorter text leaves is zero.
+    char narrow[2 * std::size(wide)]{};
+    if (WideCharToMultiByte(CP_ACP, 0, platform::Wide(wide), -1, narrow, static_cast<int>(2 * (units + 1)), nullptr,
+                            nullptr) == 0)
+        throw _com_error(HRESULT_FROM_WIN32(GetLastError()));
+
+    // As many bytes count as there were characters, whatever each of them took.
+    unsigned char bytes[most]{};
+    std::copy_n(narrow, units, bytes);
+    return frame::calcCrc32(bytes, most);
+}

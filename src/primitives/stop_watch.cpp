@@ -1,0 +1,56 @@
+#include "tessmaru/primitives.h"
+
+#include "system.h"
+
+#include <iterator>
+
+using namespace utility::literals;
+
+namespace utility {
+
+CStopWatch::CStopWatch() : StartTicks(platform::Clock()), MarkTicks(platform::Clock()) {}
+
+CStopWatch::~CStopWatch() = default;
+
+double CStopWatch::Mark()
+{
+    const double seconds = ElapsedTimeSinceMark();
+    MarkTicks = platform::Clock();
+    return seconds;
+}
+
+double CStopWatch::ElapsedTime() const
+{
+    return getTimeSince(StartTicks);
+}
+
+double CStopWatch::ElapsedTimeSinceMark() const
+{
+    return getTimeSince(MarkTicks);
+}
+
+wstring CStopWatch::strElapsedTime() const
+{
+    return getAsStr(ElapsedTime());
+}
+
+wstring CStopWatch::strElapsedTimeSinceMark() const
+{
+    return getAsStr(ElapsedTimeSinceMark());
+}
+
+wstring CStopWatch::getAsStr(double seconds) const
+{
+    unsigned short text[64]{};
+    _snwprintf(platform::Wide(text), std::size(text) - 1, platform::Wide(u"%f seconds"_w), seconds);
+    return text;
+}
+
+double CStopWatch::getTimeSince(LONG ticks) const
+{
+    // The clock starts again at the end of its 32 bits.
+    const ULONG passed = static_cast<ULONG>(platform::Clock()) - static_cast<ULONG>(ticks);
+    return static_cast<LONG>(passed) * 0.001;
+}
+
+}  // namespace utility

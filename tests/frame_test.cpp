@@ -1,0 +1,141 @@
+#include "tessmaru/frame.h"
+
+#include "frame/cipher.h"
+#include "frame/crc32.h"
+#include "support.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+using support::Wide;
+using utility::decryptFrame;
+using utility::encryptFrame;
+using utility::genEncryptKeyFromPassword;
+
+using Bytes = std::vector<unsigned char>;
+
+constexpr ULONG key = 0x81C3A5F0;
+
+std::uint32_t Crc(std::string_view text)
+{
+    return frame::calcCrc32(reinterpret_cast<const unsigned char*>(text.data()), text.size());
+}
+
+TEST(Crc32, IsThePublishedOne)
+{
+    EXPECT_EQ(Crc("The quick red fox jumped over the lazy brown dog."), 0x378420CFU);
+    EXPECT_EQ(Crc("123456789"), 0xCBF43926U);
+    EXPECT_EQ(Crc(""), 0U);
+}
+
+TEST(PasswordKey, IsTheChecksumOfEightCharacters)
+{
+    EXPECT_EQ(genEncryptKeyFromPassword(Wide("password")), 0x35C246D5U);
+    EXPECT_EQ(genEncryptKeyFromPassword(Wide("password, and more of it")), 0x35C246D5U);
+    EXPECT_EQ(genEncryptKeyFromPassword(Wide("abc")), 0xEB2A5F74U);
+    EXPECT_EQ(genEncryptKeyFromPassword(Wide("abc") + utility::wstring{0, 'd', 'e'}),
+              genEncryptKeyFromPassword(Wide("abc")));
+    EXPECT_EQ(genEncryptKeyFromPassword({}), 0x6522DF69U) << "of eight zero bytes";
+    EXPECT_NE(genEncryptKeyFromPassword(Wide("passwore")), 0x35C246D5U);
+}
+
+TEST(Frame, ByHand)
+{
+    // The low bytes of the key rotated by 0, 1, 2 and 3 bits: F0, E1, C2, 84.
+    Bytes frame = {0x10, 0x20, 0x30, 0xFF};
+    EXPECT_EQ(encryptFrame(frame.data(), 4, key), 0);
+    EXPECT_EQ(frame, (Bytes{0x00, 0x11, 0x12, 0xB3}));
+    EXPECT_EQ(decryptFrame(frame.data(), 4, key), 0);
+    EXPECT_EQ(frame, (Bytes{0x10, 0x20, 0x30, 0xFF}));
+}
+
+TEST(Frame, LowSixteenBitsOfTheLengthCount)
+{
+    const Bytes plain(65600, 0x5A);
+    Bytes frame = plain;
+    for (const unsigned int none : {0U, 65536U, 0xFFFF0000U}) {
+        encryptFrame(frame.data(), none, key);
+        decryptFrame(frame.data(), none, key);
+        EXPECT_EQ(frame, plain) << none;
+    }
+    encryptFrame(nullptr, 0, key);
+    decryptFrame(nullptr, 65536, key);
+    encryptFrame(frame.data(), 65537, key);
+    EXPECT_EQ(frame[0], (0x5A + 0xF0) & 0xFF);
+    frame[0] = 0x5A;
+    EXPECT_EQ(frame, plain) << "one byte";
+}
+
+TEST(Frame, AChangeOfAScrambledByteRunsOn)
+{
+    const Bytes plain(100, 7);
+    Bytes frame = plain;
+    encryptFrame(frame.data(), 100, key);
+    frame[40] = static_cast<unsigned char>(frame[40] + 3);
+    decryptFrame(frame.data(), 100, key);
+    for (std::size_t i = 0; i < frame.size(); ++i)
+        EXPECT_EQ(frame[i], i < 40 ? 7 : i % 2 == 0 ? 10 : 4) << i;
+}
+
+/// A form of the cipher, and whether this processor has it.
+struct Form {
+    const char* Name;
+    frame::Transforms Transforms;
+    bool Runs;
+};
+
+const Form forms[] = {{"ssse3", {frame::EncryptSsse3, frame::DecryptSsse3}, __builtin_cpu_supports("ssse3") != 0},
+                      {"avx2", {frame::EncryptAvx2, frame::DecryptAvx2}, __builtin_cpu_supports("avx2") != 0},
+                      {"chosen", frame::Chosen(), true}};
+
+/// Expects of a form what the plain one does with these bytes, at a place of this alignment, and nothing around them.
+void ExpectAlike(const Form& form, const Bytes& plain, std::size_t alignment, std::uint32_t withKey)
+{
+    constexpr std::size_t around = 64;
+    Bytes scrambled = plain;
+    frame::EncryptPlain(scrambled.data(), scrambled.size(), withKey);
+    Bytes room(plain.size() + 2 * around, 0xEE);
+    const Bytes untouched = room;
+    auto* const place = room.data() + around / 2 + alignment;
+    const auto holds = [&](const Bytes& content) {
+        const bool same = std::equal(content.begin(), content.end(), place);
+        Bytes rest = room;
+        std::fill_n(rest.begin() + (place - room.data()), content.size(), static_cast<unsigned char>(0xEE));
+        return same && rest == untouched;
+    };
+    std::copy(plain.begin(), plain.end(), place);
+    form.Transforms.Encrypt(place, plain.size(), withKey);
+    EXPECT_TRUE(holds(scrambled)) << form.Name << " encrypts " << plain.size() << " at " << alignment;
+    form.Transforms.Decrypt(place, plain.size(), withKey);
+    EXPECT_TRUE(holds(plain)) << form.Name << " decrypts " << plain.size() << " at " << alignment;
+}
+
+TEST(Frame, EveryFormGivesTheSameBytes)
+{
+    std::uint32_t random = 1;
+    const auto next = [&random] { return random = random * 1664525 + 1013904223; };
+    const auto bytes = [&](std::size_t count) {
+        Bytes made(count);
+        for (unsigned char& byte : made)
+            byte = static_cast<unsigned char>(next() >> 24);
+        return made;
+    };
+    for (const Form& form : forms) {
+        if (!form.Runs)
+            continue;
+        for (std::size_t count = 0; count < 300; ++count)
+            ExpectAlike(form, bytes(count), next() >> 27, next());
+        for (std::size_t alignment = 0; alignment < 32; ++alignment)
+            ExpectAlike(form, bytes(200 + alignment), alignment, 1U << alignment);
+        for (const std::uint32_t withKey : {0U, 0xFFFFFFFFU}) {
+            for (const std::size_t count : {1500U, 4096U, 65503U, 65535U})
+                ExpectAlike(form, bytes(count), 7, withKey);
+        }
+    }
+}
+
+}  // namespace
