@@ -64,8 +64,9 @@ struct Narrow {
     /// From memory to streams, and back.
     static Pair Regrouped(const Pair& pair) { return pair; }
 
-    /// Where the plain bytes of a stream start: the one before it is taken away and added in turns. What the step by
-    /// one has taken from the first byte, though nothing stands before it, goes to every other.
+    /// What a stream starts with in place of its 16 plain bytes before. The one plain byte before it is taken away and
+    /// added in turns. What the step by one takes from the first byte, before which nothing stands, comes back at every
+    /// second one.
     static Type Echo(int previous, int taken)
     {
         return Add(_mm_sign_epi8(_mm_set1_epi8(static_cast<char>(previous)), _mm_set1_epi16(0x01FF)),
