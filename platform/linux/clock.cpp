@@ -3,9 +3,9 @@
 #include "system.h"
 
 #include <charconv>
+#include <ctime>
 #include <fcntl.h>
 #include <string_view>
-#include <time.h>
 
 namespace {
 

@@ -45,7 +45,7 @@ std::optional<Extent> FindSection(ByteSource& file)
 
 DWORD layer::FindElfResource(ByteSource& file, WORD type, WORD name, Extent& found)
 {
-    unsigned char ident[EI_NIDENT];
+    unsigned char ident[EI_NIDENT]{};
     if (!file.Get(0, ident) || std::memcmp(ident, ELFMAG, SELFMAG) != 0 || ident[EI_DATA] != ELFDATA2LSB)
         return ERROR_BAD_EXE_FORMAT;
     const std::optional<Extent> section = ident[EI_CLASS] == ELFCLASS64 ? FindSection<Elf64_Ehdr, Elf64_Shdr>(file)

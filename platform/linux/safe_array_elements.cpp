@@ -22,8 +22,8 @@ layer::ElementType layer::ElementsOf(VARTYPE type)
         case VT_DECIMAL: return {sizeof(DECIMAL), FADF_HAVEVARTYPE};
         case VT_BSTR: return {sizeof(BSTR), FADF_HAVEVARTYPE | FADF_BSTR};
         case VT_VARIANT: return {sizeof(VARIANT), FADF_HAVEVARTYPE | FADF_VARIANT};
-        case VT_UNKNOWN: return {sizeof(IUnknown*), FADF_HAVEIID | FADF_UNKNOWN};
-        case VT_DISPATCH: return {sizeof(IDispatch*), FADF_HAVEIID | FADF_DISPATCH};
+        case VT_UNKNOWN: return {sizeof(void*), FADF_HAVEIID | FADF_UNKNOWN};
+        case VT_DISPATCH: return {sizeof(void*), FADF_HAVEIID | FADF_DISPATCH};
         default: return {0, 0};
     }
 }

@@ -66,6 +66,7 @@ void frame::EncryptAvx2(unsigned char* bytes, std::size_t count, std::uint32_t k
     Encrypt<Wide>(bytes, count, key);
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): it is written to
 void frame::DecryptAvx2(unsigned char* bytes, std::size_t count, std::uint32_t key)
 {
     Rest rest{bytes, count, key, 0};

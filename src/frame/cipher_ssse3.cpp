@@ -5,6 +5,7 @@ void frame::EncryptSsse3(unsigned char* bytes, std::size_t count, std::uint32_t 
     Encrypt<Narrow>(bytes, count, key);
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): it is written to
 void frame::DecryptSsse3(unsigned char* bytes, std::size_t count, std::uint32_t key)
 {
     Rest rest{bytes, count, key, 0};

@@ -7,8 +7,9 @@
 
 #include <immintrin.h>
 
-namespace {
+namespace {  // NOLINT(cert-dcl59-cpp): see above
 
+// NOLINTNEXTLINE(misc-definitions-in-headers)
 constexpr std::size_t period = 32;  // of the key's bytes
 
 /// The low bytes of a key rotated left by 0, 1, 2 … 31 bits.

@@ -96,6 +96,17 @@ TEST(AutomationOnLinux, FromAnArrayWithoutMemory)
     SafeArrayDestroy(variants);
 }
 
+TEST(SafeArraysOnLinux, ADescriptorThatContradictsItselfTakesNoNull)
+{
+    SAFEARRAY* const array = MadeOf({support::Wide("old")});
+    const ULONG bytes = array->cbElements;
+    array->cbElements = 2;
+    LONG index = 0;
+    EXPECT_EQ(SafeArrayPutElement(array, &index, nullptr), E_INVALIDARG);
+    array->cbElements = bytes;
+    SafeArrayDestroy(array);
+}
+
 TEST(AutomationOnLinux, AFailureLeavesWhatWasThere)
 {
     VARIANT held{};
