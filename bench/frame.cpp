@@ -25,15 +25,33 @@ unsigned CallsFor(const Plan& plan, unsigned length)
     return plan.Calls * 10 / (length + 100) + 1;
 }
 
+/// One way to scramble or restore a frame, to another.
 template <class Other, class Call>
 void PrintPair(const Plan& plan, const std::string& what, unsigned length, Other other, Call call, double goal)
 {
     Frame one(length);
     Frame two(length);
-    const auto slow = [&](unsigned) { other(one); };
-    const auto fast = [&](unsigned) { call(two.Bytes.data(), two.Length, key); };
-    PrintRow(what + ", " + std::to_string(length) + " bytes", Compare(slow, fast, CallsFor(plan, length), plan.Rounds),
+    PrintRow(what + ", " + std::to_string(length) + " bytes",
+             Compare([&](unsigned) { other(one); }, [&](unsigned) { call(two); }, CallsFor(plan, length), plan.Rounds),
              {0, goal});
+}
+
+auto By(frame::Transform* transform)
+{
+    return [transform](Frame& frame) { transform(frame.Bytes.data(), frame.Length, key); };
+}
+
+/// Each form has to be worth its code.
+void CompareForms(const Plan& plan, unsigned length)
+{
+    if (!__builtin_cpu_supports("ssse3"))
+        return;
+    PrintPair(plan, "plain loop, to encrypt by SSSE3", length, By(frame::EncryptPlain), By(frame::EncryptSsse3), 1);
+    PrintPair(plan, "plain loop, to decrypt by SSSE3", length, By(frame::DecryptPlain), By(frame::DecryptSsse3), 1);
+    if (!__builtin_cpu_supports("avx2"))
+        return;
+    PrintPair(plan, "SSSE3, to encrypt by AVX2", length, By(frame::EncryptSsse3), By(frame::EncryptAvx2), 1);
+    PrintPair(plan, "SSSE3, to decrypt by AVX2", length, By(frame::DecryptSsse3), By(frame::DecryptAvx2), 1);
 }
 
 }  // namespace
@@ -49,14 +67,16 @@ void MeasureFrames(const Plan& plan, const tools::ScratchFolder&)
         std::memcpy(copied.data(), from.Bytes.data(), from.Length);
         Use(copied[0]);
     };
-    const auto encrypt = [](Frame& frame) { frame::EncryptPlain(frame.Bytes.data(), frame.Length, key); };
-    const auto decrypt = [](Frame& frame) { frame::DecryptPlain(frame.Bytes.data(), frame.Length, key); };
-    PrintPair(plan, "memcpy, to encrypt", longest, copy, utility::encryptFrame, 0.9);
-    PrintPair(plan, "memcpy, to decrypt", longest, copy, utility::decryptFrame, 0.45);
-    PrintPair(plan, "plain loop, to encrypt", usual, encrypt, utility::encryptFrame, 12);
-    PrintPair(plan, "plain loop, to decrypt", usual, decrypt, utility::decryptFrame, 6);
-    PrintPair(plan, "plain loop, to encrypt", small, encrypt, utility::encryptFrame, 1);
-    PrintPair(plan, "plain loop, to decrypt", small, decrypt, utility::decryptFrame, 1);
+    const auto encrypt = [](Frame& frame) { utility::encryptFrame(frame.Bytes.data(), frame.Length, key); };
+    const auto decrypt = [](Frame& frame) { utility::decryptFrame(frame.Bytes.data(), frame.Length, key); };
+    PrintPair(plan, "memcpy, to encrypt", longest, copy, encrypt, 0.9);
+    PrintPair(plan, "memcpy, to decrypt", longest, copy, decrypt, 0.45);
+    PrintPair(plan, "plain loop, to encrypt", usual, By(frame::EncryptPlain), encrypt, 12);
+    PrintPair(plan, "plain loop, to decrypt", usual, By(frame::DecryptPlain), decrypt, 6);
+    PrintPair(plan, "plain loop, to encrypt", small, By(frame::EncryptPlain), encrypt, 1);
+    PrintPair(plan, "plain loop, to decrypt", small, By(frame::DecryptPlain), decrypt, 1);
+    CompareForms(plan, longest);
+    CompareForms(plan, small);
 
     const utility::wstring password = {'s', 'e', 'c', 'r', 'e', 't', '!', '?'};
     PrintRow("key of a password, to a copy of the password",

@@ -20,8 +20,9 @@ namespace utility {
 /// One object serves one thread at a time.
 ///
 /// @code
-///     utility::CVersionInfo version;
-///     version.setModule(GetModuleHandleW(u"libSiteImport.so"_w));
+///     using utility::CVersionInfo;
+///     CVersionInfo version;
+///     version.setModule(GetModuleHandleW(u"site_import.so"_w));
 ///     log->LogInfo(u"%s %s"_w, u"Import"_w,
 ///                  version.getVersionInfoLanguageValue(CVersionInfo::eLANG_PRODUCT_NAME, 0x0409, 0x04B0).c_str(),
 ///                  version.getVersionInfoFixedValue(CVersionInfo::eFIXED_FILE_VERSION).c_str());

@@ -39,13 +39,23 @@ void ForEachThread(DWORD process, DWORD(WINAPI* call)(HANDLE))
     for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
         if (entry.th32OwnerProcessID != process)
             continue;
-        const HANDLE thread = OpenThread(THREAD_SUSPEND_RESUME, FALSE, entry.th32ThreadID);
+        const HANDLE thread = OpenThread(THREAD_SUSPEND_RESUME | THREAD_GET_CONTEXT, FALSE, entry.th32ThreadID);
         if (thread == nullptr)
             continue;
         call(thread);
         CloseHandle(thread);
     }
     CloseHandle(snapshot);
+}
+
+/// Suspends a thread and waits until it rests.
+DWORD WINAPI Halt(HANDLE thread)
+{
+    const DWORD before = SuspendThread(thread);
+    CONTEXT context{};
+    context.ContextFlags = CONTEXT_CONTROL;
+    GetThreadContext(thread, &context);
+    return before;
 }
 
 }  // namespace
@@ -151,6 +161,9 @@ std::uint32_t Family::Start(const std::vector<std::string>& arguments)
 void Family::Kill(std::uint32_t process)
 {
     const HANDLE member = Held->Members.at(process);
+    // The system ends what a thread has begun to write before it frees the thread's mutexes. Its emulation frees them
+    // at once, so the threads come to rest first, wherever they are.
+    ForEachThread(process, Halt);
     TerminateProcess(member, 1);
     WaitForEnd(member);
     Held->Members.erase(process);
