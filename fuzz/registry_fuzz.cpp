@@ -1,5 +1,5 @@
 // The settings store: any bytes give a store that can be asked, and an ASCII file gives the same one as UTF-16.
-#include "registry_file.h"
+#include "store/export_file.h"
 
 #include <algorithm>
 #include <cstddef>

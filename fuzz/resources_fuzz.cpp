@@ -1,5 +1,6 @@
 // Any bytes as a compiled resource file: what is found lies inside them.
-#include "message_tables.h"
+#include "messages/message_table.h"
+#include "resources/resource_file.h"
 
 #include <cstdint>
 #include <cstdlib>

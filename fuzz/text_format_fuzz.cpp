@@ -1,5 +1,5 @@
 // Any picture over arguments that are sound for every conversion: each is the address of a terminated text.
-#include "text_format.h"
+#include "format/printf.h"
 
 #include <algorithm>
 #include <array>

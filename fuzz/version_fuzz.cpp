@@ -1,5 +1,6 @@
 // Any bytes as a module file, and as a version block: what is found lies inside them.
-#include "version_resource.h"
+#include "resources/version_block.h"
+#include "resources/version_file.h"
 
 #include <cstdint>
 #include <cstdlib>

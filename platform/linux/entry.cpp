@@ -1,6 +1,6 @@
-// Calls the library's entry point: behind its static initialisation when it is loaded, ahead of its static
+// Calls the library's entry point: after the library's static initialisation when it is loaded, and before its static
 // destruction when it is unloaded or the program ends.
-#include "modules.h"
+#include "modules/modules.h"
 
 namespace {
 
@@ -13,9 +13,8 @@ struct Entry {
 
 }  // namespace
 
-// Behind the statics of the library (200 and 201) and ahead of those of a program into which it is linked, as
-// these may log.
-// The name is how a program asks for it that links the static library.
+// After the statics of the library (200 and 201), and before those of a program into which it is linked, since these
+// may log. A program that links the static library refers to this name, so that the linker takes this file.
 namespace layer {
 [[gnu::init_priority(202)]] Entry entry;
 }

@@ -1,6 +1,6 @@
 // Modules as they come and go, and those without a file.
 #include "fail_allocation.h"
-#include "modules.h"
+#include "modules/modules.h"
 #include "support.h"
 #include "tessmaru/version.h"
 

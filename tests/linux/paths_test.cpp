@@ -1,5 +1,5 @@
 // Paths in the platform's form on the file system.
-#include "paths.h"
+#include "files/paths.h"
 #include "support.h"
 
 #include <gtest/gtest.h>

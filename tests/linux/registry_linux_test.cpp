@@ -1,7 +1,7 @@
 // The settings store: what its file says, and when the calls that read it see it.
 #include "fail_allocation.h"
-#include "registry.h"
-#include "registry_file.h"
+#include "store/export_file.h"
+#include "store/registry.h"
 #include "support.h"
 
 #include <gtest/gtest.h>

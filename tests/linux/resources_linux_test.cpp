@@ -1,7 +1,8 @@
 // Rows and resources of modules: the program's own, and files made here, malformed ones among them.
-#include "message_tables.h"
-#include "modules.h"
+#include "messages/message_table.h"
+#include "modules/modules.h"
 #include "resource_bytes.h"
+#include "resources/module_resources.h"
 #include "support.h"
 
 #include <cstring>

@@ -1,8 +1,8 @@
 // The machine's code page, as the store names it.
 #include "child.h"
 #include "contract/convert.h"
+#include "region/active_code_page.h"
 #include "tessmaru/frame.h"
-#include "text_conversion.h"
 #include "without_files.h"
 
 #include <cstring>

@@ -1,7 +1,7 @@
 // What the layer's formatting does beyond its contract: narrow text of this machine, texts without an end, values that
 // are at hand instead of an argument list.
+#include "format/printf.h"
 #include "support.h"
-#include "text_format.h"
 
 #include <climits>
 #include <cstring>

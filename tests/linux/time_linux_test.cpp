@@ -1,6 +1,6 @@
 // Dates and times as text, the machine's short date, and the local time.
 #include "child.h"
-#include "short_date.h"
+#include "region/short_date.h"
 #include "support.h"
 #include "without_files.h"
 

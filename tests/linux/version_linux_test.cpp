@@ -1,9 +1,10 @@
 // Version blocks in files made here, malformed ones among them, and what the layer says of files and modules.
 #include "fail_allocation.h"
 #include "resource_bytes.h"
+#include "resources/version_block.h"
+#include "resources/version_file.h"
 #include "support.h"
 #include "tessmaru/version.h"
-#include "version_resource.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,414 @@
+// Safe arrays. In front of a descriptor made here lies what tells its elements' type: a type code, or the interface
+// that they are references to. A descriptor of somebody else's has nothing there, and its features say so.
+#include "automation/safe_array_elements.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <span>
+
+using layer::InterfaceFeatures;
+using layer::OwnerFeatures;
+
+namespace {
+
+constexpr std::size_t PrefixBytes = sizeof(IID);
+constexpr ULONG MostLocks = 0xFFFF;
+constexpr USHORT BorrowedMemory = FADF_AUTO | FADF_STATIC | FADF_EMBEDDED;
+constexpr USHORT FixedData = BorrowedMemory | FADF_FIXEDSIZE;
+constexpr USHORT FADF_CREATEVECTOR = 0x2000;
+
+std::byte* PrefixOf(SAFEARRAY* array)
+{
+    return reinterpret_cast<std::byte*>(array) - PrefixBytes;
+}
+
+/// How many bytes so many elements take, if they fit the 32 bits that count them.
+std::optional<std::size_t> BytesOf(std::uint64_t elements, ULONG elementBytes)
+{
+    if (elementBytes != 0 && elements > 0xFFFFFFFF / elementBytes)
+        return std::nullopt;
+    return static_cast<std::size_t>(elements * elementBytes);
+}
+
+/// The elements of all dimensions, if their bytes can be counted.
+std::optional<std::uint64_t> CountOf(std::span<const SAFEARRAYBOUND> bounds, ULONG elementBytes)
+{
+    std::uint64_t count = 1;
+    for (const SAFEARRAYBOUND& bound : bounds) {
+        count *= bound.cElements;
+        if (!BytesOf(count, elementBytes))
+            return std::nullopt;
+    }
+    return count;
+}
+
+std::span<SAFEARRAYBOUND> BoundsOf(SAFEARRAY& array)
+{
+    return {array.rgsabound, array.cDims};
+}
+
+bool IsSound(const SAFEARRAYBOUND& bound)
+{
+    // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): every bound is set
+    return std::int64_t{bound.lLbound} + bound.cElements - 1 <= 0x7FFFFFFF;
+}
+
+SAFEARRAY* MakeDescriptor(UINT dimensions)
+{
+    const std::size_t bytes = sizeof(SAFEARRAY) + (dimensions - 1) * sizeof(SAFEARRAYBOUND);
+    auto* const block = static_cast<std::byte*>(std::calloc(1, PrefixBytes + bytes));
+    if (block == nullptr)
+        return nullptr;
+    auto* const array = reinterpret_cast<SAFEARRAY*>(block + PrefixBytes);
+    array->cDims = static_cast<USHORT>(dimensions);
+    return array;
+}
+
+/// Zero elements for a descriptor that has its bounds; an array without elements has data too.
+bool MakeData(SAFEARRAY& array)
+{
+    const auto count = CountOf(BoundsOf(array), array.cbElements);
+    if (!count)
+        return false;
+    array.pvData =
+        std::calloc(std::max<std::size_t>(static_cast<std::size_t>(*count), 1), std::max<ULONG>(array.cbElements, 1));
+    return array.pvData != nullptr;
+}
+
+/// Another array of the same shape and type, its elements zero.
+SAFEARRAY* MakeLike(SAFEARRAY& model)
+{
+    SAFEARRAY* const array = MakeDescriptor(model.cDims);
+    if (array == nullptr)
+        return nullptr;
+    array->fFeatures = static_cast<USHORT>(model.fFeatures & ~(FixedData | FADF_CREATEVECTOR));
+    array->cbElements = model.cbElements;
+    if ((model.fFeatures & (FADF_HAVEIID | FADF_HAVEVARTYPE)) != 0)
+        std::memcpy(PrefixOf(array), PrefixOf(&model), PrefixBytes);
+    std::ranges::copy(BoundsOf(model), array->rgsabound);
+    if (!MakeData(*array)) {
+        SafeArrayDestroyDescriptor(array);
+        return nullptr;
+    }
+    return array;
+}
+
+const SAFEARRAYBOUND* BoundOf(SAFEARRAY& array, UINT dimension)
+{
+    return dimension >= 1 && dimension <= array.cDims ? &array.rgsabound[array.cDims - dimension] : nullptr;
+}
+
+/// Adds to the lock count unless that would leave its range.
+HRESULT ChangeLocks(SAFEARRAY* array, int change)
+{
+    if (array == nullptr)
+        return E_INVALIDARG;
+    std::atomic_ref<ULONG> locks(array->cLocks);
+    ULONG count = locks.load();
+    do {
+        if (change > 0 ? count >= MostLocks : count == 0)
+            return E_UNEXPECTED;
+    } while (!locks.compare_exchange_weak(count, count + static_cast<ULONG>(change)));
+    return S_OK;
+}
+
+/// An array locked for one access to an element.
+class LockedElement {
+public:
+    LockedElement(SAFEARRAY* array, LONG* indices) : Array(array), Result(SafeArrayLock(array))
+    {
+        if (FAILED(Result))
+            return;
+        void* element = nullptr;
+        Result = SafeArrayPtrOfIndex(array, indices, &element);
+        Address = static_cast<std::byte*>(element);
+        Locked = true;
+    }
+    LockedElement(const LockedElement&) = delete;
+    LockedElement& operator=(const LockedElement&) = delete;
+    ~LockedElement()
+    {
+        if (Locked)
+            SafeArrayUnlock(Array);
+    }
+
+    HRESULT result() const { return Result; }
+    std::byte* address() const { return Address; }
+
+private:
+    SAFEARRAY* const Array;
+    HRESULT Result;
+    bool Locked = false;
+    std::byte* Address = nullptr;
+};
+
+}  // namespace
+
+SAFEARRAY* SafeArrayCreate(VARTYPE type, UINT dimensions, SAFEARRAYBOUND* bounds)
+{
+    const layer::ElementType element = layer::ElementsOf(type);
+    if (element.Bytes == 0 || dimensions == 0 || dimensions > 0xFFFF || bounds == nullptr ||
+        !std::all_of(bounds, bounds + dimensions, IsSound))
+        return nullptr;
+    SAFEARRAY* const array = MakeDescriptor(dimensions);
+    if (array == nullptr)
+        return nullptr;
+    array->fFeatures = element.Features;
+    array->cbElements = element.Bytes;
+    if ((element.Features & FADF_HAVEIID) != 0) {
+        std::memcpy(PrefixOf(array), type == VT_DISPATCH ? &IID_IDispatch : &IID_IUnknown, sizeof(IID));
+    } else {
+        const DWORD code = type;
+        std::memcpy(PrefixOf(array) + PrefixBytes - sizeof code, &code, sizeof code);
+    }
+    std::reverse_copy(bounds, bounds + dimensions, array->rgsabound);
+    if (!MakeData(*array)) {
+        SafeArrayDestroyDescriptor(array);
+        return nullptr;
+    }
+    return array;
+}
+
+SAFEARRAY* SafeArrayCreateVector(VARTYPE type, LONG lowerBound, ULONG elements)
+{
+    SAFEARRAYBOUND bound{elements, lowerBound};
+    SAFEARRAY* const array = SafeArrayCreate(type, 1, &bound);
+    if (array != nullptr)
+        array->fFeatures |= FADF_CREATEVECTOR;
+    return array;
+}
+
+HRESULT SafeArrayDestroyData(SAFEARRAY* array)
+{
+    if (array == nullptr)
+        return E_INVALIDARG;
+    if (array->cLocks != 0)
+        return DISP_E_ARRAYISLOCKED;
+    if (array->pvData == nullptr)
+        return S_OK;
+    const auto count = CountOf(BoundsOf(*array), array->cbElements);
+    if (!count)
+        return E_UNEXPECTED;
+    const auto bytes = static_cast<std::size_t>(*count * array->cbElements);
+    layer::ReleaseElements(*array, 0, bytes);
+    if ((array->fFeatures & FixedData) != 0) {
+        std::memset(array->pvData, 0, bytes);
+        return S_OK;
+    }
+    std::free(array->pvData);
+    array->pvData = nullptr;
+    return S_OK;
+}
+
+HRESULT SafeArrayDestroyDescriptor(SAFEARRAY* array)
+{
+    if (array == nullptr)
+        return S_OK;
+    if (array->cLocks != 0)
+        return DISP_E_ARRAYISLOCKED;
+    if ((array->fFeatures & BorrowedMemory) == 0)
+        std::free(PrefixOf(array));
+    return S_OK;
+}
+
+HRESULT SafeArrayDestroy(SAFEARRAY* array)
+{
+    if (array == nullptr)
+        return S_OK;
+    const HRESULT destroyed = SafeArrayDestroyData(array);
+    return FAILED(destroyed) ? destroyed : SafeArrayDestroyDescriptor(array);
+}
+
+HRESULT SafeArrayRedim(SAFEARRAY* array, SAFEARRAYBOUND* bound)
+{
+    if (array == nullptr || bound == nullptr || array->cDims == 0 || array->pvData == nullptr || !IsSound(*bound))
+        return E_INVALIDARG;
+    if (array->cLocks != 0 || (array->fFeatures & FixedData) != 0)
+        return DISP_E_ARRAYISLOCKED;
+    const auto rows = CountOf(BoundsOf(*array).subspan(1), array->cbElements);
+    const auto before = rows ? BytesOf(*rows * array->rgsabound[0].cElements, array->cbElements) : std::nullopt;
+    const auto after = rows ? BytesOf(*rows * bound->cElements, array->cbElements) : std::nullopt;
+    if (!before || !after)
+        return E_OUTOFMEMORY;
+    if (*after < *before)
+        layer::ReleaseElements(*array, *after, *before);
+    void* const data = std::realloc(array->pvData, std::max<std::size_t>(*after, 1));
+    if (data == nullptr && *after > *before)
+        return E_OUTOFMEMORY;
+    if (data != nullptr)
+        array->pvData = data;
+    if (*after > *before)
+        std::memset(static_cast<std::byte*>(array->pvData) + *before, 0, *after - *before);
+    array->rgsabound[0] = *bound;
+    return S_OK;
+}
+
+HRESULT SafeArrayCopy(SAFEARRAY* source, SAFEARRAY** copy)
+{
+    if (copy == nullptr)
+        return E_INVALIDARG;
+    *copy = nullptr;
+    if (source == nullptr)
+        return S_OK;
+    if (source->cDims == 0)
+        return E_INVALIDARG;
+    SAFEARRAY* const made = MakeLike(*source);
+    if (made == nullptr)
+        return E_OUTOFMEMORY;
+    const auto* const from = static_cast<const std::byte*>(source->pvData);
+    auto* const to = static_cast<std::byte*>(made->pvData);
+    const std::uint64_t count = from != nullptr ? *CountOf(BoundsOf(*made), made->cbElements) : 0;
+    if (!layer::HasOwners(*made)) {
+        if (from != nullptr)
+            std::memcpy(to, from, static_cast<std::size_t>(count * made->cbElements));
+        *copy = made;
+        return S_OK;
+    }
+    for (std::uint64_t at = 0; at < count * made->cbElements; at += made->cbElements) {
+        const HRESULT result = layer::CopyElement(made->fFeatures, from + at, to + at);
+        if (FAILED(result)) {
+            SafeArrayDestroy(made);
+            return result;
+        }
+    }
+    *copy = made;
+    return S_OK;
+}
+
+UINT SafeArrayGetDim(SAFEARRAY* array)
+{
+    return array != nullptr ? array->cDims : 0;
+}
+
+UINT SafeArrayGetElemsize(SAFEARRAY* array)
+{
+    return array != nullptr ? array->cbElements : 0;
+}
+
+HRESULT SafeArrayGetVartype(SAFEARRAY* array, VARTYPE* type)
+{
+    if (array == nullptr || type == nullptr)
+        return E_INVALIDARG;
+    if ((array->fFeatures & FADF_HAVEVARTYPE) != 0) {
+        DWORD code = 0;
+        std::memcpy(&code, PrefixOf(array) + PrefixBytes - sizeof code, sizeof code);
+        *type = static_cast<VARTYPE>(code);
+        return S_OK;
+    }
+    switch (array->fFeatures & OwnerFeatures) {
+        case FADF_BSTR: *type = VT_BSTR; return S_OK;
+        case FADF_VARIANT: *type = VT_VARIANT; return S_OK;
+        case FADF_UNKNOWN: *type = VT_UNKNOWN; return S_OK;
+        case FADF_DISPATCH: *type = VT_DISPATCH; return S_OK;
+        default: return E_INVALIDARG;
+    }
+}
+
+HRESULT SafeArrayGetLBound(SAFEARRAY* array, UINT dimension, LONG* bound)
+{
+    if (array == nullptr || bound == nullptr)
+        return E_INVALIDARG;
+    const SAFEARRAYBOUND* const found = BoundOf(*array, dimension);
+    if (found == nullptr)
+        return DISP_E_BADINDEX;
+    *bound = found->lLbound;
+    return S_OK;
+}
+
+HRESULT SafeArrayGetUBound(SAFEARRAY* array, UINT dimension, LONG* bound)
+{
+    if (array == nullptr || bound == nullptr)
+        return E_INVALIDARG;
+    const SAFEARRAYBOUND* const found = BoundOf(*array, dimension);
+    if (found == nullptr)
+        return DISP_E_BADINDEX;
+    *bound = static_cast<LONG>(std::int64_t{found->lLbound} + found->cElements - 1);
+    return S_OK;
+}
+
+HRESULT SafeArrayLock(SAFEARRAY* array)
+{
+    return ChangeLocks(array, 1);
+}
+
+HRESULT SafeArrayUnlock(SAFEARRAY* array)
+{
+    return ChangeLocks(array, -1);
+}
+
+HRESULT SafeArrayAccessData(SAFEARRAY* array, void** data)
+{
+    if (array == nullptr || data == nullptr)
+        return E_INVALIDARG;
+    const HRESULT locked = SafeArrayLock(array);
+    if (SUCCEEDED(locked))
+        *data = array->pvData;
+    return locked;
+}
+
+HRESULT SafeArrayUnaccessData(SAFEARRAY* array)
+{
+    return SafeArrayUnlock(array);
+}
+
+// NOLINTNEXTLINE(readability-non-const-parameter): as published
+HRESULT SafeArrayPtrOfIndex(SAFEARRAY* array, LONG* indices, void** element)
+{
+    if (array == nullptr || indices == nullptr || element == nullptr || array->pvData == nullptr)
+        return E_INVALIDARG;
+    std::size_t offset = 0;
+    std::size_t stride = array->cbElements;
+    for (UINT dimension = 1; dimension <= array->cDims; ++dimension) {
+        const SAFEARRAYBOUND& bound = *BoundOf(*array, dimension);
+        const std::int64_t distance = std::int64_t{indices[dimension - 1]} - bound.lLbound;
+        if (distance < 0 || distance >= bound.cElements)
+            return DISP_E_BADINDEX;
+        offset += static_cast<std::size_t>(distance) * stride;
+        stride *= bound.cElements;
+    }
+    *element = static_cast<std::byte*>(array->pvData) + offset;
+    return S_OK;
+}
+
+HRESULT SafeArrayGetElement(SAFEARRAY* array, LONG* indices, void* element)
+{
+    if (array == nullptr || indices == nullptr || element == nullptr)
+        return E_INVALIDARG;
+    const LockedElement found(array, indices);
+    if (FAILED(found.result()))
+        return found.result();
+    if (layer::HasOwners(*array))
+        return layer::CopyElement(array->fFeatures, found.address(), static_cast<std::byte*>(element));
+    std::memcpy(element, found.address(), array->cbElements);
+    return S_OK;
+}
+
+HRESULT SafeArrayPutElement(SAFEARRAY* array, LONG* indices, void* element)
+{
+    if (array == nullptr || indices == nullptr)
+        return E_INVALIDARG;
+    const LockedElement found(array, indices);
+    if (FAILED(found.result()))
+        return found.result();
+    const bool hasOwners = layer::HasOwners(*array);
+    const bool givenItself = hasOwners && (array->fFeatures & (FADF_BSTR | InterfaceFeatures)) != 0;
+    if (!givenItself && element == nullptr)
+        return E_INVALIDARG;
+    if (!hasOwners) {
+        std::memcpy(found.address(), element, array->cbElements);
+        return S_OK;
+    }
+    if ((array->fFeatures & FADF_VARIANT) != 0)
+        return VariantCopy(reinterpret_cast<VARIANT*>(found.address()), static_cast<const VARIANT*>(element));
+    void* copy = nullptr;
+    const HRESULT result = layer::CopyElement(array->fFeatures, reinterpret_cast<const std::byte*>(&element),
+                                              reinterpret_cast<std::byte*>(&copy));
+    if (FAILED(result))
+        return result;
+    layer::ReleaseElement(array->fFeatures, found.address());
+    std::memcpy(found.address(), &copy, sizeof copy);
+    return S_OK;
+}

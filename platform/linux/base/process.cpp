@@ -1,0 +1,51 @@
+// The ids of the process and the thread. Each costs a system call and every record needs both, so both are kept; only
+// `fork` changes them.
+#include "base/process.h"
+
+#include "base/lifecycle.h"
+
+#include <atomic>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+std::atomic<DWORD> processId{0};
+
+void ForgetIds()
+{
+    processId = 0;
+    layer::threadId = 0;
+}
+
+constinit layer::LifecycleHooks hooks{.AfterForkInChild = ForgetIds, .AtThreadEnd = nullptr, .AtUnload = nullptr};
+
+void WatchForks()
+{
+    layer::RegisterHooks(hooks);
+    layer::WatchForks();
+}
+
+}  // namespace
+
+constinit thread_local DWORD layer::threadId = 0;
+
+DWORD GetCurrentProcessId()
+{
+    DWORD id = processId.load(std::memory_order_relaxed);
+    if (id == 0) {
+        WatchForks();
+        id = static_cast<DWORD>(getpid());
+        processId.store(id, std::memory_order_relaxed);
+    }
+    return id;
+}
+
+DWORD GetCurrentThreadId()
+{
+    if (layer::threadId == 0) {
+        WatchForks();
+        layer::threadId = static_cast<DWORD>(syscall(SYS_gettid));
+    }
+    return layer::threadId;
+}

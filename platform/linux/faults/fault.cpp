@@ -1,0 +1,20 @@
+// The registers of a fault that bear different names on x86-64 and x86-32.
+#include "faults/fault.h"
+
+std::uintptr_t layer::Fault::Instruction() const
+{
+#ifdef __x86_64__
+    return Register(REG_RIP);
+#else
+    return Register(REG_EIP);
+#endif
+}
+
+std::uintptr_t layer::Fault::Address() const
+{
+#ifdef __x86_64__
+    return Register(REG_CR2);
+#else
+    return Registers.cr2;
+#endif
+}

@@ -1,0 +1,97 @@
+// What a fault was: the processor's number for it, and where that says too little, the instruction that failed.
+#include "faults/fault_record.h"
+
+#include "../../x86/float_state.h"
+#include "base/fault_signals.h"
+#include "faults/fault_instruction.h"
+
+namespace {
+
+using layer::Fault;
+
+constexpr std::uintptr_t Nowhere = ~std::uintptr_t{0};
+
+// Bits of the processor's error code for a page fault.
+constexpr std::uintptr_t OnWrite = 2;
+constexpr std::uintptr_t OnFetch = 16;
+
+void SetAccess(EXCEPTION_RECORD& record, ULONG_PTR kind, std::uintptr_t address)
+{
+    record.NumberParameters = 2;
+    record.ExceptionInformation[0] = kind;
+    record.ExceptionInformation[1] = address;
+}
+
+ULONG_PTR AccessKind(const Fault& fault)
+{
+    const std::uintptr_t error = fault.Register(REG_ERR);
+    if ((error & OnFetch) != 0)
+        return 8;
+    return (error & OnWrite) != 0 ? 1 : 0;
+}
+
+/// In the order in which the processor finds them.
+DWORD FloatCode(unsigned int faults, bool stackCheck)
+{
+    constexpr struct {
+        unsigned int Bit;
+        DWORD Code;
+    } kinds[] = {
+        {1, EXCEPTION_FLT_INVALID_OPERATION}, {4, EXCEPTION_FLT_DIVIDE_BY_ZERO}, {2, EXCEPTION_FLT_DENORMAL_OPERAND},
+        {8, EXCEPTION_FLT_OVERFLOW},          {16, EXCEPTION_FLT_UNDERFLOW},     {32, EXCEPTION_FLT_INEXACT_RESULT},
+    };
+    if (stackCheck && (faults & 1) != 0)
+        return EXCEPTION_FLT_STACK_CHECK;
+    for (const auto& kind : kinds) {
+        if ((faults & kind.Bit) != 0)
+            return kind.Code;
+    }
+    return EXCEPTION_FLT_INVALID_OPERATION;
+}
+
+DWORD DivideCode(const Fault& fault)
+{
+    return layer::DividesByOtherThanZero(fault) ? EXCEPTION_INT_OVERFLOW : EXCEPTION_INT_DIVIDE_BY_ZERO;
+}
+
+/// Addresses that the processor cannot form have no page, and no address in the record.
+DWORD ProtectionCode(const Fault& fault, EXCEPTION_RECORD& record)
+{
+    if (layer::IsPrivileged(fault))
+        return EXCEPTION_PRIV_INSTRUCTION;
+    SetAccess(record, 0, Nowhere);
+    return EXCEPTION_ACCESS_VIOLATION;
+}
+
+DWORD PageFaultCode(const Fault& fault, EXCEPTION_RECORD& record)
+{
+    SetAccess(record, AccessKind(fault), fault.Address());
+    return fault.StackOverflow ? EXCEPTION_STACK_OVERFLOW : EXCEPTION_ACCESS_VIOLATION;
+}
+
+}  // namespace
+
+EXCEPTION_RECORD layer::RecordOf(const Fault& fault)
+{
+    const platform::FloatFaults floats = platform::TakeFloatFaults();
+    EXCEPTION_RECORD record{};
+    std::uintptr_t address = fault.Instruction();
+    switch (fault.Number()) {
+        case divideError: record.ExceptionCode = DivideCode(fault); break;
+        case debug: record.ExceptionCode = EXCEPTION_SINGLE_STEP; break;
+        case breakpoint:
+            record.ExceptionCode = EXCEPTION_BREAKPOINT;
+            --address;
+            break;
+        case overflow: record.ExceptionCode = EXCEPTION_INT_OVERFLOW; break;
+        case boundRange: record.ExceptionCode = EXCEPTION_ARRAY_BOUNDS_EXCEEDED; break;
+        case invalidOpcode: record.ExceptionCode = EXCEPTION_ILLEGAL_INSTRUCTION; break;
+        case pageFault: record.ExceptionCode = PageFaultCode(fault, record); break;
+        case alignmentCheck: record.ExceptionCode = EXCEPTION_DATATYPE_MISALIGNMENT; break;
+        case x87Error: record.ExceptionCode = FloatCode(floats.X87, floats.StackCheck); break;
+        case simdError: record.ExceptionCode = FloatCode(floats.Sse, false); break;
+        default: record.ExceptionCode = ProtectionCode(fault, record); break;
+    }
+    record.ExceptionAddress = reinterpret_cast<PVOID>(address);
+    return record;
+}

@@ -1,0 +1,48 @@
+// The clock of the process: wall time since its start, as the kernel has noted it.
+#include "base/descriptor.h"
+#include "system.h"
+
+#include <charconv>
+#include <ctime>
+#include <fcntl.h>
+#include <string_view>
+
+namespace {
+
+/// Milliseconds since the machine started, the time that it slept included.
+std::int64_t Now()
+{
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+/// When this process started, on the same clock; now, if the kernel does not tell.
+std::int64_t ProcessStart()
+{
+    constexpr int fieldsBehindName = 19;  // from the state on, up to the one before the start
+    const std::int64_t now = Now();
+    char content[1024];
+    const layer::Descriptor file(open("/proc/self/stat", O_RDONLY | O_CLOEXEC));
+    const ssize_t bytes = read(file.get(), content, sizeof content);
+    const std::string_view text(content, bytes > 0 ? static_cast<std::size_t>(bytes) : 0);
+    // The name may hold blanks and brackets: the last bracket is its end.
+    std::size_t at = text.rfind(')');
+    for (int i = 0; i <= fieldsBehindName && at != std::string_view::npos; ++i)
+        at = text.find(' ', at + 1);
+    std::int64_t ticks = 0;
+    const long perSecond = sysconf(_SC_CLK_TCK);
+    if (at == std::string_view::npos || perSecond <= 0 ||
+        std::from_chars(text.data() + at + 1, text.data() + text.size(), ticks).ec != std::errc())
+        return now;
+    const std::int64_t start = ticks / perSecond * 1000 + ticks % perSecond * 1000 / perSecond;
+    return start >= 0 && start <= now ? start : now;
+}
+
+}  // namespace
+
+LONG platform::Clock()
+{
+    static const std::int64_t start = ProcessStart();
+    return static_cast<LONG>(static_cast<ULONG>(Now() - start));
+}

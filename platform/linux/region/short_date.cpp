@@ -1,0 +1,222 @@
+// The short date is the machine's, not a process's: it comes from the store and from the files of the machine's
+// locale, never from the environment, so that all processes write one form of date into one log.
+#include "region/short_date.h"
+
+#include "base/descriptor.h"
+#include "store/machine_value.h"
+#include "tessmaru/text.h"
+#include "text/unit_writer.h"
+#include "text/utf8.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <clocale>
+#include <cstring>
+#include <fcntl.h>
+#include <langinfo.h>
+
+namespace {
+
+using namespace utility::literals;
+using layer::DatePicture;
+using layer::Lookup;
+
+enum class State : int { unread, beingStored, stored };
+std::atomic<State> state{State::unread};
+DatePicture stored;  // once `state` says so
+
+constexpr DatePicture Common = {'y', 'y', 'y', 'y', '-', 'M', 'M', '-', 'd', 'd', 0};
+
+/// What an `errno` value says of a file or a locale: whether it is not there, or only not to be had just now.
+Lookup AbsenceFrom(int error)
+{
+    return error == ENOMEM || error == EMFILE || error == ENFILE ? Lookup::failed : Lookup::missing;
+}
+
+/// The beginning of a small file, or the reason why there is none.
+template <std::size_t N>
+Lookup ReadStart(const char* path, std::array<char, N>& buffer, std::string_view& content)
+{
+    const layer::Descriptor file(open(path, O_RDONLY | O_CLOEXEC));
+    if (!file)
+        return AbsenceFrom(errno);
+    const ssize_t bytes = read(file.get(), buffer.data(), N);
+    content = {buffer.data(), bytes > 0 ? static_cast<std::size_t>(bytes) : 0};
+    return Lookup::found;
+}
+
+bool IsUtf8(locale_t locale)
+{
+    return std::string_view(nl_langinfo_l(CODESET, locale)) == "UTF-8";
+}
+
+bool IsAscii(std::string_view text)
+{
+    return std::ranges::all_of(text, [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
+}
+
+Lookup ReadLocale(std::string_view name, DatePicture& picture)
+{
+    char terminated[64]{};
+    if (name.empty() || name.size() >= sizeof terminated)
+        return Lookup::missing;
+    name.copy(terminated, name.size());
+    errno = 0;
+    const locale_t locale = newlocale(LC_ALL_MASK, terminated, nullptr);
+    if (locale == nullptr)
+        return AbsenceFrom(errno);
+    const char* const format = nl_langinfo_l(D_FMT, locale);
+    const bool translated = (IsUtf8(locale) || IsAscii(format)) && layer::TranslateDatePicture(format, picture);
+    freelocale(locale);
+    return translated ? Lookup::found : Lookup::missing;
+}
+
+Lookup ReadMachineLocale(DatePicture& picture)
+{
+    std::array<char, 4096> content;
+    for (const char* const path : {"/etc/locale.conf", "/etc/default/locale"}) {
+        std::string_view file;
+        if (ReadStart(path, content, file) == Lookup::failed)
+            return Lookup::failed;
+        const std::string_view name = layer::TimeLocaleOf(file);
+        if (!name.empty())
+            return ReadLocale(name, picture);
+    }
+    return Lookup::missing;
+}
+
+Lookup ReadStore(DatePicture& picture)
+{
+    const Lookup result =
+        layer::ReadMachineText(HKEY_USERS, u".DEFAULT\\Control Panel\\International"_w, u"sShortDate"_w, picture);
+    return result == Lookup::found && picture[0] == 0 ? Lookup::missing : result;
+}
+
+/// What a conversion of `strftime` is in a date picture, or null.
+const char* FieldOf(std::string_view conversion)
+{
+    struct Entry {
+        std::string_view Conversion;
+        const char* Field;
+    };
+    static constexpr Entry fields[] = {{"d", "dd"},       {"e", "d"},          {"-d", "d"}, {"a", "ddd"},
+                                       {"A", "dddd"},     {"m", "MM"},         {"-m", "M"}, {"b", "MMM"},
+                                       {"h", "MMM"},      {"B", "MMMM"},       {"y", "yy"}, {"Y", "yyyy"},
+                                       {"D", "MM/dd/yy"}, {"F", "yyyy-MM-dd"}, {"%", "%"}};
+    for (const Entry& entry : fields) {
+        if (entry.Conversion == conversion)
+            return entry.Field;
+    }
+    return nullptr;
+}
+
+/// Writes a date picture. What its language would read otherwise stands in quotation marks.
+class PictureWriter {
+public:
+    explicit PictureWriter(DatePicture& picture) : Out(picture.data(), picture.size() - 1) {}
+
+    void PutField(const char* field)
+    {
+        Quote(false);
+        Out.Put(std::string_view(field));
+    }
+
+    void PutLiteral(const layer::NarrowCharacter& character)
+    {
+        const WCHAR unit = character.Unit[0];
+        Quote((unit >= 'a' && unit <= 'z') || (unit >= 'A' && unit <= 'Z') || unit == '\'');
+        if (unit == '\'')
+            Out.Put(unit);
+        Out.Put(layer::TextView(character.Unit, character.Units));
+    }
+
+    /// False if the picture did not fit or is empty.
+    bool Finish()
+    {
+        Quote(false);
+        return !Out.overrun() && Out.used() > 0;
+    }
+
+private:
+    void Quote(bool quoted)
+    {
+        if (quoted != Quoted)
+            Out.Put('\'');
+        Quoted = quoted;
+    }
+
+    layer::UnitWriter Out;
+    bool Quoted = false;
+};
+
+}  // namespace
+
+namespace layer {
+
+DatePicture ShortDatePicture()
+{
+    if (state.load(std::memory_order_acquire) == State::stored)
+        return stored;
+    DatePicture picture{};
+    Lookup result = ReadStore(picture);
+    if (result == Lookup::missing)
+        result = ReadMachineLocale(picture);
+    if (result != Lookup::found)
+        picture = Common;
+    State expected = State::unread;
+    if (result != Lookup::failed && state.compare_exchange_strong(expected, State::beingStored)) {
+        stored = picture;
+        state.store(State::stored, std::memory_order_release);
+    }
+    return picture;
+}
+
+bool TranslateDatePicture(const char* strftimePicture, DatePicture& picture)
+{
+    picture.fill(0);
+    PictureWriter writer(picture);
+    for (const char* at = strftimePicture; *at != 0;) {
+        if (*at != '%') {
+            const NarrowCharacter character = TakeUtf8(at, std::strlen(at));
+            if (character.Units == 0)
+                return false;
+            writer.PutLiteral(character);
+            at += character.Bytes;
+            continue;
+        }
+        const std::size_t length = at[1] == '-' ? 2 : 1;
+        const char* const field = FieldOf({at + 1, strnlen(at + 1, length)});
+        if (field == nullptr)
+            return false;
+        writer.PutField(field);
+        at += 1 + length;
+    }
+    return writer.Finish();
+}
+
+std::string_view TimeLocaleOf(std::string_view file)
+{
+    std::string_view time;
+    std::string_view language;
+    while (!file.empty()) {
+        const std::size_t end = std::min(file.find('\n'), file.size());
+        std::string_view line = file.substr(0, end);
+        file.remove_prefix(std::min(end + 1, file.size()));
+        const auto valueOf = [&](std::string_view name) {
+            if (!line.starts_with(name))
+                return std::string_view{};
+            std::string_view value = line.substr(name.size());
+            while (!value.empty() && (value.front() == '"' || value.front() == '\''))
+                value.remove_prefix(1);
+            return value.substr(0, value.find_first_of("\"' \t\r"));
+        };
+        if (const std::string_view value = valueOf("LC_TIME="); !value.empty())
+            time = value;
+        if (const std::string_view value = valueOf("LANG="); !value.empty())
+            language = value;
+    }
+    return !time.empty() ? time : language;
+}
+
+}  // namespace layer
