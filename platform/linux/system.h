@@ -1,6 +1,12 @@
-// The platform operations that the library stands on, beside those that platform.h exports. Each keeps
-// its published contract as far as the library relies on it: results, GetLastError codes, limits,
-// ownership. None of them throws; what cannot be had for want of memory fails with ERROR_OUTOFMEMORY.
+// The contract of the platform: the operations that the library uses, in addition to those that platform.h exports.
+//
+// On Windows they are the system's own. Here each keeps its published contract as far as the library relies on it:
+// results, GetLastError codes, limits and ownership. For all of them:
+//   - No operation throws. Lack of memory is ERROR_OUTOFMEMORY.
+//   - A failed operation sets the thread's last error, unless its comment says that it returns the error.
+//   - Text is 16-bit units with a terminating zero unit. A path may use backslashes or slashes, and a drive letter.
+//   - Any thread may call any operation. One handle or key must not be closed while another thread uses it.
+//   - Handles are closed on `exec`; a child of `fork` has handles of its own to the same objects.
 #pragma once
 
 #include "tessmaru/platform.h"
@@ -21,13 +27,17 @@ inline LPWSTR Wide(unsigned short* text)
     return text;
 }
 
-/// Milliseconds of wall time since the process started, in the low 32 bits. The child of a `fork` goes on with its
+/// Milliseconds of wall time since the process started, in the low 32 bits. The child of a `fork` continues its
 /// parent's count.
 LONG Clock();
 
 }  // namespace platform
 
-// Registry, read only. Every call gives its result directly: 0 or a system error.
+// --- Registry ---
+//
+// Read only. The store is one text file; a change shows at the next opening of a key. These operations return their
+// result, 0 or a system error; the last error is not part of their contract.
+
 using LSTATUS = LONG;
 inline const HKEY HKEY_LOCAL_MACHINE = reinterpret_cast<HKEY>(std::uintptr_t{0x80000002});
 inline const HKEY HKEY_USERS = reinterpret_cast<HKEY>(std::uintptr_t{0x80000003});
@@ -37,11 +47,27 @@ constexpr DWORD REG_NONE = 0;
 constexpr DWORD REG_SZ = 1;
 constexpr DWORD REG_BINARY = 3;
 constexpr DWORD REG_DWORD = 4;
+
+/// Opens the key at `path` below `key`, an open key or a predefined one. Options and access are ignored. The caller
+/// must close `*opened` with RegCloseKey; it refers to the state of the store in which it was opened. An empty or null
+/// path opens `key` again.
+/// @return 0, ERROR_FILE_NOT_FOUND (no such key, or no store), ERROR_INVALID_HANDLE, ERROR_BAD_PATHNAME (a leading
+///         backslash), ERROR_INVALID_PARAMETER, or why the store cannot be read: ERROR_ACCESS_DENIED,
+///         ERROR_NOT_SUPPORTED (larger than 256 MB), ERROR_SHARING_VIOLATION (it kept changing), another system error
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD options, DWORD access, HKEY* opened);
+
+/// Reads a value; a null or empty name means the unnamed one. `type` and `data` may be null. `bytes` holds the size of
+/// `data` and receives the size of the value, also where the value does not fit. Data are not terminated if the value
+/// is not.
+/// @return 0, ERROR_FILE_NOT_FOUND (no such value), ERROR_MORE_DATA (`data` is unchanged), ERROR_INVALID_HANDLE,
+///         ERROR_INVALID_PARAMETER (a reserved pointer, or `data` without `bytes`)
 LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* bytes);
+
+/// Closes a key. A predefined key stays open. @return 0, or ERROR_INVALID_HANDLE
 LSTATUS RegCloseKey(HKEY key);
 
-// Files.
+// --- Files ---
+
 constexpr DWORD GENERIC_READ = 0x80000000;
 constexpr DWORD GENERIC_WRITE = 0x40000000;
 constexpr DWORD GENERIC_ALL = 0x10000000;
@@ -80,24 +106,68 @@ struct WIN32_FIND_DATAW {
     WCHAR cAlternateFileName[14];
 };
 
+/// Opens or creates a file, and holds it so that MoveFileW and DeleteFileW fail for it in every process. Share mode,
+/// flags and model are ignored. Attributes with an access list set the mode bits of a new file, whatever the umask. The
+/// caller must close the handle with CloseHandle.
+/// @return the handle, or INVALID_HANDLE_VALUE. Last error after success: ERROR_ALREADY_EXISTS if OPEN_ALWAYS or
+///         CREATE_ALWAYS found a file, else 0. After a failure: ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND (no folder,
+///         or an unmapped drive), ERROR_ACCESS_DENIED (also for a directory), ERROR_FILE_EXISTS,
+///         ERROR_INVALID_PARAMETER, ERROR_INVALID_NAME, another system error
 HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes, DWORD disposition,
                    DWORD flags, HANDLE model);
+/// Moves the position of a file. A seek to its end with distance 0 makes every later write append, wherever the end is
+/// by then; any other seek ends that. `distanceHigh` may be null; it holds and receives the high half.
+/// @return the low half of the position, or INVALID_SET_FILE_POINTER, which is a failure only if the last error is not
+/// 0:
+///         ERROR_NEGATIVE_SEEK, ERROR_INVALID_PARAMETER (also for a position that needs the high half),
+///         ERROR_INVALID_HANDLE
 DWORD SetFilePointer(HANDLE file, LONG distance, LONG* distanceHigh, DWORD method);
+/// Reads up to `bytes` at the position; fewer only at the end of the file. `read` must not be null.
+/// @return FALSE with ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED (not opened for reading), or another system error
 BOOL ReadFile(HANDLE file, LPVOID data, DWORD bytes, DWORD* read, void* overlapped);
+/// Truncates or extends a file to the position.
 BOOL SetEndOfFile(HANDLE file);
+/// Writes all bytes at the position. A write that fails half-way removes its own bytes, unless another writer has
+/// appended since. `written` may be null.
+/// @return FALSE with ERROR_DISK_FULL (also at the process's file size limit), ERROR_ACCESS_DENIED (not opened for
+/// writing),
+///         ERROR_INVALID_HANDLE, or another system error
 BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, DWORD* written, void* overlapped);
+/// Describes the file or folder at `path`; there are no wildcards and no further files. The caller must close the
+/// search with FindClose. @return the search, or INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND,
+/// …
 HANDLE FindFirstFileW(LPCWSTR path, WIN32_FIND_DATAW* found);
+
+/// Closes a search. @return FALSE with ERROR_INVALID_HANDLE
 BOOL FindClose(HANDLE search);
+
+/// Deletes a file. @return FALSE with ERROR_SHARING_VIOLATION (a process of the suite has it open),
+/// ERROR_FILE_NOT_FOUND, …
 BOOL DeleteFileW(LPCWSTR path);
+
+/// Renames a file within its file system. An existing target is never replaced. @return FALSE with
+/// ERROR_SHARING_VIOLATION (a process of the suite has the source open), ERROR_ALREADY_EXISTS, ERROR_FILE_NOT_FOUND, …
 BOOL MoveFileW(LPCWSTR from, LPCWSTR to);
 
-// Critical sections.
+// --- Critical sections ---
+//
+// Locks of one process, recursive, owned by a thread. They cannot fail. A section that was locked before a `fork` is
+// free in the child.
+
+/// Makes `*section` a free section. Must not be called while a thread uses it.
 void InitializeCriticalSection(CRITICAL_SECTION* section);
+
+/// Waits for the section without limit, and owns it once more.
 void EnterCriticalSection(CRITICAL_SECTION* section);
+
+/// Gives up one ownership. Does nothing on a thread that does not own the section.
 void LeaveCriticalSection(CRITICAL_SECTION* section);
+
+/// Ends the use of a section. It owns nothing that would have to be released.
 void DeleteCriticalSection(CRITICAL_SECTION* section);
 
-// Security records, in their published layouts.
+// --- Security records, in their published layouts ---
+
 struct SID_IDENTIFIER_AUTHORITY {
     BYTE Value[6];
 };
@@ -140,20 +210,44 @@ constexpr DWORD ACL_REVISION = 2;
 constexpr DWORD SECURITY_DESCRIPTOR_REVISION = 1;
 constexpr DWORD HEAP_ZERO_MEMORY = 8;
 
+/// Makes a SID with the first `count` of the sub-authorities, at most 8. The caller must release it with FreeSid.
+/// @return FALSE with ERROR_INVALID_PARAMETER, ERROR_INVALID_SID (too many)
 BOOL AllocateAndInitializeSid(SID_IDENTIFIER_AUTHORITY* authority, BYTE count, DWORD sub0, DWORD sub1, DWORD sub2,
                               DWORD sub3, DWORD sub4, DWORD sub5, DWORD sub6, DWORD sub7, PSID* sid);
+/// The size in bytes of a valid SID.
 DWORD GetLengthSid(PSID sid);
+
+/// Releases a SID of AllocateAndInitializeSid. @return null
 PVOID FreeSid(PSID sid);
+
+/// Makes an empty access list in `bytes` of the caller's memory, at most 65,535.
+/// @return FALSE with ERROR_INSUFFICIENT_BUFFER, ERROR_INVALID_PARAMETER
 BOOL InitializeAcl(ACL* acl, DWORD bytes, DWORD revision);
+
+/// Appends an entry, with a copy of the SID, to an access list.
+/// @return FALSE with ERROR_ALLOTTED_SPACE_EXCEEDED (no room), ERROR_INVALID_ACL, ERROR_INVALID_SID,
+///         ERROR_REVISION_MISMATCH; the list is unchanged
 BOOL AddAccessDeniedAce(ACL* acl, DWORD revision, DWORD mask, PSID sid);
 BOOL AddAccessAllowedAce(ACL* acl, DWORD revision, DWORD mask, PSID sid);
+/// Makes an empty descriptor. @return FALSE with ERROR_UNKNOWN_REVISION, ERROR_INVALID_PARAMETER
 BOOL InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor, DWORD revision);
+
+/// Sets the access list of a descriptor, which refers to the caller's list. Present and null: everybody may do
+/// everything.
+/// @return FALSE with ERROR_UNKNOWN_REVISION, ERROR_INVALID_PARAMETER
 BOOL SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR descriptor, BOOL present, ACL* dacl, BOOL defaulted);
+
+/// The heap of HeapAlloc and HeapFree. It is not to be closed.
 HANDLE GetProcessHeap();
+
+/// Memory that the caller must release with HeapFree; zeroed with HEAP_ZERO_MEMORY. @return null, without a last error
 LPVOID HeapAlloc(HANDLE heap, DWORD flags, SIZE_T bytes);
+
+/// Releases memory of HeapAlloc; null does nothing. @return TRUE
 BOOL HeapFree(HANDLE heap, DWORD flags, LPVOID block);
 
-// Time, identity, debug output.
+// --- Time, identity, debug output ---
+
 struct SYSTEMTIME {
     WORD wYear;
     WORD wMonth;
@@ -167,47 +261,92 @@ struct SYSTEMTIME {
 
 using LCID = DWORD;
 constexpr LCID LOCALE_SYSTEM_DEFAULT = 0x800;
+/// The local time. A change of the time zone shows within a minute. All fields are zero if the clock shows a time that
+/// has no date.
 void GetLocalTime(SYSTEMTIME* time);
-/// `size` and the result count units with the terminator; a size of 0 asks for the room that is needed.
+
+/// The date as text: by `picture`, or for null in the machine's short form. A null `time` means now. The locale is
+/// ignored. `size` and the result count units with the terminator; size 0 returns the size that is needed.
+/// @return 0 with ERROR_INSUFFICIENT_BUFFER, ERROR_INVALID_PARAMETER (also for what is no date), ERROR_INVALID_FLAGS
 int GetDateFormatW(LCID locale, DWORD flags, const SYSTEMTIME* time, LPCWSTR picture, LPWSTR buffer, int size);
+
+/// The time as text, as GetDateFormatW does with a date. A null picture means "HH:mm:ss".
 int GetTimeFormatW(LCID locale, DWORD flags, const SYSTEMTIME* time, LPCWSTR picture, LPWSTR buffer, int size);
+
+/// The id of this process, in a child of `fork` its own.
 DWORD GetCurrentProcessId();
+
+/// The kernel's id of the calling thread.
 DWORD GetCurrentThreadId();
+
+/// Writes text to standard error if VELTRIX_DEBUG_OUTPUT is set. Null and a failed write are ignored.
 void OutputDebugStringW(LPCWSTR text);
 
-// Text conversion.
+// --- Text conversion ---
+
 constexpr UINT CP_ACP = 0;
 constexpr UINT CP_UTF8 = 65001;
 constexpr DWORD MB_ERR_INVALID_CHARS = 8;
+/// Converts wide text to a code page. Length -1 means up to the terminator, and includes it; size 0 returns the size
+/// that is needed. A character that the page lacks becomes `*defaultChar` ('?' for null) and sets `*usedDefault`; for
+/// UTF-8 both must be null, and an unpaired surrogate becomes U+FFFD.
+/// @return the bytes written, or 0 with ERROR_INSUFFICIENT_BUFFER, ERROR_INVALID_FLAGS, ERROR_INVALID_PARAMETER (also
+/// for
+///         an unknown code page)
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int wideUnits, LPSTR narrow, int narrowBytes,
                         LPCSTR defaultChar, BOOL* usedDefault);
+/// Converts text of a code page to wide text; lengths as above, in units. Malformed bytes become a replacement
+/// character, or fail with MB_ERR_INVALID_CHARS.
+/// @return the units written, or 0 with ERROR_INSUFFICIENT_BUFFER, ERROR_NO_UNICODE_TRANSLATION, ERROR_INVALID_FLAGS,
+///         ERROR_INVALID_PARAMETER
 int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR narrow, int narrowBytes, LPWSTR wide, int wideUnits);
 
-// Strings of a module, messages, counted formatting.
+// --- Strings of a module, messages, counted formatting ---
+
+/// Copies a row of a module's string table (null: the program's), cut to `size` units with its terminator.
+/// @return the units copied without the terminator, or 0 with ERROR_RESOURCE_DATA_NOT_FOUND (the module has no
+/// resources),
+///         ERROR_RESOURCE_NAME_NOT_FOUND (no such row), ERROR_INVALID_PARAMETER
 int LoadStringW(HINSTANCE module, UINT row, LPWSTR buffer, int size);
+
 constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x100;
 constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x200;
 constexpr DWORD FORMAT_MESSAGE_FROM_STRING = 0x400;
 constexpr DWORD FORMAT_MESSAGE_FROM_HMODULE = 0x800;
 constexpr DWORD FORMAT_MESSAGE_FROM_SYSTEM = 0x1000;
 constexpr DWORD FORMAT_MESSAGE_ARGUMENT_ARRAY = 0x2000;
+/// Formats a message: the text `source` (FROM_STRING), the text of number `message` in a module's message table
+/// (FROM_HMODULE; null: the program), or the system's sentence for it (FROM_SYSTEM), with inserts from the list or the
+/// array `arguments`. With ALLOCATE_BUFFER `buffer` is a pointer to a pointer, which receives memory that the caller
+/// must release with LocalFree. The low byte of the flags is a line width, of which 0 and 255 (no line ends) count.
+/// @return the units written without the terminator, or 0 with ERROR_INSUFFICIENT_BUFFER (`buffer` is unchanged),
+///         ERROR_MR_MID_NOT_FOUND, ERROR_RESOURCE_LANG_NOT_FOUND, ERROR_RESOURCE_TYPE_NOT_FOUND,
+///         ERROR_RESOURCE_DATA_NOT_FOUND, ERROR_INVALID_PARAMETER (also for inserts that were not given)
 DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD message, DWORD language, LPWSTR buffer, DWORD size,
                      va_list* arguments);
 constexpr DWORD LANG_USER_DEFAULT = 0x400;
-/// Memory of the layer's own, or null; null may be freed. @return null.
+/// Memory that the caller must release with LocalFree, not zeroed. @return null with ERROR_OUTOFMEMORY
 void* LocalAlloc(UINT flags, SIZE_T bytes);
+
+/// Releases memory of LocalAlloc; null does nothing. @return null
 void* LocalFree(void* block);
-/// At most `count` units; a text of exactly `count` has no terminator, a longer one gives -1.
+
+/// Writes at most `count` units. A text of exactly `count` units has no terminator; a longer one is cut and gives -1.
+/// The format language is described in format/printf.h. @return the units written, or -1
 int _vsnwprintf(WCHAR* buffer, SIZE_T count, const WCHAR* format, va_list arguments);
 int _snwprintf(WCHAR* buffer, SIZE_T count, const WCHAR* format, ...);
 
-// Modules.
-/// `size` and the result count units. A longer path is cut, has its terminator, and the result is `size`, with
-/// ERROR_INSUFFICIENT_BUFFER; 0 with ERROR_MOD_NOT_FOUND for what is no module.
+// --- Modules ---
+
+/// The path of a module's file (null: the program). `size` and the result count units. A longer path is cut and
+/// terminated; the result is then `size`, with ERROR_INSUFFICIENT_BUFFER.
+/// @return the units without the terminator, or 0 with ERROR_MOD_NOT_FOUND, ERROR_INSUFFICIENT_BUFFER (no buffer)
 DWORD GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD size);
 
-/// The modules of this process (its id, or 0) as they are now, the program first. No other process can be looked at.
-/// @return a handle to be closed, or INVALID_HANDLE_VALUE.
+/// Lists the modules of this process (its id, or 0) as they are now, the program first. The caller must close the
+/// handle with CloseHandle.
+/// @return the handle, or INVALID_HANDLE_VALUE with ERROR_INVALID_PARAMETER (flags), ERROR_NOT_SUPPORTED (another
+/// process)
 constexpr DWORD TH32CS_SNAPMODULE = 8;
 constexpr DWORD TH32CS_SNAPMODULE32 = 16;
 HANDLE CreateToolhelp32Snapshot(DWORD flags, DWORD process);
@@ -225,20 +364,34 @@ struct MODULEENTRY32W {
     WCHAR szModule[MAX_MODULE_NAME32 + 1];
     WCHAR szExePath[MAX_PATH];
 };
-/// @return FALSE with ERROR_NO_MORE_FILES behind the last module.
+
+/// Describes the first module of a list. Name and path are cut to the room of the record.
+/// @return FALSE with ERROR_NO_MORE_FILES, ERROR_INVALID_PARAMETER (`dwSize`), ERROR_INVALID_HANDLE
 BOOL Module32FirstW(HANDLE snapshot, MODULEENTRY32W* entry);
+
+/// Describes the next module. After the last one: FALSE with ERROR_NO_MORE_FILES.
 BOOL Module32NextW(HANDLE snapshot, MODULEENTRY32W* entry);
 
-// Version blocks of files: PE files, and ELF files with compiled resources in a section `.rsrc`.
-/// @return the room that the block needs, at most 65,535 bytes; 0 without a block.
+// --- Version blocks of files: PE files, and ELF files with compiled resources in the section `.rsrc` ---
+
+/// The size of a file's version block, at most 65,535 bytes. `handle` may be null; it receives 0.
+/// @return 0 with ERROR_RESOURCE_DATA_NOT_FOUND or ERROR_RESOURCE_TYPE_NOT_FOUND (no block), ERROR_BAD_EXE_FORMAT (no
+///         module), ERROR_FILE_NOT_FOUND, another system error
 DWORD GetFileVersionInfoSizeW(LPCWSTR path, DWORD* handle);
-/// Reads as much of the block as there is room for.
+
+/// Copies a file's version block, cut to `size` bytes, and makes it safe for VerQueryValueW. The handle is ignored.
+/// @return FALSE with the errors of GetFileVersionInfoSizeW
 BOOL GetFileVersionInfoW(LPCWSTR path, DWORD handle, DWORD size, LPVOID data);
-/// `data` is a block as GetFileVersionInfoW gives it. `value` points into it; `length` counts bytes, or for a text its
-/// units with the terminator.
+
+/// Finds a value in a block that GetFileVersionInfoW has filled: "\\" for the fixed numbers, else a path of keys.
+/// `*value` points into the block; `*length` counts bytes, or for a text its units with the terminator.
+/// @return FALSE with ERROR_RESOURCE_TYPE_NOT_FOUND or ERROR_INVALID_PARAMETER
 BOOL VerQueryValueW(LPCVOID data, LPCWSTR query, LPVOID* value, UINT* length);
 
-// The library's entry point, called behind its static initialisation and before its static destruction.
+// --- The library's entry point ---
+//
+// Defined by the library, called by the platform: after the library's static initialisation, and before its static
+// destruction.
 constexpr DWORD DLL_PROCESS_DETACH = 0;
 constexpr DWORD DLL_PROCESS_ATTACH = 1;
 extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved);
