@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Rules that hold for the tree as a whole. Prints each breach and fails if there is one.
+# Checks the rules that hold for single files of the tree. Prints each breach; fails if there is one.
+# tools/check_rooms.py checks how the files use each other.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -12,17 +13,28 @@ breach()
 
 files() { git ls-files -z --cached --others --exclude-standard -- "$@"; }
 
-# The sources do not know the platform: only its own directory and platform.h ask which one it is.
+# The sources are the same for every platform. Only platform/ and platform.h distinguish them.
 platform='_WIN32|_WIN64|WIN32|WINNT|__linux|linux|__unix|unix|__gnu_linux__|__MINGW|__CYGWIN__|_MSC_VER|__ELF__|__GLIBC__'
 while IFS= read -r line; do
-    breach "the platform is asked for: $line"
-done < <(files '*.cpp' '*.h' '*.in' ':!platform/' ':!include/tessmaru/platform.h' |
+    breach "$line: this depends on the platform; move it to platform/"
+done < <(files '*.cpp' '*.h' '*.c' '*.def' '*.in' ':!platform/' ':!include/tessmaru/platform.h' |
     xargs -0 -r grep -nHE "^[[:space:]]*#[[:space:]]*(if|ifdef|ifndef|elif)\b.*\b($platform)" || true)
+
+while IFS= read -r -d '' file; do
+    [ -f "$file" ] || continue
+    first=
+    IFS= read -r first <"$file" || true
+    # Headers for C and for resource scripts use the older form.
+    case $first in
+        "// "* | "/* "*) ;;
+        *) breach "$file:1: the first line does not say what the file is for; begin with a comment" ;;
+    esac
+done < <(files '*.cpp' '*.h' '*.c' '*.def')
 
 limit=$((1024 * 1024))
 while IFS= read -r -d '' file; do
     if [ -f "$file" ] && [ "$(stat -c %s "$file")" -gt "$limit" ]; then
-        breach "larger than 1 MB: $file"
+        breach "$file: larger than 1 MB; keep it out of the tree"
     fi
 done < <(files)
 
