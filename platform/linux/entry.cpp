@@ -2,19 +2,20 @@
 // destruction when it is unloaded or the program ends.
 #include "modules/modules.h"
 
-namespace {
+namespace layer {
 
+// Not in an unnamed namespace: that would make the object below local to this file.
 struct Entry {
-    Entry() { DllMain(layer::ModuleOf(this), DLL_PROCESS_ATTACH, nullptr); }
+    Entry() { DllMain(ModuleOf(this), DLL_PROCESS_ATTACH, nullptr); }
     Entry(const Entry&) = delete;
     Entry& operator=(const Entry&) = delete;
-    ~Entry() { DllMain(layer::ModuleOf(this), DLL_PROCESS_DETACH, nullptr); }
+    ~Entry() { DllMain(ModuleOf(this), DLL_PROCESS_DETACH, nullptr); }
 };
 
-}  // namespace
+}  // namespace layer
 
 // After the statics of the library (200 and 201), and before those of a program into which it is linked, since these
 // may log. A program that links the static library refers to this name, so that the linker takes this file.
-namespace layer {
-[[gnu::init_priority(202)]] Entry entry;
+extern "C" {
+[[gnu::init_priority(202)]] layer::Entry tessmaru_entry;
 }

@@ -1,4 +1,5 @@
 // Rows and resources of modules: the program's own, and files made here, malformed ones among them.
+#include "library.h"
 #include "messages/message_table.h"
 #include "modules/modules.h"
 #include "resource_bytes.h"
@@ -215,6 +216,12 @@ TEST(ResourcesOnLinux, MalformedMessageTables)
     const std::string table = MessageTable(40, 8);
     for (std::size_t bytes = 0; bytes < table.size(); ++bytes)
         EXPECT_EQ(Message(FileWith(table.substr(0, bytes)), 11), "error 317") << bytes;
+}
+
+TEST(OwnModule, OfTheStaticLibraryIsTheProgram)
+{
+    ASSERT_NE(ModuleInstance, nullptr) << "the linker has left out the entry point";
+    EXPECT_EQ(ModuleInstance, GetModuleHandleW(nullptr));
 }
 
 }  // namespace
