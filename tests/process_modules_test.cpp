@@ -1,4 +1,5 @@
 #include "log_world.h"
+#include "primitives/unique_handle.h"
 #include "system.h"
 #include "tessmaru/errors.h"
 
@@ -10,8 +11,9 @@ namespace {
 struct {
     bool Snapshot = false;
     bool Walk = false;
-    int Open = 0;
 } failing;
+
+HANDLE lastSnapshot = nullptr;
 
 HANDLE MayFailToSnapshot(DWORD flags, DWORD process)
 {
@@ -19,19 +21,12 @@ HANDLE MayFailToSnapshot(DWORD flags, DWORD process)
         SetLastError(ERROR_ACCESS_DENIED);
         return INVALID_HANDLE_VALUE;
     }
-    ++failing.Open;
-    return CreateToolhelp32Snapshot(flags, process);
+    return lastSnapshot = CreateToolhelp32Snapshot(flags, process);
 }
 
 BOOL MayFailToWalk(HANDLE snapshot, MODULEENTRY32W* entry)
 {
     return failing.Walk ? FALSE : Module32FirstW(snapshot, entry);
-}
-
-BOOL CountedClose(HANDLE handle)
-{
-    --failing.Open;
-    return CloseHandle(handle);
 }
 
 }  // namespace
@@ -41,12 +36,10 @@ void LogProcessModulesOrFail(utilities::CLog* log);
 }
 #define CreateToolhelp32Snapshot MayFailToSnapshot
 #define Module32FirstW MayFailToWalk
-#define CloseHandle CountedClose
 #define LogProcessModules LogProcessModulesOrFail
 #include "log/process_modules.cpp"
 #undef CreateToolhelp32Snapshot
 #undef Module32FirstW
-#undef CloseHandle
 #undef LogProcessModules
 
 namespace {
@@ -164,7 +157,9 @@ TEST(ProcessModules, TellThatTheListCannotBeWalked)
                   (std::vector<std::string>{ProcessLine("follows"),
                                             "Unable to log process modules (unable to walk process module list)",
                                             ProcessLine("complete")}));
-        EXPECT_EQ(failing.Open, 0) << "the snapshot is closed all the same";
+        MODULEENTRY32W module{};
+        module.dwSize = sizeof module;
+        EXPECT_FALSE(Module32FirstW(lastSnapshot, &module)) << "the snapshot is closed all the same";
     });
 }
 

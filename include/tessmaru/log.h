@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <bitset>
-#include <cstdarg>
 #include <exception>
 #include <string>
 #include <string_view>
@@ -99,34 +98,23 @@ protected:
     LONG initDebugMask();
 
 private:
-    using TextView = std::basic_string_view<unsigned short>;
-
-    /// Closes the log when the library is unloaded.
+    /// Its destructor closes the log when the library is unloaded.
     struct InstanceDeleter {
         ~InstanceDeleter();
     };
 
-    /// What one opening of the log holds, to be closed after the next one stands.
-    class Opened;
-
-    static CLog* Create();
-
-    bool MoveOldFileAside() const;
-    void CutStump() const;
-    LONG Format(const utility::wstring& tag, const unsigned short* format, const unsigned short* source,
-                va_list arguments);
-    LONG Log(TextView tag, TextView source, TextView text);
-    LONG WriteLine(TextView tag, TextView source, TextView text);
+    LONG Log(std::basic_string_view<unsigned short> tag, std::basic_string_view<unsigned short> source,
+             std::basic_string_view<unsigned short> text);
+    LONG WriteLine(std::basic_string_view<unsigned short> tag, std::basic_string_view<unsigned short> source,
+                   std::basic_string_view<unsigned short> text);
     const utility::wstring& GetDateTime();
     LONG GetLogFileName(utility::wstring* name);
     LONG GetDebugMask(std::string* mask);
-    bool DebugBit(LONG bit) const;
-    [[noreturn]] static void RejectBit();
 
     const utility::wstring ErrorTag;
     const utility::wstring WarnTag;
     const utility::wstring InfoTag;
-    const utility::wstring StatusTag;
+    const utility::wstring StatusTag;  // empty: the level field of a status record is blank
     const utility::wstring DebugTag;
     utility::wstring LogFileName;
     utility::wstring DateTime;
@@ -134,9 +122,6 @@ private:
     HANDLE LogMutex = nullptr;
     std::bitset<64>* DebugMask = nullptr;
     utility::CSecurityDescriptor SecurityDescriptor;
-
-    /// The year, month … second that DateTime shows: its text is made anew once a second.
-    unsigned short ShownSecond[7]{};
 
     static CLog* _instance;
     static std::atomic<LONG> InitError;

@@ -2,8 +2,8 @@
 #include "settings/module_strings.h"
 #include "system.h"
 #include "tessmaru/errors.h"
+#include "text/code_page.h"
 
-#include <cstring>
 #include <utility>
 
 namespace {
@@ -65,16 +65,6 @@ private:
     IErrorInfo* const Held;
 };
 
-AutomationString FromActivePage(const char* text)
-{
-    const std::size_t units = std::strlen(text) + 1;
-    wstring wide(units, u'\0');
-    if (MultiByteToWideChar(CP_ACP, 0, text, -1, platform::Wide(wide.data()), static_cast<int>(units)) == 0) {
-        throw _com_error(HRESULT_FROM_WIN32(GetLastError()));
-    }
-    return AutomationString(wide.c_str());
-}
-
 struct ComErrorTexts {
     AutomationString Source;
     AutomationString Message;
@@ -99,7 +89,7 @@ wstring utility::getStdExceptionAsString(const std::exception& e)
 {
     AutomationString text;
     try {
-        text = FromActivePage(e.what());
+        text = AutomationString(WideText(e.what()).c_str());
     } catch (const _com_error&) {
         text = AutomationString(u"<unable to determine exception info>"_w);
     }

@@ -1,3 +1,4 @@
+#include "errors/last_error.h"
 #include "frame/crc32.h"
 #include "system.h"
 #include "tessmaru/frame.h"
@@ -17,7 +18,7 @@ ULONG utility::genEncryptKeyFromPassword(const wstring& password)
     char narrow[2 * std::size(wide)]{};
     if (WideCharToMultiByte(CP_ACP, 0, platform::Wide(wide), -1, narrow, static_cast<int>(2 * (units + 1)), nullptr,
                             nullptr) == 0)
-        throw _com_error(HRESULT_FROM_WIN32(GetLastError()));
+        throw _com_error(LastErrorCode());
 
     // As many bytes count as there were characters, whatever each of them took.
     unsigned char bytes[most]{};

@@ -1,9 +1,9 @@
-// The codes of the log and of the platform's failures.
+// The codes of the log's own failures.
 #pragma once
 
-#include "system.h"
+#include "tessmaru/platform.h"
 
-namespace log_codes {
+namespace logging {
 
 /// Other writers kept the log file for as long as a record waits.
 constexpr LONG NotObtained = static_cast<LONG>(0x80040302);
@@ -14,10 +14,4 @@ constexpr LONG RecordFailed = static_cast<LONG>(0x80040303);
 /// The log was closed for good, when the library was unloaded: no further opening is tried.
 constexpr LONG Closed = static_cast<LONG>(0x80040304);
 
-/// The thread's last platform failure as a code.
-inline LONG LastError()
-{
-    return HRESULT_FROM_WIN32(GetLastError());
-}
-
-}  // namespace log_codes
+}  // namespace logging

@@ -1,3 +1,7 @@
+// Writes the list of the process's modules to a log.
+#include "errors/last_error.h"
+#include "primitives/unique_handle.h"
+#include "settings/tag_specification.h"
 #include "system.h"
 #include "tessmaru/errors.h"
 #include "tessmaru/log.h"
@@ -8,7 +12,8 @@ namespace {
 
 const unsigned short* const Source = u"Lib"_w;
 
-/// An address, so that one format prints those of 32 and of 64 bits: eight digits, or as many as it has.
+/// An address as the widest integer, so that one format prints those of 32 and of 64 bits: at least eight digits, and
+/// as many as it has.
 ULONGLONG Digits(const void* address)
 {
     return reinterpret_cast<ULONG_PTR>(address);
@@ -36,13 +41,13 @@ void utility::LogProcessModules(utilities::CLog* log)
         return;
     const DWORD process = GetCurrentProcessId();
     log->LogInfo(u"Module dump of process 0x%08x follows"_w, Source, process);
-    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, process);
-    if (snapshot == INVALID_HANDLE_VALUE) {
-        const wstring reason = genHResultAsString(HRESULT_FROM_WIN32(GetLastError()));
+    const UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, process));
+    // Without a list there is no last line either; with one that cannot be walked there is.
+    if (!snapshot) {
+        const wstring reason = genHResultAsString(LastErrorCode());
         log->LogInfo(u"Unable to log process modules (%s)"_w, Source, reason.c_str());
         return;
     }
-    LogModules(log, snapshot);
+    LogModules(log, snapshot.get());
     log->LogInfo(u"Module dump of process 0x%08x complete"_w, Source, process);
-    CloseHandle(snapshot);
 }

@@ -1,3 +1,4 @@
+#include "errors/last_error.h"
 #include "settings/tag_specification.h"
 #include "system.h"
 #include "tessmaru/primitives.h"
@@ -73,19 +74,19 @@ LONG CSecurityDescriptor::Blocks::Make()
 {
     constexpr DWORD changeRights = WRITE_DAC | WRITE_OWNER;
     if (!Everyone.Allocate())
-        return HRESULT_FROM_WIN32(GetLastError());
+        return LastErrorCode();
     const DWORD daclBytes = 2 * GetLengthSid(Everyone.get()) + 32;
     if (!DaclBlock.Allocate(daclBytes))
         return E_OUTOFMEMORY;
     if (!InitializeAcl(Dacl(), daclBytes, ACL_REVISION) ||
         !AddAccessDeniedAce(Dacl(), ACL_REVISION, changeRights, Everyone.get()) ||
         !AddAccessAllowedAce(Dacl(), ACL_REVISION, GENERIC_ALL, Everyone.get()))
-        return HRESULT_FROM_WIN32(GetLastError());
+        return LastErrorCode();
     if (!DescriptorBlock.Allocate(sizeof(SECURITY_DESCRIPTOR)))
         return E_OUTOFMEMORY;
     if (!InitializeSecurityDescriptor(DescriptorBlock.get(), SECURITY_DESCRIPTOR_REVISION) ||
         !SetSecurityDescriptorDacl(DescriptorBlock.get(), TRUE, Dacl(), FALSE))
-        return HRESULT_FROM_WIN32(GetLastError());
+        return LastErrorCode();
     if (!AttributesBlock.Allocate(sizeof(SECURITY_ATTRIBUTES)))
         return E_OUTOFMEMORY;
     Attributes()->nLength = sizeof(SECURITY_ATTRIBUTES);

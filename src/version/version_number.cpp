@@ -4,6 +4,7 @@
 #include "settings/tag_specification.h"
 #include "system.h"
 #include "tessmaru/settings.h"
+#include "text/code_page.h"
 
 #include <algorithm>
 #include <new>
@@ -12,20 +13,6 @@
 using utility::wstring;
 
 namespace {
-
-/// The bytes of a text in the active code page.
-std::string Narrow(const wstring& text)
-{
-    const auto convert = [&text](char* to, int room) {
-        const int bytes = WideCharToMultiByte(CP_ACP, 0, platform::Wide(text.c_str()), -1, to, room, nullptr, nullptr);
-        if (bytes == 0)
-            throw _com_error(HRESULT_FROM_WIN32(GetLastError()));
-        return static_cast<std::size_t>(bytes);
-    };
-    std::string narrow(convert(nullptr, 0), '\0');
-    narrow.resize(convert(narrow.data(), static_cast<int>(narrow.size())) - 1);
-    return narrow;
-}
 
 /// As much of the text that `make` makes as there is room for, by the rule of the header.
 template <class Make, class Character>
@@ -62,7 +49,7 @@ void Append(BSTR& string, const wstring& addition) noexcept
 
 int GetVersionNumberA(char* buffer, unsigned int count)
 {
-    return Deliver([] { return Narrow(utility::GetVersionString()); }, buffer, count);
+    return Deliver([] { return NarrowText(utility::GetVersionString()); }, buffer, count);
 }
 
 int GetVersionNumberW(unsigned short* buffer, unsigned int count)

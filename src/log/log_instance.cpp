@@ -1,0 +1,81 @@
+// The life of the process's one log: made by the first GetInstance, closed when the library is unloaded.
+#include "log/codes.h"
+#include "primitives/section_hold.h"
+#include "settings/tag_specification.h"
+#include "system.h"
+#include "tessmaru/log.h"
+#include "tessmaru/settings.h"
+
+#include <memory>
+#include <new>
+
+using namespace utility::literals;
+
+namespace utilities {
+
+// Constructed before the library's entry call and before every static of a program into which the library is linked,
+// so destroyed after them: a record that their destructors write still comes before the closing lines.
+[[gnu::init_priority(201)]] utility::wstring CLog::RegLogfilePath;
+[[gnu::init_priority(201)]] utility::CCriticalSection CLog::CSection;
+[[gnu::init_priority(201)]] CLog::InstanceDeleter CLog::CLogDeleter;
+CLog* CLog::_instance = nullptr;
+std::atomic<LONG> CLog::InitError{0};
+
+CLog::log_exception::~log_exception() = default;
+
+CLog* CLog::GetInstance()
+{
+    // Before the lock, which is gone once the library has been unloaded.
+    if (InitError == logging::Closed)
+        return nullptr;
+    const SectionHold hold(CSection);
+    if (_instance != nullptr)
+        return _instance;
+    // Any other exception reaches the caller. It too leaves no instance and a free lock, so that the next call starts
+    // again.
+    try {
+        std::unique_ptr<CLog> made(new CLog);
+        made->Initialise();
+        made->LogInfo(u"----------"_w, u"Log"_w);
+        made->LogInfo(u"Log opened"_w, u"Log"_w);
+        _instance = made.release();
+    } catch (const log_exception& failure) {
+        InitError = failure.ErrorCode;
+    } catch (const std::bad_alloc&) {
+        InitError = E_OUTOFMEMORY;
+    }
+    return _instance;
+}
+
+LONG CLog::GetInitError()
+{
+    return InitError;
+}
+
+// A status record has no level: the format of the log leaves its level field empty, so StatusTag is empty.
+CLog::CLog() : ErrorTag(u"ERR"_w), WarnTag(u"WARN"_w), InfoTag(u"INFO"_w), DebugTag(u"DBUG"_w)
+{
+    InitError = 0;
+    RegLogfilePath = CSettingsRegistry().getLogRegKey();
+}
+
+CLog::~CLog()
+{
+    Reset();
+}
+
+CLog::InstanceDeleter::~InstanceDeleter()
+{
+    if (_instance != nullptr) {
+        _instance->LogInfo(u"Log closing"_w, u"Log"_w);
+        // One hyphen more than at the opening, so that the two can be told apart.
+        _instance->LogInfo(u"-----------"_w, u"Log"_w);
+        delete _instance;
+    }
+    _instance = nullptr;
+    // A static of a program that loaded the library by hand may still call GetInstance.
+    InitError = logging::Closed;
+    OutputDebugStringW(platform::Wide(u"CLOG - Logging module successfully deleted.\n"_w));
+}
+
+}  // namespace utilities

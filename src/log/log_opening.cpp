@@ -1,0 +1,154 @@
+// Opening and closing the log: its file, the mutex of the file, the debug mask.
+#include "errors/last_error.h"
+#include "log/debug_mask.h"
+#include "log/file_mutex.h"
+#include "log/file_path.h"
+#include "log/log_file.h"
+#include "log/rollover.h"
+#include "primitives/mutex_hold.h"
+#include "primitives/unique_handle.h"
+#include "settings/tag_specification.h"
+#include "system.h"
+#include "tessmaru/log.h"
+#include "tessmaru/settings.h"
+#include "text/code_page.h"
+
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+using namespace utility::literals;
+
+namespace utilities {
+
+namespace {
+
+constexpr DWORD KeyWaitMilliseconds = 1000;
+
+/// What an opening of the log holds, taken from the instance: ends in the order mask, file, mutex.
+class Opened {
+public:
+    Opened(HANDLE& file, HANDLE& mutex, logging::Mask*& mask)
+        : Mutex(std::exchange(mutex, nullptr)), File(std::exchange(file, nullptr)), Mask(std::exchange(mask, nullptr))
+    {
+    }
+
+private:
+    UniqueHandle Mutex;
+    UniqueHandle File;
+    std::unique_ptr<logging::Mask> Mask;
+};
+
+}  // namespace
+
+LONG CLog::Initialise()
+{
+    // Closed after the new opening. The process so keeps a handle of the mutex all the time; else it would be the first
+    // opener again and move its own file aside.
+    const Opened before(LogFile, LogMutex, DebugMask);
+    try {
+        LONG code = initLogFile();
+        if (code >= 0)
+            code = initDebugMask();
+        if (code < 0)
+            throw log_exception(code);
+        OutputDebugStringW(platform::Wide(u"CLOG - Logging module successfully created\n"_w));
+        return code;
+    } catch (...) {
+        Reset();
+        throw;
+    }
+}
+
+LONG CLog::Reset()
+{
+    const Opened closed(LogFile, LogMutex, DebugMask);
+    return 0;
+}
+
+LONG CLog::initLogFile()
+{
+    if (const LONG code = GetLogFileName(&LogFileName); code < 0)
+        return code;
+    int firstOpener = 0;
+    if (const LONG code = initMutex(&firstOpener); code < 0)
+        return code;
+    // A later opener gets to the file only after the first one has rolled over, opened and released the mutex.
+    const MutexHold hold = firstOpener != 0 ? MutexHold::OfOwner(LogMutex) : MutexHold(LogMutex, INFINITE);
+    // The last writer may have been killed. But a file that others are writing to must not be cut.
+    const bool mayHaveStump = firstOpener != 0 ? !logging::MoveOldFileAside(LogFileName) : hold.isAbandoned();
+    UniqueHandle file = logging::OpenFile(LogFileName, SecurityDescriptor.getSecurityAttributes());
+    if (!file)
+        return LastErrorCode();
+    if (mayHaveStump)
+        logging::CutStump(file.get());
+    LogFile = file.release();
+    return 0;
+}
+
+LONG CLog::initMutex(int* firstOpener)
+{
+    UniqueHandle mutex;
+    bool isNew = false;
+    if (const LONG code = logging::OpenFileMutex(LogFileName, mutex, isNew); code < 0)
+        return code;
+    LogMutex = mutex.release();
+    *firstOpener = isNew ? 1 : 0;
+    return 0;
+}
+
+LONG CLog::GetLogFileName(utility::wstring* name)
+{
+    if (RegLogfilePath.empty())
+        RegLogfilePath = CSettingsRegistry().getLogRegKey();
+    return logging::ReadFilePath(RegLogfilePath, *name);
+}
+
+LONG CLog::initDebugMask()
+{
+    std::string text;
+    const LONG code = GetDebugMask(&text);
+    if (code < 0)
+        return code;
+    std::unique_ptr<logging::Mask> mask(new (std::nothrow) logging::Mask);
+    // The log works without a mask; it writes no debug records then.
+    if (!mask)
+        return code;
+    try {
+        logging::ReadMask(text, *mask);
+    } catch (const std::invalid_argument&) {
+        LogWarn(u"Debug mask contains invalid data - All bits forced to OFF!"_w, u"Log"_w);
+        mask->reset();
+    }
+    DebugMask = mask.release();
+    if (DebugMask->any())
+        LogInfo(u"Debug mask: %d bits ON"_w, u"Log"_w, static_cast<int>(DebugMask->count()));
+    return code;
+}
+
+LONG CLog::GetDebugMask(std::string* mask)
+{
+    const utility::wstring text = CSettingsRegistry().getLogDebugMask();
+    try {
+        *mask = NarrowText(text);
+    } catch (const std::bad_alloc&) {
+        throw _com_error(E_OUTOFMEMORY);
+    }
+    return 0;
+}
+
+void CLog::SetRegLogfilePath(const unsigned short* key)
+{
+    utility::CSecurityDescriptor everyone;
+    const UniqueHandle mutex(
+        CreateMutexW(everyone.getSecurityAttributes(), FALSE, platform::Wide(u"SetRegLogfilePath.Mutex"_w)));
+    if (!mutex)
+        return;
+    const MutexHold hold(mutex.get(), KeyWaitMilliseconds);
+    // Without the mutex the key stays as it was. There is no result that could report it.
+    if (hold.isObtained())
+        RegLogfilePath = key;
+}
+
+}  // namespace utilities

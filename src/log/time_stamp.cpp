@@ -1,0 +1,61 @@
+// Makes the time stamps of records.
+#include "log/time_stamp.h"
+
+#include "errors/last_error.h"
+#include "settings/tag_specification.h"
+
+#include <cstddef>
+#include <cstring>
+
+using namespace utility::literals;
+
+namespace {
+
+constexpr int MaxDateUnits = 20;
+constexpr int MaxTimeUnits = 15;
+constexpr std::size_t MillisecondDigits = 3;
+
+/// The stamp of a moment with zeros in place of the milliseconds.
+LONG FormatSecond(const SYSTEMTIME& moment, utility::wstring& text)
+{
+    text.clear();
+    unsigned short date[MaxDateUnits];
+    if (GetDateFormatW(LOCALE_SYSTEM_DEFAULT, 0, &moment, nullptr, platform::Wide(date), MaxDateUnits) == 0)
+        return LastErrorCode();
+    unsigned short time[MaxTimeUnits];
+    if (GetTimeFormatW(LOCALE_SYSTEM_DEFAULT, 0, &moment, platform::Wide(u"HH':'mm':'ss"_w), platform::Wide(time),
+                       MaxTimeUnits) == 0)
+        return LastErrorCode();
+    text += date;
+    text += u' ';
+    text += time;
+    text += u'.';
+    text.append(MillisecondDigits, u'0');
+    return 0;
+}
+
+void PutMilliseconds(unsigned short* digits, unsigned milliseconds)
+{
+    for (std::size_t i = MillisecondDigits; i-- > 0; milliseconds /= 10)
+        digits[i] = static_cast<unsigned short>(u'0' + milliseconds % 10);
+}
+
+}  // namespace
+
+LONG logging::TimeStamp::Update(utility::wstring& text)
+{
+    static_assert(sizeof(Second) == offsetof(SYSTEMTIME, wMilliseconds));
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    // An empty text at a known address is that of a later log in the place of an earlier one.
+    if (ShownIn != &text || text.empty() || std::memcmp(&Shown, &now, sizeof Shown) != 0) {
+        // Until the text is whole, in case of a failure.
+        ShownIn = nullptr;
+        if (const LONG code = FormatSecond(now, text); code < 0)
+            return code;
+        std::memcpy(&Shown, &now, sizeof Shown);
+        ShownIn = &text;
+    }
+    PutMilliseconds(text.data() + text.size() - MillisecondDigits, now.wMilliseconds);
+    return 0;
+}

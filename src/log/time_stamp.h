@@ -1,0 +1,30 @@
+// The time stamp of a record: "19/11/2005 09:09:12.045".
+#pragma once
+
+#include "system.h"
+#include "tessmaru/text.h"
+
+namespace logging {
+
+/// Keeps a text that shows the local time: the date in the short form of the machine, the time in a fixed form.
+///
+/// Within a second only the milliseconds of the text change: formatting a date takes longer than writing a record. An
+/// object serves one thread at a time.
+class TimeStamp {
+public:
+    constexpr TimeStamp() = default;
+
+    /// Makes `text` show the present moment. @return 0, or the code of the platform's failure.
+    LONG Update(utility::wstring& text);
+
+private:
+    /// The fields of a moment from the year to the second, which SYSTEMTIME starts with.
+    struct Second {
+        WORD Fields[7];
+    };
+
+    Second Shown{};
+    const utility::wstring* ShownIn = nullptr;  // null: nowhere
+};
+
+}  // namespace logging

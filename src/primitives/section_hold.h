@@ -1,0 +1,15 @@
+// The possession of a critical section for the length of a scope.
+#pragma once
+
+#include "tessmaru/primitives.h"
+
+class SectionHold {
+public:
+    explicit SectionHold(utility::CCriticalSection& section) : Section(section) { Section.Lock(); }
+    SectionHold(const SectionHold&) = delete;
+    SectionHold& operator=(const SectionHold&) = delete;
+    ~SectionHold() { Section.Unlock(); }
+
+private:
+    utility::CCriticalSection& Section;
+};
