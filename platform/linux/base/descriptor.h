@@ -1,4 +1,4 @@
-// The owner of a file descriptor.
+// A file descriptor with an owner that closes it.
 #pragma once
 
 #include <cerrno>
@@ -7,9 +7,11 @@
 
 namespace layer {
 
-/// Closes its descriptor at the end of its life and leaves `errno` unchanged.
+/// Owns a file descriptor and closes it on destruction. The destructor preserves `errno`, so that a function may return
+/// with the `errno` of the call that failed.
 class Descriptor {
 public:
+    /// @param file what `open` or a similar call returned; a negative number means that the call failed
     explicit Descriptor(int file) : File(file) {}
     Descriptor(Descriptor&& other) noexcept : File(std::exchange(other.File, -1)) {}
     Descriptor(const Descriptor&) = delete;
@@ -24,6 +26,7 @@ public:
     }
 
     int get() const { return File; }
+    /// Whether there is a descriptor.
     explicit operator bool() const { return File >= 0; }
 
 private:

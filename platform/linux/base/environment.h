@@ -1,10 +1,11 @@
-// Environment variables of the layer.
+// Access to the environment variables that configure the layer.
 #pragma once
 
 namespace layer {
 
-/// The value of an environment variable, or null. A set-user-id process gets null for every variable: its caller
-/// must not choose which files it opens.
+/// Reads an environment variable. In a set-user-id process every variable counts as unset, because the caller of such a
+/// process must not choose which files it opens.
+/// @return the value, or null
 const char* Environment(const char* name);
 
 }  // namespace layer

@@ -1,4 +1,5 @@
-// One signal handler for the whole layer, so that it is installed and removed once, whichever family needs it first.
+// The layer's signal handler for processor faults. All families share it, so that it is installed and removed once,
+// whichever family needs it first.
 #include "base/fault_signals.h"
 
 #include "base/lifecycle.h"
@@ -14,46 +15,50 @@ namespace {
 
 constexpr std::array<int, 5> Signals = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
 
-struct Watched {
-    std::atomic<bool> Is{false};
-    struct sigaction Before {};
+struct SignalState {
+    std::atomic<bool> Installed{false};
+    struct sigaction Former {};  // the action before the layer's handler was installed
 };
 
-std::array<Watched, NSIG> watched;
-std::mutex watching;
+std::array<SignalState, NSIG> signalStates;  // indexed by signal number
+std::mutex installLock;
 
-std::array<std::atomic<layer::FaultHandler>, 2> handlers{};  // one for each stage
+std::array<std::atomic<layer::FaultHandler>, 2> handlers{};  // indexed by FaultStage
 
-bool HasPlainHandler(const struct sigaction& action, sighandler_t handler)
+/// @param disposition SIG_DFL or SIG_IGN
+bool HasDisposition(const struct sigaction& action, sighandler_t disposition)
 {
-    return (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == handler;
+    return (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == disposition;
 }
 
-/// Ends the process by this signal when the handler returns.
-void EndBy(int signal, bool comesAgain)
+/// Makes the process end by this signal as soon as the handler returns. A recurring fault does so by itself. A raised
+/// signal stays pending until then, as it is blocked in its own handler.
+void EndProcess(int signal, bool recurs)
 {
     struct sigaction action {};
     action.sa_handler = SIG_DFL;
     sigaction(signal, &action, nullptr);
-    if (!comesAgain)
+    if (!recurs)
         raise(signal);
 }
 
-/// Does what would have happened without the layer's handler.
-void PassOn(int signal, siginfo_t* info, void* context)
+/// Does what would have happened without the layer's handler. The former handler runs with the signal mask of the
+/// layer's handler; its own `sa_mask` is not applied.
+void ForwardToFormerHandler(int signal, siginfo_t* info, void* context)
 {
-    struct sigaction& before = watched[static_cast<unsigned>(signal)].Before;
-    const struct sigaction former = before;
-    const bool sent = info->si_code <= 0;  // by a process, not by a fault
-    if (HasPlainHandler(former, SIG_IGN) && sent)
+    struct sigaction& stored = signalStates[static_cast<unsigned>(signal)].Former;
+    const struct sigaction former = stored;
+    const bool sent = info->si_code <= 0;  // sent with `kill` or similar, not caused by a fault
+    // The kernel does not let a process ignore a fault: it treats SIG_IGN like SIG_DFL then.
+    if (HasDisposition(former, SIG_IGN) && sent)
         return;
-    if (HasPlainHandler(former, SIG_DFL) || HasPlainHandler(former, SIG_IGN)) {
-        EndBy(signal, !sent && layer::FaultComesAgain(context));
+    if (HasDisposition(former, SIG_DFL) || HasDisposition(former, SIG_IGN)) {
+        EndProcess(signal, !sent && layer::FaultRecurs(context));
         return;
     }
     if ((static_cast<unsigned>(former.sa_flags) & SA_RESETHAND) != 0) {
-        before = {};
-        before.sa_handler = SIG_DFL;
+        stored = {};
+        stored.sa_handler = SIG_DFL;
     }
     if ((former.sa_flags & SA_SIGINFO) != 0)
         former.sa_sigaction(signal, info, context);
@@ -61,8 +66,9 @@ void PassOn(int signal, siginfo_t* info, void* context)
         former.sa_handler(signal);
 }
 
-/// The kernel enters a handler with the failing code's alignment checks on. The handler would fail by them too.
-void StopAlignmentChecks()
+/// Clears the alignment check flag. The kernel leaves it as the failing code had set it, and the handler's own
+/// unaligned accesses would fault again.
+void DisableAlignmentChecks()
 {
     auto flags = __readeflags();
     constexpr decltype(flags) alignmentChecks = 0x40000;
@@ -70,7 +76,8 @@ void StopAlignmentChecks()
         __writeeflags(flags & ~alignmentChecks);
 }
 
-bool IsHandled(int signal, const siginfo_t& info, void* context)
+/// Calls the handlers in the order of their stages. @return whether one of them dealt with the fault
+bool RunFaultHandlers(int signal, const siginfo_t& info, void* context)
 {
     for (const auto& handler : handlers) {
         const layer::FaultHandler handle = handler.load(std::memory_order_acquire);
@@ -82,41 +89,42 @@ bool IsHandled(int signal, const siginfo_t& info, void* context)
 
 void OnFault(int signal, siginfo_t* info, void* context)
 {
-    StopAlignmentChecks();
-    if (!IsHandled(signal, *info, context))
-        PassOn(signal, info, context);
+    DisableAlignmentChecks();
+    if (!RunFaultHandlers(signal, *info, context))
+        ForwardToFormerHandler(signal, info, context);
 }
 
-void Watch(int signal)
+void InstallHandler(int signal)
 {
-    Watched& state = watched[static_cast<unsigned>(signal)];
-    if (state.Is.load(std::memory_order_acquire))
+    SignalState& state = signalStates[static_cast<unsigned>(signal)];
+    if (state.Installed.load(std::memory_order_acquire))
         return;
-    const std::lock_guard<std::mutex> guard(watching);
-    if (state.Is.load(std::memory_order_relaxed))
+    const std::lock_guard<std::mutex> guard(installLock);
+    if (state.Installed.load(std::memory_order_relaxed))
         return;
-    // Read first: the handler may run as soon as it is installed, and needs the former action.
-    sigaction(signal, nullptr, &state.Before);
+    // The former action is stored before the handler is installed: the handler may run immediately and needs it.
+    sigaction(signal, nullptr, &state.Former);
     struct sigaction action {};
     action.sa_sigaction = OnFault;
-    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;  // after a stack overflow the normal stack cannot be used
     sigaction(signal, &action, nullptr);
-    state.Is.store(true, std::memory_order_release);
+    state.Installed.store(true, std::memory_order_release);
 }
 
-/// Restores the former actions. A handler that another library has installed since then stays.
-void StopWatching()
+/// Restores the former actions. A handler that another library has installed since then is not replaced.
+void RestoreFormerHandlers()
 {
     for (const int signal : Signals) {
-        Watched& state = watched[static_cast<unsigned>(signal)];
+        SignalState& state = signalStates[static_cast<unsigned>(signal)];
         struct sigaction current {};
-        if (state.Is.exchange(false) && sigaction(signal, nullptr, &current) == 0 &&
+        if (state.Installed.exchange(false) && sigaction(signal, nullptr, &current) == 0 &&
             (current.sa_flags & SA_SIGINFO) != 0 && current.sa_sigaction == OnFault)
-            sigaction(signal, &state.Before, nullptr);
+            sigaction(signal, &state.Former, nullptr);
     }
 }
 
-constinit layer::LifecycleHooks hooks{.AfterForkInChild = nullptr, .AtThreadEnd = nullptr, .AtUnload = StopWatching};
+constinit layer::LifecycleHooks hooks{
+    .AfterForkInChild = nullptr, .AtThreadEnd = nullptr, .AtUnload = RestoreFormerHandlers};
 
 }  // namespace
 
@@ -125,10 +133,10 @@ void layer::HandleFaults(FaultStage stage, FaultHandler handler, std::initialize
     RegisterHooks(hooks);
     handlers[static_cast<std::size_t>(stage)].store(handler, std::memory_order_release);
     for (const int signal : signals)
-        Watch(signal);
+        InstallHandler(signal);
 }
 
-bool layer::FaultComesAgain(const void* context)
+bool layer::FaultRecurs(const void* context)
 {
     const auto vector =
         static_cast<std::uintptr_t>(static_cast<const ucontext_t*>(context)->uc_mcontext.gregs[REG_TRAPNO]);

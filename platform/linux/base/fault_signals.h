@@ -1,4 +1,4 @@
-// The signals of the processor's faults. Families register handlers for those faults that they can deal with.
+// Signals of processor faults. Families register handlers for the faults that they can deal with.
 #pragma once
 
 #include <csignal>
@@ -7,19 +7,21 @@
 
 namespace layer {
 
-/// The order in which the handlers are called. A fault that can be repaired is no fault of the program, so repairs come
-/// first.
+/// The order in which the handlers are called. Repairs come first: a fault that the layer itself provokes and repairs
+/// must not be reported as a fault of the program.
 enum class FaultStage { repair, translate };
 
-/// Deals with a fault, in a signal handler: only async-signal-safe calls, `errno` unchanged.
-/// @return false if the fault is not the family's.
+/// Deals with a fault. Runs in a signal handler: it may make async-signal-safe calls only and must preserve `errno`.
+/// @param context the third argument of the signal handler, a `ucontext_t`
+/// @return false if the fault does not belong to this family
 using FaultHandler = bool (*)(int signal, const siginfo_t& info, void* context);
 
-/// Sets the handler of a stage, and installs the layer's signal handler for these signals where it is missing. Faults
-/// that no handler deals with go to the signal handler that was installed before.
+/// Sets the handler of a stage and installs the layer's signal handler for these signals, unless it is installed
+/// already. Faults that no family deals with are forwarded to the signal handler that was installed before.
+/// @param signals among SIGSEGV, SIGBUS, SIGFPE, SIGILL and SIGTRAP
 void HandleFaults(FaultStage stage, FaultHandler handler, std::initializer_list<int> signals);
 
-/// The processor's exception numbers.
+/// Exception vectors of the x86 processor.
 enum Vector : std::uintptr_t {
     divideError = 0,
     debug = 1,
@@ -36,8 +38,9 @@ enum Vector : std::uintptr_t {
     simdError = 19,
 };
 
-/// Whether the same fault occurs again after a return from the signal handler. False for those that the processor
-/// reports after the instruction. @param context the handler's third argument
-bool FaultComesAgain(const void* context);
+/// Whether the fault occurs again when the signal handler returns. That is so for faults, which the processor reports
+/// before the instruction takes effect, but not for traps, which it reports afterwards.
+/// @param context the third argument of the signal handler
+bool FaultRecurs(const void* context);
 
 }  // namespace layer

@@ -1,5 +1,5 @@
-// The table of open handles. A handle's value holds the index of its place in the table and how often the place has
-// been used, so that a stale handle is recognised and never refers to a later object.
+// The table of open handles. The value of a handle contains the index of a table slot and the use count of that slot,
+// so that a stale handle is recognised and does not refer to a later object in the same slot.
 #include "base/handle.h"
 
 #include <array>
@@ -8,87 +8,90 @@
 
 namespace {
 
-// Layout of a handle, from the high bits to the low: the count of uses, one bit that is always set, the place. The set
-// bit keeps handles apart from the predefined keys of the registry.
-constexpr std::uintptr_t PlaceMask = 0xFFFF;
+// Layout of a handle, from the high bits to the low: the use count, one bit that is always set, the slot index. The set
+// bit distinguishes handles from the predefined keys of the registry.
+constexpr std::uintptr_t IndexMask = 0xFFFF;
 constexpr std::uintptr_t HandleMark = 0x10000;
 constexpr unsigned UsesShift = 17;
-constexpr std::size_t BlockPlaces = 256;
-constexpr std::size_t Blocks = (PlaceMask + 1) / BlockPlaces;
+constexpr std::size_t SlotsPerBlock = 256;
+constexpr std::size_t BlockCount = (IndexMask + 1) / SlotsPerBlock;
 
-struct Place {
-    std::atomic<std::uintptr_t> Value{0};  // the handle while it is open, else 0
-    std::atomic<layer::Object*> Occupant{nullptr};
+struct Slot {
+    std::atomic<std::uintptr_t> Value{0};  // the open handle, or 0
+    std::atomic<layer::Object*> Target{nullptr};
     std::uintptr_t Uses = 0;
-    std::uintptr_t NextFree = 0;
+    std::uintptr_t NextFree = 0;  // the next index in the list of free slots, or 0
 };
-using Block = std::array<Place, BlockPlaces>;
+using Block = std::array<Slot, SlotsPerBlock>;
 
-// Blocks are made when they are needed and stay until the library is unloaded, so a lookup takes no lock.
-std::array<std::atomic<Block*>, Blocks> blocks;
-std::uintptr_t placesMade = 1;  // place 0 stays empty: no handle is null
-// Free places that were used before, the one that is free longest first: a handle's value comes back as late as
-// possible.
+// Blocks are allocated on demand and freed only when the library is unloaded, so a lookup takes no lock. The
+// indices below are guarded by the table lock.
+std::array<std::atomic<Block*>, BlockCount> blocks;
+std::uintptr_t nextUnusedIndex = 1;  // slot 0 is never used, so no handle is null
+// The list of released slots. The slot that was released first is reused first: that delays as long as possible the
+// moment when a handle's value occurs again.
 std::uintptr_t firstFree = 0;
 std::uintptr_t lastFree = 0;
 
-Place* PlaceAt(std::uintptr_t index)
+Slot* SlotAt(std::uintptr_t index)
 {
-    Block* const block = blocks[index / BlockPlaces].load(std::memory_order_acquire);
-    return block == nullptr ? nullptr : &(*block)[index % BlockPlaces];
+    Block* const block = blocks[index / SlotsPerBlock].load(std::memory_order_acquire);
+    return block == nullptr ? nullptr : &(*block)[index % SlotsPerBlock];
 }
 
-/// A free place, or 0 if there is no memory or no room. Under the table lock.
-std::uintptr_t TakePlace()
+/// Takes a free slot. To be called under the table lock.
+/// @return its index, or 0 if memory is exhausted or the table is full
+std::uintptr_t AllocateSlot()
 {
     if (firstFree != 0) {
         const std::uintptr_t index = firstFree;
-        firstFree = PlaceAt(index)->NextFree;
+        firstFree = SlotAt(index)->NextFree;
         return index;
     }
-    if (placesMade >= PlaceMask)  // the last place stays empty: no handle has all bits set
+    if (nextUnusedIndex >= IndexMask)  // the last slot is never used, so no handle equals INVALID_HANDLE_VALUE
         return 0;
-    std::atomic<Block*>& block = blocks[placesMade / BlockPlaces];
+    std::atomic<Block*>& block = blocks[nextUnusedIndex / SlotsPerBlock];
     if (block.load(std::memory_order_relaxed) == nullptr) {
-        Block* const made = new (std::nothrow) Block;
-        if (made == nullptr)
+        Block* const created = new (std::nothrow) Block;
+        if (created == nullptr)
             return 0;
-        block.store(made, std::memory_order_release);
+        block.store(created, std::memory_order_release);
     }
-    return placesMade++;
+    return nextUnusedIndex++;
 }
 
-/// The place of an open handle whose object `accepts`, or null.
+/// Finds the slot of a handle. @return null if the handle is not open or `accepts(object)` is false
 template <class Accepts>
-Place* OpenPlace(HANDLE handle, Accepts accepts)
+Slot* FindOpenSlot(HANDLE handle, Accepts accepts)
 {
     const auto value = reinterpret_cast<std::uintptr_t>(handle);
     if (value == 0)
         return nullptr;
-    Place* const place = PlaceAt(value & PlaceMask);
-    if (place == nullptr || place->Value.load(std::memory_order_acquire) != value)
+    Slot* const slot = SlotAt(value & IndexMask);
+    if (slot == nullptr || slot->Value.load(std::memory_order_acquire) != value)
         return nullptr;
-    return accepts(*place->Occupant.load(std::memory_order_relaxed)) ? place : nullptr;
+    return accepts(*slot->Target.load(std::memory_order_relaxed)) ? slot : nullptr;
 }
 
-/// Closes an open handle whose object `accepts`. The object closes itself after the handle is gone.
+/// Closes an open handle for whose object `accepts(object)` is true. The object's own clean-up runs after the table
+/// lock is released, because it may take that lock itself and make system calls.
 template <class Accepts>
 bool Close(HANDLE handle, Accepts accepts)
 {
     layer::Object* object = nullptr;
     {
         const std::lock_guard<std::mutex> guard(layer::TableLock());
-        Place* const place = OpenPlace(handle, accepts);
-        if (place == nullptr)
+        Slot* const slot = FindOpenSlot(handle, accepts);
+        if (slot == nullptr)
             return layer::Fail(ERROR_INVALID_HANDLE, false);
-        object = place->Occupant.load(std::memory_order_relaxed);
-        place->Value.store(0, std::memory_order_release);
-        const std::uintptr_t index = reinterpret_cast<std::uintptr_t>(handle) & PlaceMask;
-        place->NextFree = 0;
+        object = slot->Target.load(std::memory_order_relaxed);
+        slot->Value.store(0, std::memory_order_release);
+        const std::uintptr_t index = reinterpret_cast<std::uintptr_t>(handle) & IndexMask;
+        slot->NextFree = 0;
         if (firstFree == 0)
             firstFree = index;
         else
-            PlaceAt(lastFree)->NextFree = index;
+            SlotAt(lastFree)->NextFree = index;
         lastFree = index;
     }
     object->Close();
@@ -126,11 +129,12 @@ HANDLE OpenHandle(Object* object)
 {
     {
         const std::lock_guard<std::mutex> guard(TableLock());
-        if (const std::uintptr_t index = TakePlace(); index != 0) {
-            Place& place = *PlaceAt(index);
-            const std::uintptr_t value = ++place.Uses << UsesShift | HandleMark | index;
-            place.Occupant.store(object, std::memory_order_relaxed);
-            place.Value.store(value, std::memory_order_release);
+        if (const std::uintptr_t index = AllocateSlot(); index != 0) {
+            Slot& slot = *SlotAt(index);
+            const std::uintptr_t value = ++slot.Uses << UsesShift | HandleMark | index;
+            // A lookup that sees the value also sees the object: the release store comes last.
+            slot.Target.store(object, std::memory_order_relaxed);
+            slot.Value.store(value, std::memory_order_release);
             return reinterpret_cast<HANDLE>(value);
         }
     }
@@ -140,10 +144,10 @@ HANDLE OpenHandle(Object* object)
 
 Object* FindObject(HANDLE handle, Object::Kind kind)
 {
-    const Place* const place = OpenPlace(handle, [kind](const Object& object) { return object.kind() == kind; });
-    if (place == nullptr)
+    const Slot* const slot = FindOpenSlot(handle, [kind](const Object& object) { return object.kind() == kind; });
+    if (slot == nullptr)
         return Fail(ERROR_INVALID_HANDLE, static_cast<Object*>(nullptr));
-    return place->Occupant.load(std::memory_order_relaxed);
+    return slot->Target.load(std::memory_order_relaxed);
 }
 
 bool CloseHandleOfKind(HANDLE handle, Object::Kind kind)
@@ -153,16 +157,16 @@ bool CloseHandleOfKind(HANDLE handle, Object::Kind kind)
 
 void CloseAllHandles()
 {
-    for (std::atomic<Block*>& slot : blocks) {
-        const std::unique_ptr<Block> block(slot.exchange(nullptr));
+    for (std::atomic<Block*>& entry : blocks) {
+        const std::unique_ptr<Block> block(entry.exchange(nullptr));
         if (!block)
             continue;
-        for (Place& place : *block) {
-            if (place.Value.exchange(0) != 0)
-                Release(place.Occupant.load(std::memory_order_relaxed));
+        for (Slot& slot : *block) {
+            if (slot.Value.exchange(0) != 0)
+                Release(slot.Target.load(std::memory_order_relaxed));
         }
     }
-    placesMade = 1;
+    nextUnusedIndex = 1;
     firstFree = 0;
 }
 

@@ -1,4 +1,4 @@
-// Handles: the table of open ones, and the objects that they refer to.
+// Handles and the reference-counted objects that they refer to.
 #pragma once
 
 #include "base/last_error.h"
@@ -8,12 +8,12 @@
 
 namespace layer {
 
-/// Guards the tables of the layer: handles, named mutexes, the registry snapshot. It is held for a few instructions
-/// only, never across a system call that can wait. A forking thread holds it across `fork`, so that the child inherits
-/// complete tables and a free lock.
+/// The lock of the layer's tables: handles, named mutexes, the registry snapshot. It is held for a few instructions
+/// only, never during a system call that can block. A forking thread holds it across `fork`, so that the child inherits
+/// consistent tables and can release the lock.
 std::mutex& TableLock();
 
-/// What a handle refers to. Lives until its last reference is released.
+/// The object that a handle refers to. It is deleted with its last reference; the constructor makes the first one.
 class Object {
 public:
     enum class Kind : unsigned char { file, search, mutex, key, snapshot };
@@ -24,11 +24,11 @@ public:
 
     Kind kind() const { return Type; }
 
-    /// Whether CloseHandle closes a handle of this object. Searches and keys have calls of their own for that.
+    /// Whether CloseHandle accepts a handle of this object. Searches and keys have their own closing functions.
     bool IsClosedByCloseHandle() const { return Type != Kind::search && Type != Kind::key; }
 
-    /// Releases the reference of a handle that was just closed. A family whose release must exclude its openers
-    /// overrides it.
+    /// Releases the reference of a handle that was just closed. Overridden by a family that has to do so under the lock
+    /// under which it opens objects.
     virtual void Close();
 
 protected:
@@ -42,21 +42,24 @@ private:
     std::atomic<int> References{1};
 };
 
+/// Adds a reference. The caller already owns one.
 void AddReference(Object* object);
+/// Gives up a reference and deletes the object if it was the last.
 void Release(Object* object);
 
-/// A handle for `object`. Takes over the caller's reference, also where it fails: then it releases the reference and
-/// returns null with ERROR_OUTOFMEMORY.
+/// Makes a handle for `object` and takes over the caller's reference. A call that fails releases the reference.
+/// @return null with ERROR_OUTOFMEMORY if memory is exhausted or the table is full
 HANDLE OpenHandle(Object* object);
 
-/// The object of an open handle of this kind, or null with ERROR_INVALID_HANDLE. The handle keeps it alive: as on the
-/// platform, a handle must not be closed while another thread is in a call with it.
+/// Finds the object of a handle. The object lives as long as the handle is open: as in Win32, a thread must not close a
+/// handle while another thread is in a call with it.
+/// @return null with ERROR_INVALID_HANDLE if the handle is not open or of another kind
 Object* FindObject(HANDLE handle, Object::Kind kind);
 
-/// Closes a handle of this kind. @return false with ERROR_INVALID_HANDLE if it is not open.
+/// Closes a handle. @return false with ERROR_INVALID_HANDLE if the handle is not open or of another kind
 bool CloseHandleOfKind(HANDLE handle, Object::Kind kind);
 
-/// Releases the objects of all handles, at unload.
+/// Releases the objects of all open handles and frees the table. Called once, when the library is unloaded.
 void CloseAllHandles();
 
 }  // namespace layer

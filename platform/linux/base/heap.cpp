@@ -1,4 +1,4 @@
-// Memory that the platform allocates and the caller returns to it: the process heap and the local heap.
+// The process heap and the local heap: memory that the layer allocates and the caller frees through it.
 #include "base/last_error.h"
 
 #include <cstdlib>
@@ -7,11 +7,12 @@
 
 HANDLE GetProcessHeap()
 {
-    // There is one heap. Its handle only has to differ from null.
+    // There is one heap only. Its handle is never dereferenced; it only has to differ from null.
     static char heap;
     return &heap;
 }
 
+// The published contract: a failing HeapAlloc does not set the last error.
 LPVOID HeapAlloc(HANDLE, DWORD flags, SIZE_T bytes)
 {
     void* const block = ::operator new(bytes, std::nothrow);

@@ -1,4 +1,4 @@
-// The last error of each thread, and the system errors that correspond to the kernel's.
+// The last error of each thread, and the table from `errno` values to system errors.
 #include "base/last_error.h"
 
 #include <cerrno>
@@ -25,6 +25,7 @@ DWORD layer::ErrorFromErrno(int error)
         case 0: return ERROR_SUCCESS;
         case ENOENT: return ERROR_FILE_NOT_FOUND;
         case ENOTDIR: return ERROR_PATH_NOT_FOUND;
+        // EISDIR: in Win32 the attempt to open a directory as a file is an access error.
         case EACCES:
         case EPERM:
         case EISDIR: return ERROR_ACCESS_DENIED;
@@ -33,6 +34,7 @@ DWORD layer::ErrorFromErrno(int error)
         case ENOMEM: return ERROR_OUTOFMEMORY;
         case EMFILE:
         case ENFILE: return ERROR_TOO_MANY_OPEN_FILES;
+        // A quota and a file size limit are reported like a full disk: all three mean that the file cannot grow.
         case ENOSPC:
         case EDQUOT:
         case EFBIG: return ERROR_DISK_FULL;

@@ -1,11 +1,11 @@
-// Failure results: the thread's last error, and the translation of `errno` values.
+// Reporting of failures: the last error of the thread, and the translation of `errno` values.
 #pragma once
 
 #include "system.h"
 
 namespace layer {
 
-/// The system error that corresponds to an `errno` value; ERROR_GEN_FAILURE for one that has no counterpart.
+/// Translates an `errno` value. @return the system error, ERROR_GEN_FAILURE if there is no counterpart
 DWORD ErrorFromErrno(int error);
 
 /// Sets the last error and returns `result`, so that a failure is one return statement.

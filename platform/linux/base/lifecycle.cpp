@@ -1,4 +1,4 @@
-// Notices forks, ends of threads and unloading, and runs the hooks of the families that registered.
+// Detects forks, ends of threads and the unloading of the library, and runs the registered hooks.
 #include "base/lifecycle.h"
 
 #include "base/handle.h"
@@ -14,11 +14,11 @@ using layer::LifecycleHooks;
 
 std::atomic<std::uint32_t> forkGeneration{0};
 
-// The hooks registered last come first. Entries are added under the table lock and never removed, so a reader needs no
-// lock.
+// A singly linked list; the hooks registered last come first. Entries are added under the table lock and never removed,
+// so reading needs no lock.
 std::atomic<LifecycleHooks*> firstHooks{nullptr};
 
-void Run(void (*LifecycleHooks::*event)())
+void RunHooks(void (*LifecycleHooks::*event)())
 {
     for (LifecycleHooks* hooks = firstHooks.load(std::memory_order_acquire); hooks != nullptr; hooks = hooks->Next) {
         if (hooks->*event != nullptr)
@@ -26,7 +26,8 @@ void Run(void (*LifecycleHooks::*event)())
     }
 }
 
-// The table lock is held across `fork`, so that the child inherits tables that no thread was changing.
+// The table lock is held across `fork`. Otherwise another thread could be changing a table at that moment, and the
+// child, which does not have that thread, would inherit a half-changed table and a lock that is never released.
 void BeforeFork()
 {
     layer::TableLock().lock();
@@ -39,34 +40,37 @@ void AfterForkInParent()
 
 void AfterForkInChild()
 {
+    // The generation comes first: the hooks may take locks, which read it.
     forkGeneration.fetch_add(1, std::memory_order_relaxed);
-    Run(&LifecycleHooks::AfterForkInChild);
+    RunHooks(&LifecycleHooks::AfterForkInChild);
     layer::TableLock().unlock();
 }
 
 void AtThreadEnd(void*)
 {
-    // Another destructor of the thread may still log; the thread is then watched again.
+    // The destructors of other keys may still log. A call of WatchThreadEnd then sets the key again, and this
+    // function runs once more.
     layer::threadEndWatched = false;
-    Run(&LifecycleHooks::AtThreadEnd);
+    RunHooks(&LifecycleHooks::AtThreadEnd);
 }
 
-// A key, not a thread_local with a destructor: that would keep the library loaded until its threads end.
+// A pthread key is used because a `thread_local` object with a destructor would keep the library loaded until the
+// thread ends.
 struct ThreadEndKey {
-    ThreadEndKey() : Made(pthread_key_create(&Key, AtThreadEnd) == 0) {}
+    ThreadEndKey() : Created(pthread_key_create(&Key, AtThreadEnd) == 0) {}
 
     pthread_key_t Key{};
-    const bool Made;
+    const bool Created;
 };
 std::atomic<ThreadEndKey*> threadEndKey{nullptr};
 
-// Runs after the library's static destructors, which still log. Handles are closed first: their objects use what the
-// hooks release.
+// Priority 101, the lowest that programs may use, makes this destructor run after the library's static destructors,
+// which may still log. Handles are closed first because their objects use what the hooks release.
 [[gnu::destructor(101)]] void Unload()
 {
     layer::CloseAllHandles();
-    Run(&LifecycleHooks::AtUnload);
-    if (const std::unique_ptr<ThreadEndKey> key(threadEndKey.exchange(nullptr)); key && key->Made)
+    RunHooks(&LifecycleHooks::AtUnload);
+    if (const std::unique_ptr<ThreadEndKey> key(threadEndKey.exchange(nullptr)); key && key->Created)
         pthread_key_delete(key->Key);
 }
 
@@ -110,14 +114,14 @@ bool StartWatchingThreadEnd()
     ThreadEndKey* key = threadEndKey.load(std::memory_order_acquire);
     if (key == nullptr) {
         const std::lock_guard<std::mutex> guard(TableLock());
-        key = threadEndKey.load(std::memory_order_relaxed);
+        key = threadEndKey.load(std::memory_order_relaxed);  // another thread may have created it meanwhile
         if (key == nullptr) {
             key = new (std::nothrow) ThreadEndKey;
             threadEndKey.store(key, std::memory_order_release);
         }
     }
-    // The destructor of a key runs for every value but null.
-    threadEndWatched = key != nullptr && key->Made && pthread_setspecific(key->Key, key) == 0;
+    // The key's destructor runs only for threads with a value other than null, so any such value will do.
+    threadEndWatched = key != nullptr && key->Created && pthread_setspecific(key->Key, key) == 0;
     return threadEndWatched;
 }
 

@@ -1,5 +1,5 @@
-// The ids of the process and the thread. Each costs a system call and every record needs both, so both are kept; only
-// `fork` changes them.
+// The ids of the process and the thread. Each costs a system call and every log record contains both, so they are
+// cached. Only `fork` changes them, and its hook clears the cache.
 #include "base/process.h"
 
 #include "base/lifecycle.h"
@@ -18,6 +18,7 @@ void ForgetIds()
     layer::threadId = 0;
 }
 
+// The other threads do not exist in the child, so their cached ids need no clearing.
 constinit layer::LifecycleHooks hooks{.AfterForkInChild = ForgetIds, .AtThreadEnd = nullptr, .AtUnload = nullptr};
 
 void WatchForks()

@@ -242,7 +242,7 @@ bool TranslateFault(int signal, const siginfo_t& info, void* context)
     fault.Registers = interrupted.uc_mcontext;
     fault.Registers.fpregs = nullptr;
     // The address of a breakpoint or an overflow is one behind its instruction.
-    fault.UnwindAt = fault.Instruction() - (layer::FaultComesAgain(context) ? 0 : 1);
+    fault.UnwindAt = fault.Instruction() - (layer::FaultRecurs(context) ? 0 : 1);
     fault.Stack = fault.Register(STACK_REGISTER);
     fault.StackOverflow = IsStackOverflow(*thread, fault);
     const std::uintptr_t stack = RaisingStack(*thread, fault, interrupted);

@@ -274,12 +274,12 @@ void PutPadded(UnitWriter& out, const Picture& picture, PutText put)
 void PutNarrow(UnitWriter& out, const char* text, std::size_t limit)
 {
     for (std::size_t i = 0; i < limit && text[i] != 0 && !out.overrun();) {
-        const layer::NarrowCharacter character = layer::TakeNarrow(text + i, limit - i);
-        if (character.Units == 0)
+        const layer::DecodedCharacter character = layer::DecodeNarrow(text + i, limit - i);
+        if (character.UnitCount == 0)
             out.Put('?');
-        for (unsigned unit = 0; unit < character.Units; ++unit)
-            out.Put(character.Unit[unit]);
-        i += character.Bytes;
+        for (unsigned unit = 0; unit < character.UnitCount; ++unit)
+            out.Put(character.Units[unit]);
+        i += character.ByteCount;
     }
 }
 
@@ -315,8 +315,8 @@ void PutCharacter(UnitWriter& out, const Picture& picture, FormatArguments& argu
     auto unit = static_cast<WCHAR>(argument);
     if (IsNarrow(picture, narrowKind)) {
         const char byte = static_cast<char>(argument);
-        const layer::NarrowCharacter character = layer::TakeNarrow(&byte, 1);
-        unit = character.Units == 1 ? character.Unit[0] : WCHAR{'?'};
+        const layer::DecodedCharacter character = layer::DecodeNarrow(&byte, 1);
+        unit = character.UnitCount == 1 ? character.Units[0] : WCHAR{'?'};
     }
     PutPadded(out, picture, [&](UnitWriter& to) { to.Put(unit); });
 }

@@ -21,7 +21,8 @@ std::atomic_ref<std::uintptr_t> Owner(CRITICAL_SECTION* section)
 /// thread of the child has the same address.
 bool IsMine(CRITICAL_SECTION* section)
 {
-    return Owner(section).load(std::memory_order_relaxed) == layer::CurrentThread() && layer::LockedHere(Word(section));
+    return Owner(section).load(std::memory_order_relaxed) == layer::CurrentThread() &&
+           layer::IsLockedInThisProcess(Word(section));
 }
 
 }  // namespace

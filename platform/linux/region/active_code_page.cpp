@@ -16,7 +16,7 @@ namespace {
 
 using namespace utility::literals;
 using layer::Converter;
-using layer::NarrowCharacter;
+using layer::DecodedCharacter;
 
 std::atomic<UINT> activePage{0};  // 0: not read yet
 
@@ -69,7 +69,7 @@ public:
         }
     }
 
-    NarrowCharacter Take(const char* text, std::size_t bytes) const
+    DecodedCharacter Take(const char* text, std::size_t bytes) const
     {
         const auto first = static_cast<unsigned char>(text[0]);
         if (!Leads[first])
@@ -81,7 +81,7 @@ public:
     }
 
 private:
-    static NarrowCharacter Found(std::size_t bytes, WCHAR unit, bool zero)
+    static DecodedCharacter Found(std::size_t bytes, WCHAR unit, bool zero)
     {
         return {bytes, unit != 0 || zero ? 1U : 0U, {unit}};
     }
@@ -142,10 +142,10 @@ UINT ActiveCodePage()
     return page;
 }
 
-NarrowCharacter TakeNarrow(const char* text, std::size_t bytes)
+DecodedCharacter DecodeNarrow(const char* text, std::size_t bytes)
 {
     if (ActiveCodePage() == CP_UTF8)
-        return TakeUtf8(text, bytes);
+        return DecodeUtf8(text, bytes);
     if (const PageTable* const table = PageTable::Active())
         return table->Take(text, bytes);
     const auto byte = static_cast<unsigned char>(text[0]);

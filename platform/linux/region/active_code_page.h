@@ -11,6 +11,6 @@ UINT ActiveCodePage();
 
 /// Decodes the first character of text in the active code page, of `bytes` bytes, at least 1. Allocates at most once
 /// per process.
-NarrowCharacter TakeNarrow(const char* text, std::size_t bytes);
+DecodedCharacter DecodeNarrow(const char* text, std::size_t bytes);
 
 }  // namespace layer

@@ -122,13 +122,13 @@ public:
         Out.Put(std::string_view(field));
     }
 
-    void PutLiteral(const layer::NarrowCharacter& character)
+    void PutLiteral(const layer::DecodedCharacter& character)
     {
-        const WCHAR unit = character.Unit[0];
+        const WCHAR unit = character.Units[0];
         Quote((unit >= 'a' && unit <= 'z') || (unit >= 'A' && unit <= 'Z') || unit == '\'');
         if (unit == '\'')
             Out.Put(unit);
-        Out.Put(layer::TextView(character.Unit, character.Units));
+        Out.Put(layer::TextView(character.Units, character.UnitCount));
     }
 
     /// False if the picture did not fit or is empty.
@@ -178,11 +178,11 @@ bool TranslateDatePicture(const char* strftimePicture, DatePicture& picture)
     PictureWriter writer(picture);
     for (const char* at = strftimePicture; *at != 0;) {
         if (*at != '%') {
-            const NarrowCharacter character = TakeUtf8(at, std::strlen(at));
-            if (character.Units == 0)
+            const DecodedCharacter character = DecodeUtf8(at, std::strlen(at));
+            if (character.UnitCount == 0)
                 return false;
             writer.PutLiteral(character);
-            at += character.Bytes;
+            at += character.ByteCount;
             continue;
         }
         const std::size_t length = at[1] == '-' ? 2 : 1;

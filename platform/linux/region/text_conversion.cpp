@@ -24,14 +24,14 @@ int NarrowToUtf8(const WCHAR* wide, std::size_t units, layer::Sink<char> sink)
 int WidenUtf8(const char* narrow, std::size_t bytes, bool strict, layer::Sink<WCHAR> sink)
 {
     for (std::size_t i = 0; (i += sink.PutAscii(narrow + i, bytes - i)) < bytes && !sink.full();) {
-        const layer::NarrowCharacter character = layer::TakeUtf8(narrow + i, bytes - i);
-        if (character.Units != 0)
-            sink.Put(character.Unit, character.Units);
+        const layer::DecodedCharacter character = layer::DecodeUtf8(narrow + i, bytes - i);
+        if (character.UnitCount != 0)
+            sink.Put(character.Units, character.UnitCount);
         else if (strict)
             return layer::Fail(ERROR_NO_UNICODE_TRANSLATION, 0);
         else
             sink.Put(layer::ReplacementCharacter);
-        i += character.Bytes;
+        i += character.ByteCount;
     }
     return sink.Result();
 }

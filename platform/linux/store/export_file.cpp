@@ -53,17 +53,17 @@ Units FromUtf8(std::string_view bytes)
             units.Buffer[units.Count++] = static_cast<unsigned char>(bytes[i++]);
             continue;
         }
-        const layer::NarrowCharacter character = layer::TakeUtf8(bytes.data() + i, bytes.size() - i);
-        if (character.Units == 0 && !reported) {
+        const layer::DecodedCharacter character = layer::DecodeUtf8(bytes.data() + i, bytes.size() - i);
+        if (character.UnitCount == 0 && !reported) {
             units.NotUtf8.push_back(static_cast<std::uint32_t>(units.Count));
             reported = true;
         }
         // Bytes that mean nothing keep a place, so that their statement has one to be found by.
-        if (character.Units == 0)
+        if (character.UnitCount == 0)
             units.Buffer[units.Count++] = layer::ReplacementCharacter;
-        for (unsigned unit = 0; unit < character.Units; ++unit)
-            units.Buffer[units.Count++] = character.Unit[unit];
-        i += character.Bytes;
+        for (unsigned unit = 0; unit < character.UnitCount; ++unit)
+            units.Buffer[units.Count++] = character.Units[unit];
+        i += character.ByteCount;
     }
     return units;
 }

@@ -25,7 +25,7 @@ constexpr std::uint32_t Factor = 33;
 /// The same for both cases of a letter.
 std::uint32_t HashedUnit(WCHAR unit)
 {
-    return (unit < 0x80 ? unit : layer::FoldBeyondAscii(unit)) & ~0x20U;
+    return (unit < 0x80 ? unit : layer::FoldNonAscii(unit)) & ~0x20U;
 }
 
 /// Goes on with `hash` over further units, however they are cut; HashIndex spreads the result.

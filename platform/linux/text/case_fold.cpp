@@ -1,5 +1,5 @@
-// Capitals from a table of our own: no locale of the machine and no memory stands between two names. It holds
-// the alphabets that have capitals and simple pairs; letters outside it compare as they stand.
+// Capital letters beyond ASCII, from a built-in table: the result depends on no locale, and no memory is allocated. The
+// table covers the Latin, Greek, Cyrillic and Armenian letters that form regular pairs. All other units are unchanged.
 #include "text/case_fold.h"
 
 #include <algorithm>
@@ -7,15 +7,17 @@
 
 namespace {
 
-/// Small letters from First to Last, every Step-th unit, lie Distance behind their capitals.
-struct Range {
+/// The small letters First, First + Step, … Last. The capital of each is the letter minus Offset. Step 2 is for
+/// alphabets in which capitals and small letters alternate.
+struct CaseRange {
     WCHAR First;
     WCHAR Last;
     WCHAR Step;
-    int Distance;
+    int Offset;
 };
 
-constexpr Range Ranges[] = {
+// Sorted, for the binary search.
+constexpr CaseRange CaseRanges[] = {
     {0x00E0, 0x00F6, 1, 32}, {0x00F8, 0x00FE, 1, 32}, {0x00FF, 0x00FF, 1, -121}, {0x0101, 0x012F, 2, 1},
     {0x0133, 0x0137, 2, 1},  {0x013A, 0x0148, 2, 1},  {0x014B, 0x0177, 2, 1},    {0x017A, 0x017E, 2, 1},
     {0x01CE, 0x01DC, 2, 1},  {0x01DF, 0x01EF, 2, 1},  {0x01F9, 0x021F, 2, 1},    {0x0223, 0x0233, 2, 1},
@@ -27,11 +29,11 @@ constexpr Range Ranges[] = {
 
 }  // namespace
 
-WCHAR layer::FoldBeyondAscii(WCHAR unit)
+WCHAR layer::FoldNonAscii(WCHAR unit)
 {
-    const Range* const range = std::lower_bound(std::begin(Ranges), std::end(Ranges), unit,
-                                                [](const Range& one, WCHAR other) { return one.Last < other; });
-    if (range == std::end(Ranges) || unit < range->First || (unit - range->First) % range->Step != 0)
+    const CaseRange* const range = std::lower_bound(std::begin(CaseRanges), std::end(CaseRanges), unit,
+                                                    [](const CaseRange& one, WCHAR other) { return one.Last < other; });
+    if (range == std::end(CaseRanges) || unit < range->First || (unit - range->First) % range->Step != 0)
         return unit;
-    return static_cast<WCHAR>(unit - range->Distance);
+    return static_cast<WCHAR>(unit - range->Offset);
 }

@@ -1,4 +1,5 @@
-// Writes debug output. A text that cannot be converted for lack of memory is dropped: it must not fail its caller.
+// Writes debug output. A text that cannot be converted because memory is exhausted is dropped; the caller does not
+// fail.
 #include "text/debug_output.h"
 
 #include "base/environment.h"
@@ -10,7 +11,7 @@
 
 namespace {
 
-bool IsWanted()
+bool IsEnabled()
 {
     return layer::Environment("VELTRIX_DEBUG_OUTPUT") != nullptr;
 }
@@ -19,13 +20,14 @@ bool IsWanted()
 
 void layer::DebugLine(const std::string& line) noexcept
 {
-    if (IsWanted())
+    if (IsEnabled())
         std::fprintf(stderr, "tessmarU: %s\n", line.c_str());
 }
 
+// Writes the text as it is, without prefix or line end, like Win32.
 void OutputDebugStringW(LPCWSTR text)
 try {
-    if (text != nullptr && IsWanted())
+    if (text != nullptr && IsEnabled())
         std::fputs(layer::ToUtf8(text).c_str(), stderr);
 } catch (const std::bad_alloc&) {
     return;

@@ -1,4 +1,4 @@
-// The types of text inside the layer: 16-bit units, UTF-16 where they mean text.
+// The text types of the layer: sequences of 16-bit units, usually UTF-16.
 #pragma once
 
 #include "tessmaru/platform.h"
@@ -8,6 +8,7 @@
 
 namespace layer {
 
+// Units need not form valid UTF-16: unpaired surrogates occur, and zero units inside a Text too.
 using Text = std::basic_string<WCHAR>;
 using TextView = std::basic_string_view<WCHAR>;
 

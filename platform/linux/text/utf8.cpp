@@ -1,19 +1,20 @@
-// Decodes and encodes UTF-8. Overlong forms, surrogates and code points after the last plane are no characters.
+// Decodes and encodes UTF-8. Overlong forms, surrogates and code points above 0x10FFFF are malformed.
 #include "text/utf8.h"
 
 namespace {
 
-using layer::NarrowCharacter;
+using layer::DecodedCharacter;
 
-NarrowCharacter Undecodable(std::size_t bytes)
+DecodedCharacter Malformed(std::size_t bytes)
 {
     return {bytes, 0, {}};
 }
 
-NarrowCharacter FromCodePoint(std::size_t bytes, std::uint32_t point)
+DecodedCharacter FromCodePoint(std::size_t bytes, std::uint32_t point)
 {
     if (point < 0x10000)
         return {bytes, 1, {static_cast<WCHAR>(point)}};
+    // 0xD7C0 is 0xD800 - (0x10000 >> 10): the high surrogate encodes the code point minus 0x10000.
     return {bytes, 2, {static_cast<WCHAR>(0xD7C0 + (point >> 10)), static_cast<WCHAR>(0xDC00 | (point & 0x3FF))}};
 }
 
@@ -21,22 +22,24 @@ NarrowCharacter FromCodePoint(std::size_t bytes, std::uint32_t point)
 
 namespace layer {
 
-NarrowCharacter TakeUtf8(const char* text, std::size_t bytes)
+DecodedCharacter DecodeUtf8(const char* text, std::size_t bytes)
 {
     const auto byteAt = [&](std::size_t i) -> unsigned { return static_cast<unsigned char>(text[i]); };
     const unsigned lead = byteAt(0);
     if (lead < 0x80)
         return {1, 1, {static_cast<WCHAR>(lead)}};
+    // 0x80 to 0xBF continue a character, 0xC0 and 0xC1 occur in overlong forms only, 0xF5 and above exceed 0x10FFFF.
     if (lead < 0xC2 || lead > 0xF4)
-        return Undecodable(1);
+        return Malformed(1);
     const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
     std::uint32_t point = lead & (0x7FU >> length);
-    // The range of the second byte excludes overlong forms, surrogates and what lies after the last plane.
+    // After some lead bytes the range of the second byte is narrower. That excludes overlong forms (E0, F0), surrogates
+    // (ED) and code points above 0x10FFFF (F4).
     unsigned low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
     unsigned high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
     for (std::size_t i = 1; i < length; ++i) {
         if (i == bytes || byteAt(i) < low || byteAt(i) > high)
-            return Undecodable(i);
+            return Malformed(i);
         point = point << 6 | (byteAt(i) & 0x3F);
         low = 0x80;
         high = 0xBF;
@@ -58,6 +61,7 @@ std::optional<std::uint32_t> TakeCodePoint(TextView& text)
 
 Utf8Character EncodeUtf8(std::uint32_t point)
 {
+    // `tail` is a continuation byte: 10xxxxxx with six bits of the code point.
     const auto byte = [](std::uint32_t bits) { return static_cast<char>(bits); };
     const auto tail = [point](unsigned shift) { return static_cast<char>(0x80 | (point >> shift & 0x3F)); };
     if (point < 0x80)
@@ -72,7 +76,7 @@ Utf8Character EncodeUtf8(std::uint32_t point)
 std::string ToUtf8(TextView text)
 {
     std::string narrow;
-    narrow.reserve(text.size());
+    narrow.reserve(text.size());  // exact for ASCII
     while (!text.empty()) {
         const Utf8Character character = EncodeUtf8(TakeCodePoint(text).value_or(ReplacementCharacter));
         narrow.append(character.Bytes, character.Count);
@@ -83,14 +87,14 @@ std::string ToUtf8(TextView text)
 Text FromUtf8(std::string_view text)
 {
     Text wide;
-    wide.reserve(text.size());
+    wide.reserve(text.size());  // UTF-16 never has more units than UTF-8 has bytes
     while (!text.empty()) {
-        const NarrowCharacter character = TakeUtf8(text.data(), text.size());
-        if (character.Units == 0)
+        const DecodedCharacter character = DecodeUtf8(text.data(), text.size());
+        if (character.UnitCount == 0)
             wide += ReplacementCharacter;
         else
-            wide.append(character.Unit, character.Units);
-        text.remove_prefix(character.Bytes);
+            wide.append(character.Units, character.UnitCount);
+        text.remove_prefix(character.ByteCount);
     }
     return wide;
 }
