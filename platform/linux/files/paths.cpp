@@ -1,4 +1,4 @@
-// Translates paths. Only the form of a path matters here, never whether the file exists.
+// Translates paths of the platform's form into paths on disk. Only the form of a path matters, not whether it exists.
 #include "files/paths.h"
 
 #include "store/registry.h"
@@ -6,6 +6,7 @@
 #include "text/utf8.h"
 
 #include <climits>
+#include <new>
 
 namespace {
 
@@ -13,8 +14,9 @@ using namespace utility::literals;
 using layer::Text;
 using layer::TextView;
 
-constexpr TextView PlainPrefix = u"\\\\?\\"_w;
-constexpr TextView PlainNetPrefix = u"\\\\?\\UNC\\"_w;
+// The prefixes of an extended-length path. The limit that they lift does not exist here, so they are removed.
+constexpr TextView ExtendedPrefix = u"\\\\?\\"_w;
+constexpr TextView ExtendedNetPrefix = u"\\\\?\\UNC\\"_w;
 constexpr const WCHAR* DevicesKey = u"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\DOS Devices"_w;
 
 bool IsSeparator(WCHAR unit)
@@ -27,19 +29,23 @@ bool StartsWithSeparator(TextView path)
     return !path.empty() && IsSeparator(path.front());
 }
 
-bool IsOfOtherMachine(TextView path)
+/// Whether the path names another machine. Two slashes count as two backslashes do.
+bool IsNetworkPath(TextView path)
 {
     return StartsWithSeparator(path) && StartsWithSeparator(path.substr(1));
 }
 
 bool StartsWithDrive(TextView path)
 {
+    // One comparison per range: a unit below its start wraps around to a large value.
     const auto isLetter = [](unsigned unit) { return unit - 'A' < 26 || unit - 'a' < 26; };
     return path.size() >= 2 && isLetter(path[0]) && path[1] == ':';
 }
 
-/// The folder of a drive. Drive C is the root only if the store has no entry for it. A store that cannot be read, or a
-/// malformed entry, never falls back to another folder.
+/// Finds the folder of a drive. Drive C is the root only if the store has no entry for it. A store that cannot be read,
+/// or a malformed entry, never falls back to another folder.
+/// @param folder  receives the folder; stays empty for the root
+/// @return ERROR_SUCCESS, or the system error
 DWORD FindDriveFolder(WCHAR letter, Text& folder)
 {
     const WCHAR drive[] = {letter, ':', 0};
@@ -51,6 +57,9 @@ DWORD FindDriveFolder(WCHAR letter, Text& folder)
     return letter == 'C' || letter == 'c' ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
 }
 
+/// Appends a path in UTF-8, with slashes for backslashes. The length is checked on the way, so that a long text fails
+/// early.
+/// @return ERROR_SUCCESS, ERROR_INVALID_NAME or ERROR_FILENAME_EXCED_RANGE
 DWORD Append(TextView path, std::string& translated)
 {
     while (!path.empty()) {
@@ -74,6 +83,7 @@ DWORD TakeDrive(TextView& path, std::string& translated)
     if (const DWORD error = Append(folder, translated); error != ERROR_SUCCESS)
         return error;
     path.remove_prefix(2);
+    // A drive has no current folder of its own here: `C:App.log` means the same as `C:\App.log`.
     while (StartsWithSeparator(path))
         path.remove_prefix(1);
     if (!translated.ends_with('/'))
@@ -84,12 +94,12 @@ DWORD TakeDrive(TextView& path, std::string& translated)
 }  // namespace
 
 DWORD layer::TranslatePath(LPCWSTR path, std::string& translated)
-{
+try {
     TextView rest = path == nullptr ? TextView() : TextView(path);
-    const bool net = rest.starts_with(PlainNetPrefix);
-    if (rest.starts_with(PlainPrefix))
-        rest.remove_prefix(PlainPrefix.size());
-    if (net || IsOfOtherMachine(rest))
+    const bool isNetwork = rest.starts_with(ExtendedNetPrefix);
+    if (rest.starts_with(ExtendedPrefix))
+        rest.remove_prefix(ExtendedPrefix.size());
+    if (isNetwork || IsNetworkPath(rest))
         return ERROR_BAD_NETPATH;
     if (rest.empty())
         return ERROR_PATH_NOT_FOUND;
@@ -102,4 +112,6 @@ DWORD layer::TranslatePath(LPCWSTR path, std::string& translated)
         return error;
     translated.swap(result);
     return ERROR_SUCCESS;
+} catch (const std::bad_alloc&) {
+    return ERROR_OUTOFMEMORY;
 }

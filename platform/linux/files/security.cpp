@@ -1,4 +1,7 @@
-// Security records in their published layouts, and the mode bits that an access list asks for.
+// Builds security records in their published layouts, and derives the mode bits of a file from them.
+//
+// A SID names an account. An access control list (ACL) is a header and AceCount entries, one after another: a header
+// with the entry's size, an access mask and a SID. Callers hand in all of this memory, so every size is checked.
 #include "files/security.h"
 
 #include "base/last_error.h"
@@ -14,8 +17,10 @@ namespace {
 constexpr BYTE SidRevision = 1;
 constexpr BYTE MaxSubAuthorities = 8;
 constexpr BYTE MaxAclRevision = 4;
+// "Everyone" is S-1-1-0: this authority, and 0 as its only subauthority.
 constexpr SID_IDENTIFIER_AUTHORITY WorldAuthority{{0, 0, 0, 0, 0, 1}};
 
+// Rights on a file that an entry may grant instead of the generic ones.
 constexpr DWORD FILE_READ_DATA = 1;
 constexpr DWORD FILE_WRITE_DATA = 2;
 
@@ -24,19 +29,20 @@ DWORD SidBytes(BYTE subAuthorities)
     return static_cast<DWORD>(offsetof(SID, SubAuthority) + subAuthorities * sizeof(DWORD));
 }
 
-bool IsSid(const SID* sid)
+bool IsValidSid(const SID* sid)
 {
     return sid != nullptr && sid->Revision == SidRevision && sid->SubAuthorityCount <= MaxSubAuthorities;
 }
 
 bool IsEveryone(const SID* sid)
 {
-    return IsSid(sid) && sid->SubAuthorityCount == 1 && sid->SubAuthority[0] == 0 &&
+    return IsValidSid(sid) && sid->SubAuthorityCount == 1 && sid->SubAuthority[0] == 0 &&
            std::memcmp(&sid->IdentifierAuthority, &WorldAuthority, sizeof WorldAuthority) == 0;
 }
 
-/// Where the next entry of a list goes: behind the last one. Null for a list that contradicts itself.
-BYTE* EndOfEntries(ACL* acl)
+/// The end of a list's last entry, where the next one goes.
+/// @return null if an entry does not fit into the list's size
+BYTE* FindEndOfEntries(ACL* acl)
 {
     auto* const start = reinterpret_cast<BYTE*>(acl);
     BYTE* entry = start + sizeof(ACL);
@@ -53,13 +59,15 @@ BYTE* EndOfEntries(ACL* acl)
     return entry;
 }
 
+/// Appends an entry of a type to a list, and raises the list's revision to the entry's.
+/// @return FALSE with the last error set, and the list unchanged
 BOOL AddEntry(BYTE type, ACL* acl, DWORD revision, DWORD mask, PSID sid)
 {
-    if (!IsSid(static_cast<SID*>(sid)))
+    if (!IsValidSid(static_cast<SID*>(sid)))
         return layer::Fail(ERROR_INVALID_SID, FALSE);
     if (revision > MaxAclRevision)
         return layer::Fail(ERROR_REVISION_MISMATCH, FALSE);
-    BYTE* const place = acl == nullptr ? nullptr : EndOfEntries(acl);
+    BYTE* const place = acl == nullptr ? nullptr : FindEndOfEntries(acl);
     if (place == nullptr)
         return layer::Fail(ERROR_INVALID_ACL, FALSE);
     const DWORD sidBytes = GetLengthSid(sid);
@@ -70,6 +78,7 @@ BOOL AddEntry(BYTE type, ACL* acl, DWORD revision, DWORD mask, PSID sid)
     entry.Header.AceType = type;
     entry.Header.AceSize = static_cast<WORD>(bytes);
     entry.Mask = mask;
+    // SidStart only marks where the SID starts, so it is not copied.
     std::memcpy(place, &entry, offsetof(ACCESS_ALLOWED_ACE, SidStart));
     std::memcpy(place + offsetof(ACCESS_ALLOWED_ACE, SidStart), sid, sidBytes);
     acl->AclRevision = std::max(acl->AclRevision, static_cast<BYTE>(revision));
@@ -77,35 +86,37 @@ BOOL AddEntry(BYTE type, ACL* acl, DWORD revision, DWORD mask, PSID sid)
     return TRUE;
 }
 
-/// The access bits of one entry's rights, as a digit of a mode.
-unsigned Digit(DWORD mask)
+/// The rights of an entry as the mode bits for "other": one octal digit.
+unsigned AccessBits(DWORD mask)
 {
-    unsigned digit = 0;
+    unsigned bits = 0;
     if ((mask & (GENERIC_ALL | GENERIC_READ | FILE_READ_DATA)) != 0)
-        digit |= S_IROTH;
+        bits |= S_IROTH;
     if ((mask & (GENERIC_ALL | GENERIC_WRITE | FILE_WRITE_DATA)) != 0)
-        digit |= S_IWOTH;
-    return digit;
+        bits |= S_IWOTH;
+    return bits;
 }
 
-/// What a list gives everyone: each right goes by the first entry that speaks of it.
-unsigned DigitOfEveryone(ACL* acl)
+/// The access that a list gives to everyone, as mode bits for "other". The first entry that grants or denies a right
+/// decides it, as in the platform's access check. Entries for other accounts have no counterpart in mode bits.
+unsigned AccessOfEveryone(ACL* acl)
 {
     unsigned allowed = 0;
     unsigned decided = 0;
-    if (EndOfEntries(acl) == nullptr)
+    if (FindEndOfEntries(acl) == nullptr)
         return 0;
     const BYTE* entry = reinterpret_cast<const BYTE*>(acl) + sizeof(ACL);
     for (WORD i = 0; i < acl->AceCount; ++i) {
+        // Allow and deny entries have the same layout.
         const auto* const ace = reinterpret_cast<const ACCESS_ALLOWED_ACE*>(entry);
         entry += ace->Header.AceSize;
         if (ace->Header.AceSize < offsetof(ACCESS_ALLOWED_ACE, SidStart) + SidBytes(1) ||
             !IsEveryone(reinterpret_cast<const SID*>(&ace->SidStart)))
             continue;
-        const unsigned digit = Digit(ace->Mask) & ~decided;
-        decided |= digit;
+        const unsigned bits = AccessBits(ace->Mask) & ~decided;
+        decided |= bits;
         if (ace->Header.AceType == ACCESS_ALLOWED_ACE_TYPE)
-            allowed |= digit;
+            allowed |= bits;
     }
     return allowed;
 }
@@ -114,15 +125,17 @@ unsigned DigitOfEveryone(ACL* acl)
 
 layer::FileMode layer::ModeOf(const SECURITY_ATTRIBUTES* attributes)
 {
-    constexpr unsigned everyClass = S_IXUSR | S_IXGRP | S_IXOTH;
-    constexpr unsigned everything = S_IROTH | S_IWOTH;
+    // This factor copies the octal digit of "other" to owner and group, who are part of everyone.
+    constexpr unsigned allClasses = S_IXUSR | S_IXGRP | S_IXOTH;
+    constexpr unsigned fullAccess = S_IROTH | S_IWOTH;
     const auto* const descriptor =
         attributes == nullptr ? nullptr : static_cast<const SECURITY_DESCRIPTOR*>(attributes->lpSecurityDescriptor);
     if (descriptor == nullptr || (descriptor->Control & SE_DACL_PRESENT) == 0)
-        return {everything * everyClass, false};
-    return {(descriptor->Dacl == nullptr ? everything : DigitOfEveryone(descriptor->Dacl)) * everyClass, true};
+        return {fullAccess * allClasses, false};
+    return {(descriptor->Dacl == nullptr ? fullAccess : AccessOfEveryone(descriptor->Dacl)) * allClasses, true};
 }
 
+// FreeSid frees what AllocateAndInitializeSid allocates, so both use the process heap.
 BOOL AllocateAndInitializeSid(SID_IDENTIFIER_AUTHORITY* authority, BYTE count, DWORD sub0, DWORD sub1, DWORD sub2,
                               DWORD sub3, DWORD sub4, DWORD sub5, DWORD sub6, DWORD sub7, PSID* sid)
 {
@@ -134,11 +147,11 @@ BOOL AllocateAndInitializeSid(SID_IDENTIFIER_AUTHORITY* authority, BYTE count, D
     if (block == nullptr)
         return layer::Fail(ERROR_OUTOFMEMORY, FALSE);
     const DWORD subAuthorities[MaxSubAuthorities] = {sub0, sub1, sub2, sub3, sub4, sub5, sub6, sub7};
-    auto* const made = static_cast<SID*>(block);
-    made->Revision = SidRevision;
-    made->SubAuthorityCount = count;
-    made->IdentifierAuthority = *authority;
-    std::memcpy(made->SubAuthority, subAuthorities, count * sizeof(DWORD));
+    auto* const result = static_cast<SID*>(block);
+    result->Revision = SidRevision;
+    result->SubAuthorityCount = count;
+    result->IdentifierAuthority = *authority;
+    std::memcpy(result->SubAuthority, subAuthorities, count * sizeof(DWORD));
     *sid = block;
     return TRUE;
 }
@@ -195,6 +208,7 @@ BOOL SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR descriptor, BOOL present, AC
         return layer::Fail(ERROR_UNKNOWN_REVISION, FALSE);
     record->Control = static_cast<WORD>(record->Control & ~(SE_DACL_PRESENT | SE_DACL_DEFAULTED));
     record->Dacl = nullptr;
+    // "Not present" differs from a list that is null: the first leaves access to the defaults, the second grants all.
     if (present == FALSE)
         return TRUE;
     record->Control =

@@ -1,11 +1,15 @@
-// Critical sections: a lock word, its owner and the owner's count of entries.
+// Critical sections: recursive locks of one process, each a lock word, an owner and the owner's count of entries.
+//
+// Word is the lock itself (see LockWord). OwningThread only serves to recognise a further entry of the owner;
+// RecursionCount belongs to the owner and needs no atomic access.
 #include "base/futex.h"
 #include "base/lifecycle.h"
 #include "base/process.h"
 
 namespace {
 
-// The record is a plain struct that callers copy and clear. Its fields are accessed atomically while it is in use.
+// CRITICAL_SECTION is a plain record that callers copy and clear, so its fields cannot be declared atomic. They are
+// accessed atomically while the section is in use.
 std::atomic<std::uint32_t>& Word(CRITICAL_SECTION* section)
 {
     static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(section->Word));
@@ -18,8 +22,9 @@ std::atomic_ref<std::uintptr_t> Owner(CRITICAL_SECTION* section)
 }
 
 /// Whether the calling thread owns the section. A section locked before a fork has no owner in the child, even if a
-/// thread of the child has the same address.
-bool IsMine(CRITICAL_SECTION* section)
+/// thread of the child has the same address. The load may be relaxed: only the calling thread itself stores its own
+/// value.
+bool IsOwnedByCaller(CRITICAL_SECTION* section)
 {
     return Owner(section).load(std::memory_order_relaxed) == layer::CurrentThread() &&
            layer::IsLockedInThisProcess(Word(section));
@@ -35,7 +40,7 @@ void InitializeCriticalSection(CRITICAL_SECTION* section)
 
 void EnterCriticalSection(CRITICAL_SECTION* section)
 {
-    if (IsMine(section)) {
+    if (IsOwnedByCaller(section)) {
         ++section->RecursionCount;
         return;
     }
@@ -47,10 +52,10 @@ void EnterCriticalSection(CRITICAL_SECTION* section)
 
 void LeaveCriticalSection(CRITICAL_SECTION* section)
 {
-    // A stray call must not free another thread's lock.
-    if (!IsMine(section) || --section->RecursionCount != 0)
+    // An unbalanced call must not release another thread's lock.
+    if (!IsOwnedByCaller(section) || --section->RecursionCount != 0)
         return;
-    Owner(section).store(0, std::memory_order_relaxed);
+    Owner(section).store(0, std::memory_order_relaxed);  // first: after the unlock the next owner writes it
     layer::UnlockWord(Word(section));
 }
 

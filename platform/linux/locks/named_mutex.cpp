@@ -1,7 +1,10 @@
-// Mutexes: owned by a thread, recursive, known by name on the whole machine.
+// Named mutexes: owned by a thread, recursive, known by name on the whole machine.
 //
-// A process has one object a name, with two locks in a row. The first is the process's own: it keeps its threads
-// apart, whatever others do to the second, the word of the shared page. Only who holds the first touches the second.
+// A process has one object per name, and the object has two locks. LocalLock excludes the threads of this process from
+// each other; other processes cannot access it. The word of the shared page excludes the processes from each other. A
+// thread takes LocalLock first and accesses the word only while it holds LocalLock.
+//
+// Order of the locks: opening lock, then table lock. A thread that waits for a mutex holds neither.
 #include "base/futex.h"
 #include "base/handle.h"
 #include "base/lifecycle.h"
@@ -10,6 +13,8 @@
 #include "locks/shared_page.h"
 #include "tessmaru/text.h"
 
+#include <atomic>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -21,46 +26,63 @@ using layer::SharedPage;
 using layer::Text;
 using layer::TextView;
 
-// Long enough that handing over never asks the kernel, short enough for a record that waits one second.
+// Nanoseconds of sleep before the first check whether the owner is alive, and between further ones. The first is longer
+// than an owner usually keeps the mutex, so an ordinary wait pays for no check. Both are short against the second for
+// which a log record waits.
 constexpr std::int64_t FirstSleep = 5'000'000;
-constexpr std::int64_t FurtherSleep = 50'000'000;
+constexpr std::int64_t LaterSleep = 50'000'000;
 
+/// A mutex with or without a name. One without a name uses LocalLock only.
 class NamedMutex final : public layer::Object {
 public:
     NamedMutex() : Object(Kind::mutex) {}
     ~NamedMutex() override;
 
+    /// Opens the mutex, once after construction.
+    /// @param owned  whether the calling thread owns a new mutex from the start
+    /// @param isNew  receives whether no living process had the mutex open
+    /// @return ERROR_SUCCESS, or the system error
+    /// @throws std::bad_alloc
     DWORD Open(TextView name, const SECURITY_ATTRIBUTES* attributes, bool owned, bool& isNew);
+
+    /// @return as WaitForSingleObject, with the last error set for WAIT_FAILED
     DWORD Wait(DWORD milliseconds);
+
+    /// @return false if the calling thread is not the owner
     bool Release();
 
     void Close() override;
 
+    /// In the child of a `fork`, under the table lock.
     void ReopenAfterFork();
+
+    /// Releases the mutex and marks it as abandoned if this thread owns it.
     void AbandonIfOwnedBy(std::uintptr_t thread);
-    bool IsCalled(TextView name) const { return Ready && !Name.empty() && Name == name; }
+    bool HasName(TextView name) const { return Opened && !Name.empty() && Name == name; }
 
     NamedMutex* Next = nullptr;
 
 private:
     DWORD AcquirePage(Deadline& deadline);
-    DWORD Contend(std::atomic<std::uint32_t>& word, Deadline& deadline);
+    DWORD AcquireContended(std::atomic<std::uint32_t>& word, Deadline& deadline);
     void SetOwner();
-    void LetGo(bool abandoned);
+    void ReleaseOwnership(bool abandoned);
 
     std::atomic<std::uintptr_t> Owner{0};
-    std::uint32_t Recursion = 0;  // the owner's
-    std::atomic<std::uint32_t> Local{0};
-    bool LocallyAbandoned = false;  // of a mutex without a name; under Local
+    std::uint32_t Recursion = 0;  // accessed by the owner only
+    std::atomic<std::uint32_t> LocalLock{0};
+    bool LocallyAbandoned = false;  // for a mutex without a name, which has no word; accessed under LocalLock
     SharedPage Page;
     Text Name;
-    bool Ready = false;  // a `fork` may leave the child an object that was never opened
+    bool Opened = false;  // a `fork` may leave the child an object whose Open was never completed
 };
 
-// All mutexes of the process. Changed under both the opening lock and the table lock.
+// The list of all mutexes of the process. It is changed under both the opening lock and the table lock, so either of
+// them is enough to read it.
 NamedMutex* mutexes = nullptr;
 
-// Keeps those who open and close apart: both wait for other processes.
+// The opening lock: serialises opening and closing. It is a lock besides the table lock because opening may wait for
+// other processes, and the table lock must never be held across a wait.
 std::atomic<std::uint32_t> openingWord{0};
 
 class OpeningLock {
@@ -87,7 +109,7 @@ NamedMutex::~NamedMutex()
     AbandonIfOwnedBy(Owner.load(std::memory_order_relaxed));
 }
 
-/// Waits for those who open mutexes: one of them may just take a new reference to this object.
+/// Takes the opening lock: a thread that opens the same name may be adding a reference to this object.
 void NamedMutex::Close()
 {
     const OpeningLock guard;
@@ -99,7 +121,7 @@ DWORD NamedMutex::Open(TextView name, const SECURITY_ATTRIBUTES* attributes, boo
     isNew = true;
     Name = name;
     {
-        // Listed from the start: what a child of a `fork` inherits half opened has to be closed there.
+        // Listed before it is open: if the process forks now, the child has to close the half-opened page.
         const std::lock_guard<std::mutex> guard(layer::TableLock());
         Next = mutexes;
         mutexes = this;
@@ -110,10 +132,10 @@ DWORD NamedMutex::Open(TextView name, const SECURITY_ATTRIBUTES* attributes, boo
     }
     if (owned && isNew) {
         Deadline never(INFINITE);
-        layer::LockWord(Local, never);
+        layer::LockWord(LocalLock, never);
         SetOwner();
     }
-    Ready = true;
+    Opened = true;
     return ERROR_SUCCESS;
 }
 
@@ -125,24 +147,27 @@ void NamedMutex::SetOwner()
 
 DWORD NamedMutex::Wait(DWORD milliseconds)
 {
+    // A relaxed load is enough: only the calling thread itself stores its own value.
     if (Owner.load(std::memory_order_relaxed) == layer::CurrentThread()) {
         ++Recursion;
         return WAIT_OBJECT_0;
     }
+    // A thread that ends as the owner abandons the mutex, so its end has to be noticed.
     if (!layer::WatchThreadEnd())
         return layer::Fail(ERROR_OUTOFMEMORY, WAIT_FAILED);
     Deadline deadline(milliseconds);
-    if (!layer::LockWord(Local, deadline))
+    if (!layer::LockWord(LocalLock, deadline))
         return WAIT_TIMEOUT;
     const DWORD result = AcquirePage(deadline);
     if (result == WAIT_OBJECT_0 || result == WAIT_ABANDONED)
         SetOwner();
     else
-        layer::UnlockWord(Local);
+        layer::UnlockWord(LocalLock);
     return result;
 }
 
-/// The second lock, while the first is held.
+/// Acquires the word of the page, while the caller holds LocalLock.
+/// @return as Wait
 DWORD NamedMutex::AcquirePage(Deadline& deadline)
 {
     if (Name.empty())
@@ -150,51 +175,60 @@ DWORD NamedMutex::AcquirePage(Deadline& deadline)
     std::atomic<std::uint32_t>* const word = Page.Word();
     if (word == nullptr)
         return layer::Fail(ERROR_INVALID_HANDLE, WAIT_FAILED);
-    std::uint32_t nobody = 0;
-    if (word->compare_exchange_strong(nobody, Page.Number(), std::memory_order_acquire))
+    // Acquire pairs with the release in ReleaseOwnership, also between processes: the new owner sees what the last one
+    // wrote.
+    std::uint32_t expected = 0;
+    if (word->compare_exchange_strong(expected, Page.slot(), std::memory_order_acquire))
         return WAIT_OBJECT_0;
-    return Contend(*word, deadline);
+    return AcquireContended(*word, deadline);
 }
 
-DWORD NamedMutex::Contend(std::atomic<std::uint32_t>& word, Deadline& deadline)
+/// Acquires a word that was not free: sleeps until the owner releases it, or takes it over from a dead owner. A killed
+/// owner wakes no waiter, so a sleep is bounded and followed by a check of the owner.
+/// @return as Wait
+DWORD NamedMutex::AcquireContended(std::atomic<std::uint32_t>& word, Deadline& deadline)
 {
     std::uint32_t seen = word.load(std::memory_order_relaxed);
     std::int64_t sleep = FirstSleep;
-    bool askForOwner = deadline.Left(sleep) == 0;
+    bool checkOwner = deadline.Left(sleep) == 0;  // a call that must not wait has no later round for it
     for (;;) {
-        const std::uint32_t owner = seen & SharedPage::NumberMask;
-        // This process's own number, while none of its threads is here, was written by somebody else.
-        if (owner == 0 || owner == Page.Number()) {
-            // Whoever has waited leaves the mark of waiting, as others may still sleep.
-            if (!word.compare_exchange_weak(seen, Page.Number() | SharedPage::Waiting, std::memory_order_acquire))
+        const std::uint32_t owner = seen & SharedPage::SlotMask;
+        // The caller holds LocalLock, so no thread of this process owns the mutex. The process's own number in the word
+        // was written by another process and counts as an abandoned mutex.
+        if (owner == 0 || owner == Page.slot()) {
+            // Waiting is set again: other threads may still sleep, and a release wakes one only if it finds the bit.
+            if (!word.compare_exchange_weak(seen, Page.slot() | SharedPage::Waiting, std::memory_order_acquire))
                 continue;
             return owner == 0 && (seen & SharedPage::Abandoned) == 0 ? WAIT_OBJECT_0 : WAIT_ABANDONED;
         }
-        if (askForOwner && Page.TakeFromDead(seen))
+        if (checkOwner && Page.TakeFromDeadOwner(seen))
             return WAIT_ABANDONED;
         const std::int64_t left = deadline.Left(sleep);
         if (left == 0)
             return WAIT_TIMEOUT;
+        // The bit has to be in the word before the sleep: an owner that does not see it wakes no waiter. If the word
+        // changes after this, FutexWait returns at once.
         const std::uint32_t marked = seen | SharedPage::Waiting;
         if (seen != marked && !word.compare_exchange_weak(seen, marked, std::memory_order_relaxed))
             continue;
-        askForOwner = !layer::FutexWait(word, marked, left, layer::Reach::machine);
-        if (askForOwner)
-            sleep = FurtherSleep;
+        checkOwner = !layer::FutexWait(word, marked, left, layer::Reach::machine);
+        if (checkOwner)
+            sleep = LaterSleep;
         seen = word.load(std::memory_order_relaxed);
     }
 }
 
-void NamedMutex::LetGo(bool abandoned)
+/// Releases both locks, the word first: it may be accessed under LocalLock only.
+void NamedMutex::ReleaseOwnership(bool abandoned)
 {
     Owner.store(0, std::memory_order_relaxed);
     std::atomic<std::uint32_t>* const word = Page.Word();
-    const std::uint32_t leaving = abandoned ? SharedPage::Abandoned : 0;
+    const std::uint32_t released = abandoned ? SharedPage::Abandoned : 0;
     if (Name.empty())
         LocallyAbandoned = abandoned;
-    else if (word != nullptr && (word->exchange(leaving, std::memory_order_release) & SharedPage::Waiting) != 0)
+    else if (word != nullptr && (word->exchange(released, std::memory_order_release) & SharedPage::Waiting) != 0)
         layer::FutexWake(*word, layer::Reach::machine);
-    layer::UnlockWord(Local);
+    layer::UnlockWord(LocalLock);
 }
 
 bool NamedMutex::Release()
@@ -202,21 +236,22 @@ bool NamedMutex::Release()
     if (Owner.load(std::memory_order_relaxed) != layer::CurrentThread())
         return false;
     if (--Recursion == 0)
-        LetGo(false);
+        ReleaseOwnership(false);
     return true;
 }
 
 void NamedMutex::ReopenAfterFork()
 {
+    // The threads that owned the mutex or waited for it do not exist in the child.
     Owner = 0;
-    Local = 0;
+    LocalLock = 0;
     Page.ReopenAfterFork();
 }
 
 void NamedMutex::AbandonIfOwnedBy(std::uintptr_t thread)
 {
     if (thread != 0 && Owner.load(std::memory_order_relaxed) == thread)
-        LetGo(true);
+        ReleaseOwnership(true);
 }
 
 NamedMutex* FindMutex(HANDLE handle)
@@ -224,7 +259,7 @@ NamedMutex* FindMutex(HANDLE handle)
     return static_cast<NamedMutex*>(layer::FindObject(handle, layer::Object::Kind::mutex));
 }
 
-/// The name without the prefix of a session. All sessions are one on this platform.
+/// The name without the prefix of a session. Linux has no sessions in this sense, so both prefixes mean the machine.
 TextView BaseName(LPCWSTR name)
 {
     TextView text = name == nullptr ? TextView() : TextView(name);
@@ -235,31 +270,34 @@ TextView BaseName(LPCWSTR name)
     return text;
 }
 
-/// The object of this name with a reference for the caller: one that the process has, or a new one.
+/// Finds the process's object of a name, or creates it. Called under the opening lock.
+/// @param isNew  receives whether no living process had the mutex open
+/// @return the object with a reference for the caller, or null with the last error set
 NamedMutex* OpenObject(TextView name, const SECURITY_ATTRIBUTES* attributes, bool owned, bool& isNew)
 {
     for (NamedMutex* mutex = mutexes; mutex != nullptr; mutex = mutex->Next) {
-        if (mutex->IsCalled(name)) {
+        if (mutex->HasName(name)) {
             layer::AddReference(mutex);
             isNew = false;
             return mutex;
         }
     }
-    auto* const made = new (std::nothrow) NamedMutex;
-    if (made == nullptr)
-        return layer::Fail(ERROR_OUTOFMEMORY, made);
+    auto* const created = new (std::nothrow) NamedMutex;
+    if (created == nullptr)
+        return layer::Fail(ERROR_OUTOFMEMORY, created);
     DWORD error = ERROR_OUTOFMEMORY;
     try {
-        error = made->Open(name, attributes, owned, isNew);
+        error = created->Open(name, attributes, owned, isNew);
     } catch (const std::bad_alloc&) {
         error = ERROR_OUTOFMEMORY;
     }
     if (error == ERROR_SUCCESS)
-        return made;
-    layer::Release(made);
+        return created;
+    layer::Release(created);
     return layer::Fail(error, static_cast<NamedMutex*>(nullptr));
 }
 
+// The lifecycle holds the table lock here.
 void ReopenMutexesAfterFork()
 {
     for (NamedMutex* mutex = mutexes; mutex != nullptr; mutex = mutex->Next)

@@ -1,11 +1,15 @@
-// All shared pages lie in one stretch of addresses, so the handler of SIGBUS sees at once whether a fault is
-// one of theirs and which file it belongs to, without a lock.
+// Maps shared pages and repairs them when their file was truncated.
+//
+// An access to a mapped page beyond the end of its file raises SIGBUS. All pages lie in one reserved range of
+// addresses, the arena. The signal handler therefore finds out from the address alone, without a lock, whether a fault
+// belongs to a shared page, and to which file.
 #include "locks/page_arena.h"
 
 #include "base/fault_signals.h"
 #include "base/lifecycle.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
@@ -13,37 +17,40 @@
 
 namespace {
 
-constexpr std::size_t Places = 4096;
-constexpr std::size_t ArenaBytes = Places * layer::PageBytes;
+constexpr std::size_t MaxPages = 4096;
+constexpr std::size_t ArenaBytes = MaxPages * layer::PageBytes;
 constexpr int NoFile = -1;
 
-// A fault that comes back after so many repairs has another cause than a file that was cut off.
+// After this many repairs a process is truncating the file all the time, or the fault has another cause. The page then
+// gets private memory, which ends the faults.
 constexpr int MaxRepairs = 1000;
 
-struct Guarded {
-    std::atomic<int> File{NoFile};
+/// The state of one page of the arena. The handler reads it, so it is atomic and never freed.
+struct PageState {
+    std::atomic<int> File{NoFile};  // NoFile while the page is free
     std::atomic<int> Repairs{0};
 };
 
-std::array<Guarded, Places> places;
+std::array<PageState, MaxPages> pages;
 std::atomic<std::byte*> arena{nullptr};
 
-/// Puts storage behind a page again: the file's own, or memory of this process where that fails. Only bare
-/// system calls: this runs in a signal handler.
-bool Repair(std::byte* start, std::size_t place)
+/// Gives a page storage again: the file's, or private memory if that fails. With private memory the lock no longer
+/// excludes other processes, but no process crashes. Runs in a signal handler, so it makes system calls only.
+bool Repair(std::byte* start, std::size_t index)
 {
-    const int file = places[place].File.load(std::memory_order_relaxed);
+    const int file = pages[index].File.load(std::memory_order_relaxed);
     if (file == NoFile)
         return false;
-    if (places[place].Repairs.fetch_add(1, std::memory_order_relaxed) < MaxRepairs &&
+    if (pages[index].Repairs.fetch_add(1, std::memory_order_relaxed) < MaxRepairs &&
         fallocate(file, 0, 0, layer::PageBytes) == 0)
         return true;
-    return mmap(start + place * layer::PageBytes, layer::PageBytes, PROT_READ | PROT_WRITE,
+    return mmap(start + index * layer::PageBytes, layer::PageBytes, PROT_READ | PROT_WRITE,
                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED;
 }
 
-/// Whether the fault was an access to a guarded page whose file was cut off. The page has storage again then.
-bool RepairGuarded(int signal, const siginfo_t& info, void*)
+/// Handles SIGBUS. A signal that another process sent has no address and is not a fault.
+/// @return true if the fault was an access to a guarded page, which has storage again
+bool RepairFault(int signal, const siginfo_t& info, void*)
 {
     std::byte* const start = arena.load(std::memory_order_relaxed);
     auto* const at = static_cast<std::byte*>(info.si_addr);
@@ -64,24 +71,26 @@ void ReleaseArena()
 
 constinit layer::LifecycleHooks hooks{.AfterForkInChild = nullptr, .AtThreadEnd = nullptr, .AtUnload = ReleaseArena};
 
-/// The arena, made by the first call. Under the lock of those who open mutexes.
+/// The arena, reserved by the first call. Callers hold the opening lock of named mutexes, so two first calls never run
+/// at the same time.
 std::byte* Arena()
 {
     std::byte* start = arena.load(std::memory_order_relaxed);
     if (start != nullptr)
         return start;
-    void* const made = mmap(nullptr, ArenaBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (made == MAP_FAILED)
+    void* const mapped = mmap(nullptr, ArenaBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (mapped == MAP_FAILED)
         return nullptr;
-    start = static_cast<std::byte*>(made);
+    start = static_cast<std::byte*>(mapped);
     arena.store(start, std::memory_order_relaxed);
-    layer::HandleFaults(layer::FaultStage::repair, RepairGuarded, {SIGBUS});
-    // After the signal's hooks, so that the arena is released while its faults are still repaired.
+    layer::HandleFaults(layer::FaultStage::repair, RepairFault, {SIGBUS});
+    // Registered after the hooks of HandleFaults, so run before them: faults in the arena are repaired as long as it
+    // exists.
     layer::RegisterHooks(hooks);
     return start;
 }
 
-std::size_t PlaceOf(void* page)
+std::size_t IndexOf(void* page)
 {
     return static_cast<std::size_t>(static_cast<std::byte*>(page) - arena.load(std::memory_order_relaxed)) /
            layer::PageBytes;
@@ -91,39 +100,40 @@ std::size_t PlaceOf(void* page)
 
 namespace layer {
 
-void* MapGuarded(int file)
+void* MapGuardedPage(int file)
 {
     std::byte* const start = Arena();
     if (start == nullptr)
         return nullptr;
-    for (std::size_t place = 0; place < Places; ++place) {
-        int nobody = NoFile;
-        if (!places[place].File.compare_exchange_strong(nobody, file))
+    for (std::size_t index = 0; index < MaxPages; ++index) {
+        int expected = NoFile;
+        if (!pages[index].File.compare_exchange_strong(expected, file))
             continue;
-        places[place].Repairs = 0;
+        pages[index].Repairs = 0;
         void* const page =
-            mmap(start + place * PageBytes, PageBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0);
+            mmap(start + index * PageBytes, PageBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0);
         if (page != MAP_FAILED)
             return page;
-        places[place].File = NoFile;
+        pages[index].File = NoFile;
         return nullptr;
     }
     errno = ENFILE;
     return nullptr;
 }
 
-bool RemapGuarded(void* page, int file)
+bool RemapGuardedPage(void* page, int file)
 {
-    places[PlaceOf(page)].File.store(file, std::memory_order_relaxed);
+    pages[IndexOf(page)].File.store(file, std::memory_order_relaxed);
+    // MAP_FIXED replaces the old mapping in one step, so the address is never unmapped.
     return mmap(page, PageBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0) != MAP_FAILED;
 }
 
-void UnmapGuarded(void* page)
+void UnmapGuardedPage(void* page)
 {
-    const std::size_t place = PlaceOf(page);
-    // The address stays the arena's.
+    const std::size_t index = IndexOf(page);
+    // Reserved memory replaces the page, so that no other mapping of the process gets an address inside the arena.
     static_cast<void>(mmap(page, PageBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0));
-    places[place].File.store(NoFile, std::memory_order_relaxed);
+    pages[index].File.store(NoFile, std::memory_order_relaxed);
 }
 
 }  // namespace layer

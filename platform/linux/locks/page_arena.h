@@ -1,4 +1,4 @@
-// Where shared pages are mapped, and what happens when the file behind one is cut off.
+// Maps shared pages that survive the truncation of their file.
 #pragma once
 
 #include <cstddef>
@@ -7,15 +7,18 @@ namespace layer {
 
 constexpr std::size_t PageBytes = 4096;
 
-/// Maps the first PageBytes of `file`, shared, or gives null with `errno`. Until it is unmapped, an access
-/// beyond an end of the file that somebody moved makes the file whole again, with zeros, instead of ending
-/// the process; `file` has to stay open.
-void* MapGuarded(int file);
+/// Maps the first PageBytes of a file, shared. If another process truncates the file, an access to the page fills the
+/// file up with zeros again instead of ending the process.
+/// @param file  has to stay open until the page is unmapped
+/// @return the page, or null with `errno` set
+void* MapGuardedPage(int file);
 
-/// Maps the page anew through another descriptor of its file. Until then the page keeps the descriptor's open
-/// file description alive, also where that is closed. False with `errno`.
-bool RemapGuarded(void* page, int file);
+/// Maps the page again through another descriptor of its file. Until then the mapping keeps the old open file
+/// description, and so its byte locks, alive even if its descriptor is closed.
+/// @return false with `errno` set
+bool RemapGuardedPage(void* page, int file);
 
-void UnmapGuarded(void* page);
+/// Unmaps a page. Its address may be used by the next page.
+void UnmapGuardedPage(void* page);
 
 }  // namespace layer

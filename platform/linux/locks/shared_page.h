@@ -1,19 +1,22 @@
-// The part of a named mutex that all processes share: one page of a small file, with a word that names the
-// owner, and byte locks on the file that tell which of its users are alive.
+// The part of a named mutex that all processes share: one page of a small file.
 //
-// Nothing in the page is trusted. Whoever may open it may write anything into it, or cut the file off: that
-// can delay a lock or break its exclusion, but every value is only compared, never followed, and a page that
-// is cut off is put back.
+// The page holds a word that names the owner. Byte locks on the file show which of its users are alive.
+//
+// Nothing in the page is trusted. Any process that may open the file may write anything into the page or truncate the
+// file. That can delay a lock or break its exclusion, but it cannot crash another process: values from the page are
+// compared and never used as an address, an index or a size, and a truncated file is filled up again.
 #pragma once
 
 #include "files/security.h"
 #include "text/text.h"
 
 #include <atomic>
+#include <cstdint>
 #include <string>
 
 namespace layer {
 
+/// One process's use of a shared page. Not thread-safe: the named mutex serialises its calls.
 class SharedPage {
 public:
     SharedPage() = default;
@@ -21,35 +24,38 @@ public:
     SharedPage& operator=(const SharedPage&) = delete;
     ~SharedPage();
 
-    /// Opens the page of this name, or makes it.
-    /// @param mode   who may use a page that is made
-    /// @param owned  whether a new page starts as the caller's
-    /// @param isNew  receives whether no living process had the page
-    /// @return 0, or the system error, and then nothing is open
+    /// Opens the page of a name, or creates it. Waits for processes that open or leave the page at that moment.
+    /// @param mode   the access to a page that is created
+    /// @param owned  whether the caller owns a new page from the start
+    /// @param isNew  receives whether no living process was using the page
+    /// @return ERROR_SUCCESS, or the system error; then nothing is open
     DWORD Open(TextView name, FileMode mode, bool owned, bool& isNew);
 
-    /// In the child of a `fork`: becomes a user of its own. What the parent owns stays the parent's. A page
-    /// that cannot be had is lost: its word is null.
+    /// In the child of a `fork`: makes the child a user of the page besides its parent. The parent remains the owner of
+    /// what it owns. If the child cannot open the page, Word() is null from then on.
     void ReopenAfterFork();
 
-    /// The word of an open page, which has to be asked for anew after a `fork`; null for a lost one.
+    /// The lock word of the page, or null if the page is not open. A `fork` may change the result.
     std::atomic<std::uint32_t>* Word() const;
 
-    /// What the word holds while this process owns the page.
-    std::uint32_t Number() const { return Slot; }
+    /// The number of this process among the users: the value of the word while this process owns the page.
+    std::uint32_t slot() const { return Slot; }
 
-    /// Takes the page for this process if its owner is dead and the word still holds `seen`.
-    bool TakeFromDead(std::uint32_t seen);
+    /// Makes this process the owner if the present owner is dead.
+    /// @param seen  the word as the caller read it; if it has changed since then, nothing happens
+    /// @return whether this process owns the page now
+    bool TakeFromDeadOwner(std::uint32_t seen);
 
-    // The word beside the owner's number.
+    // The parts of the word. Waiting: threads may sleep on the word, so a release has to wake one. Abandoned: the last
+    // owner died or ended without a release. The rest is the slot number of the owner, 0 while the page is free.
     static constexpr std::uint32_t Waiting = 1U << 31;
     static constexpr std::uint32_t Abandoned = 1U << 30;
-    static constexpr std::uint32_t NumberMask = Abandoned - 1;
+    static constexpr std::uint32_t SlotMask = Abandoned - 1;
 
 private:
     DWORD OpenFile(FileMode mode);
     DWORD OpenLocked(TextView name, bool owned, bool& isNew);
-    DWORD TakeSlot();
+    DWORD ClaimSlot();
     void Close();
 
     int File = -1;
