@@ -6,6 +6,8 @@
 
 #include <functional>
 
+using namespace tag_specification;
+using namespace utility::literals;
 using support::Narrow;
 using support::Wide;
 using utility::wstring;

@@ -1,4 +1,5 @@
 // Lists between vectors and safe arrays. The kinds of element differ in one step only.
+#include "settings/tag_specification.h"
 #include "system.h"
 #include "tessmaru/automation.h"
 
@@ -75,6 +76,8 @@ HRESULT PutElements(const std::vector<wstring>& source, BSTR* slots)
         SysFreeString(slot);
         slot = nullptr;
         const auto units = static_cast<UINT>(wstring::traits_type::length(element.c_str()));
+        // Copied twice, as the two ways to run out of memory differ: the first copy throws and leaves the caller the
+        // array as it is, the second one is a result and ends the array.
         const BSTR whole = SysAllocStringLen(platform::Wide(element.c_str()), units);
         if (whole == nullptr)
             throw _com_error(E_OUTOFMEMORY);
@@ -192,6 +195,7 @@ LONG ArrayToVector(const SAFEARRAY* source, std::vector<Element>& target)
         Check(SafeArrayUnlock(array));
         return S_OK;
     } catch (const _com_error&) {
+        // Unlocked also if the failure came before the lock: the contract of these conversions has it so.
         SafeArrayUnlock(array);
         target.clear();
         throw;

@@ -1,6 +1,8 @@
 // Names of variant types.
+#include "settings/tag_specification.h"
 #include "system.h"
 #include "tessmaru/automation.h"
+#include "tessmaru/text.h"
 
 #include <iterator>
 

@@ -3,9 +3,11 @@
 // index: a binary search takes several times as long, nearly all of it for steps that the processor cannot foresee.
 #include "errors/error_names.h"
 
+#include "common/packed_texts.h"
+#include "settings/tag_specification.h"
+
 #include <algorithm>
 #include <array>
-#include <functional>
 
 namespace {
 
@@ -27,43 +29,17 @@ constexpr char win32ErrorNames[] =
     ;
 #undef NAME
 
-template <std::size_t Rows>
-constexpr bool AreSorted(const std::uint32_t (&values)[Rows])
-{
-    return std::adjacent_find(values, values + Rows, std::greater_equal<>()) == values + Rows;
-}
+static_assert(packed_texts::AreSorted(hresults) && packed_texts::AreSorted(win32Errors), "by value, no value twice");
 
-static_assert(AreSorted(hresults) && AreSorted(win32Errors), "by value, and no value twice");
-
-/// Where each name starts, and where the last one ends.
-template <std::size_t Rows, std::size_t Bytes>
-constexpr auto StartsOf(const std::uint32_t (&)[Rows], const char (&names)[Bytes])
-{
-    static_assert(Bytes <= 0x10000);
-    std::array<std::uint16_t, Rows + 1> starts{};
-    std::size_t row = 0;
-    for (std::size_t at = 0; at + 1 < Bytes; ++at) {
-        if (names[at] == '\0')
-            starts[++row] = static_cast<std::uint16_t>(at + 1);
-    }
-    return starts;
-}
-
-constexpr auto hresultStarts = StartsOf(hresults, hresultNames);
-constexpr auto win32Starts = StartsOf(win32Errors, win32ErrorNames);
-
-template <std::size_t Starts>
-constexpr std::string_view NameAt(const char* names, const std::array<std::uint16_t, Starts>& starts, std::size_t row)
-{
-    return {names + starts[row], static_cast<std::size_t>(starts[row + 1] - starts[row] - 1)};
-}
+constexpr auto hresultStarts = packed_texts::StartsOf(hresults, hresultNames);
+constexpr auto win32Starts = packed_texts::StartsOf(win32Errors, win32ErrorNames);
 
 template <std::size_t Starts>
 constexpr bool AreDistinct(const char* names, const std::array<std::uint16_t, Starts>& starts)
 {
     std::array<std::string_view, Starts - 1> sorted{};
     for (std::size_t row = 0; row < sorted.size(); ++row)
-        sorted[row] = NameAt(names, starts, row);
+        sorted[row] = packed_texts::TextOf(row, names, starts);
     std::sort(sorted.begin(), sorted.end());
     return std::adjacent_find(sorted.begin(), sorted.end()) == sorted.end();
 }
@@ -130,11 +106,11 @@ std::string_view HResultName(std::uint32_t code)
     const std::size_t row = hresultHash.Rows[hresultHash.SlotOf(code)];
     if (row == 0 || hresults[row - 1] != code)
         return {};
-    return NameAt(hresultNames, hresultStarts, row - 1);
+    return packed_texts::TextOf(row - 1, hresultNames, hresultStarts);
 }
 
 std::string_view Win32ErrorName(std::uint32_t lowWord)
 {
     const std::size_t row = lowWord < win32Rows.size() ? win32Rows[lowWord] : 0;
-    return row != 0 ? NameAt(win32ErrorNames, win32Starts, row - 1) : std::string_view();
+    return row != 0 ? packed_texts::TextOf(row - 1, win32ErrorNames, win32Starts) : std::string_view();
 }

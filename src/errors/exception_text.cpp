@@ -1,7 +1,9 @@
 // Automation failures and standard exceptions as text.
 #include "settings/module_strings.h"
+#include "settings/tag_specification.h"
 #include "system.h"
 #include "tessmaru/errors.h"
+#include "tessmaru/text.h"
 #include "text/code_page.h"
 
 #include <utility>

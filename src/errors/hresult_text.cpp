@@ -1,8 +1,10 @@
 // The line of an HRESULT.
 #include "errors/error_names.h"
 #include "settings/module_strings.h"
+#include "settings/tag_specification.h"
 #include "system.h"
 #include "tessmaru/errors.h"
+#include "tessmaru/text.h"
 
 #include <iterator>
 

@@ -1,6 +1,7 @@
 #include "tessmaru/structured_exception.h"
 
 #include "errors/structured_exception.h"
+#include "settings/tag_specification.h"
 
 structured_exception::structured_exception(const char* text) : std::runtime_error(text) {}
 structured_exception::structured_exception(const structured_exception& other) noexcept = default;

@@ -1,5 +1,7 @@
 #include "errors/structured_exception.h"
 
+#include "settings/tag_specification.h"
+
 #include <array>
 #include <cinttypes>
 #include <cstdio>

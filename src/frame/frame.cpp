@@ -1,6 +1,7 @@
 #include "tessmaru/frame.h"
 
 #include "frame/cipher.h"
+#include "settings/tag_specification.h"
 
 namespace {
 

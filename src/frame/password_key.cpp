@@ -1,5 +1,6 @@
 #include "errors/last_error.h"
 #include "frame/crc32.h"
+#include "settings/tag_specification.h"
 #include "system.h"
 #include "tessmaru/frame.h"
 

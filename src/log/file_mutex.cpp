@@ -4,6 +4,7 @@
 #include "errors/last_error.h"
 #include "settings/tag_specification.h"
 #include "system.h"
+#include "tessmaru/text.h"
 
 #include <algorithm>
 

@@ -5,6 +5,7 @@
 #include "system.h"
 #include "tessmaru/log.h"
 #include "tessmaru/settings.h"
+#include "tessmaru/text.h"
 
 #include <memory>
 #include <new>

@@ -11,6 +11,7 @@
 #include "system.h"
 #include "tessmaru/log.h"
 #include "tessmaru/settings.h"
+#include "tessmaru/text.h"
 #include "text/code_page.h"
 
 #include <memory>

@@ -5,6 +5,7 @@
 #include "system.h"
 #include "tessmaru/errors.h"
 #include "tessmaru/log.h"
+#include "tessmaru/text.h"
 
 using namespace utility::literals;
 

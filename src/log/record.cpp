@@ -2,6 +2,7 @@
 #include "log/record.h"
 
 #include "settings/tag_specification.h"
+#include "tessmaru/text.h"
 
 #include <algorithm>
 #include <iterator>

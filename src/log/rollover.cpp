@@ -3,6 +3,7 @@
 
 #include "settings/tag_specification.h"
 #include "system.h"
+#include "tessmaru/text.h"
 
 using namespace utility::literals;
 using utility::wstring;

@@ -3,6 +3,7 @@
 
 #include "errors/last_error.h"
 #include "settings/tag_specification.h"
+#include "tessmaru/text.h"
 
 #include <cstddef>
 #include <cstring>

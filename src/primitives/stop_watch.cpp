@@ -1,6 +1,8 @@
 #include "tessmaru/primitives.h"
 
+#include "settings/tag_specification.h"
 #include "system.h"
+#include "tessmaru/text.h"
 
 #include <iterator>
 

@@ -2,10 +2,12 @@
 #include "tessmaru/settings.h"
 
 #include "settings/tag_specification.h"
+#include "tessmaru/text.h"
 
 #include <algorithm>
 
 using namespace utility::literals;
+using tag_specification::EmptyString;
 using utility::wstring;
 
 namespace {

@@ -1,17 +1,18 @@
 // The vocabulary of the tag specification: names of its columns and of the data types of its tags.
 //
-// Built ahead of a module's other statics (the log's have 201), and gone behind them.
+// Every source of the library includes this, so that each module has constants of its own, all in this order, and none
+// depends on another's start; nothing is exported. The forms of the cipher are the exception: some are compiled for
+// instructions that not every processor has, where constants would be built when the library is loaded.
 //
-// Every module that includes this has read-only constants of its own, in this order; nothing is exported.
-// Column names are table, point, column; a type's unit or notation stands behind a dash. The last two texts
-// end open. Windows has a `TokenType` of its own: there the one of these is tag_specification::TokenType.
+// The constants are built before a module's other statics (the log's have priority 201) and end after them. A column
+// name is table, point, column; in the name of a type its unit or notation follows a dash. The last two texts end open.
 #pragma once
 
 #include "tessmaru/text.h"
 
-using utility::literals::operator""_w;
-
 namespace tag_specification {
+
+using namespace utility::literals;
 
 [[gnu::init_priority(200)]] const utility::wstring EmptyString;
 
@@ -71,5 +72,3 @@ namespace tag_specification {
 [[gnu::init_priority(200)]] const utility::wstring LevelType = u"Level - "_w;
 
 }  // namespace tag_specification
-
-using namespace tag_specification;  // NOLINT(google-build-using-namespace): its names stand for themselves

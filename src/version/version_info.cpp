@@ -3,12 +3,14 @@
 #include "settings/tag_specification.h"
 #include "system.h"
 #include "tessmaru/settings.h"
+#include "tessmaru/text.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
 
 using namespace utility::literals;
+using tag_specification::EmptyString;
 
 namespace utility {
 
