@@ -35,9 +35,9 @@ UINT ReadActivePage()
     constexpr const WCHAR* key = u"SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage"_w;
     std::array<WCHAR, 8> text;
     switch (layer::ReadMachineText(HKEY_LOCAL_MACHINE, key, u"ACP"_w, text)) {
-        case layer::Lookup::failed: return 0;
-        case layer::Lookup::missing: return CP_UTF8;
-        case layer::Lookup::found: break;
+        case layer::LookupResult::unavailable: return 0;
+        case layer::LookupResult::missing: return CP_UTF8;
+        case layer::LookupResult::found: break;
     }
     UINT number = 0;
     for (const WCHAR* at = text.data(); *at != 0; ++at) {

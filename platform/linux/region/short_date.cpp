@@ -20,7 +20,7 @@ namespace {
 
 using namespace utility::literals;
 using layer::DatePicture;
-using layer::Lookup;
+using layer::LookupResult;
 
 enum class State : int { unread, beingStored, stored };
 std::atomic<State> state{State::unread};
@@ -29,21 +29,21 @@ DatePicture stored;  // once `state` says so
 constexpr DatePicture Common = {'y', 'y', 'y', 'y', '-', 'M', 'M', '-', 'd', 'd', 0};
 
 /// What an `errno` value says of a file or a locale: whether it is not there, or only not to be had just now.
-Lookup AbsenceFrom(int error)
+LookupResult AbsenceFrom(int error)
 {
-    return error == ENOMEM || error == EMFILE || error == ENFILE ? Lookup::failed : Lookup::missing;
+    return error == ENOMEM || error == EMFILE || error == ENFILE ? LookupResult::unavailable : LookupResult::missing;
 }
 
 /// The beginning of a small file, or the reason why there is none.
 template <std::size_t N>
-Lookup ReadStart(const char* path, std::array<char, N>& buffer, std::string_view& content)
+LookupResult ReadStart(const char* path, std::array<char, N>& buffer, std::string_view& content)
 {
     const layer::Descriptor file(open(path, O_RDONLY | O_CLOEXEC));
     if (!file)
         return AbsenceFrom(errno);
     const ssize_t bytes = read(file.get(), buffer.data(), N);
     content = {buffer.data(), bytes > 0 ? static_cast<std::size_t>(bytes) : 0};
-    return Lookup::found;
+    return LookupResult::found;
 }
 
 bool IsUtf8(locale_t locale)
@@ -56,11 +56,11 @@ bool IsAscii(std::string_view text)
     return std::ranges::all_of(text, [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
 }
 
-Lookup ReadLocale(std::string_view name, DatePicture& picture)
+LookupResult ReadLocale(std::string_view name, DatePicture& picture)
 {
     char terminated[64]{};
     if (name.empty() || name.size() >= sizeof terminated)
-        return Lookup::missing;
+        return LookupResult::missing;
     name.copy(terminated, name.size());
     errno = 0;
     const locale_t locale = newlocale(LC_ALL_MASK, terminated, nullptr);
@@ -69,28 +69,28 @@ Lookup ReadLocale(std::string_view name, DatePicture& picture)
     const char* const format = nl_langinfo_l(D_FMT, locale);
     const bool translated = (IsUtf8(locale) || IsAscii(format)) && layer::TranslateDatePicture(format, picture);
     freelocale(locale);
-    return translated ? Lookup::found : Lookup::missing;
+    return translated ? LookupResult::found : LookupResult::missing;
 }
 
-Lookup ReadMachineLocale(DatePicture& picture)
+LookupResult ReadMachineLocale(DatePicture& picture)
 {
     std::array<char, 4096> content;
     for (const char* const path : {"/etc/locale.conf", "/etc/default/locale"}) {
         std::string_view file;
-        if (ReadStart(path, content, file) == Lookup::failed)
-            return Lookup::failed;
+        if (ReadStart(path, content, file) == LookupResult::unavailable)
+            return LookupResult::unavailable;
         const std::string_view name = layer::TimeLocaleOf(file);
         if (!name.empty())
             return ReadLocale(name, picture);
     }
-    return Lookup::missing;
+    return LookupResult::missing;
 }
 
-Lookup ReadStore(DatePicture& picture)
+LookupResult ReadStore(DatePicture& picture)
 {
-    const Lookup result =
+    const LookupResult result =
         layer::ReadMachineText(HKEY_USERS, u".DEFAULT\\Control Panel\\International"_w, u"sShortDate"_w, picture);
-    return result == Lookup::found && picture[0] == 0 ? Lookup::missing : result;
+    return result == LookupResult::found && picture[0] == 0 ? LookupResult::missing : result;
 }
 
 /// What a conversion of `strftime` is in a date picture, or null.
@@ -159,13 +159,13 @@ DatePicture ShortDatePicture()
     if (state.load(std::memory_order_acquire) == State::stored)
         return stored;
     DatePicture picture{};
-    Lookup result = ReadStore(picture);
-    if (result == Lookup::missing)
+    LookupResult result = ReadStore(picture);
+    if (result == LookupResult::missing)
         result = ReadMachineLocale(picture);
-    if (result != Lookup::found)
+    if (result != LookupResult::found)
         picture = Common;
     State expected = State::unread;
-    if (result != Lookup::failed && state.compare_exchange_strong(expected, State::beingStored)) {
+    if (result != LookupResult::unavailable && state.compare_exchange_strong(expected, State::beingStored)) {
         stored = picture;
         state.store(State::stored, std::memory_order_release);
     }

@@ -1,6 +1,7 @@
-// The text is taken off statement by statement: a statement is a line, a value with continuation lines, or a
-// value whose text runs over line ends. Only a whole sound statement changes the store. Behind a broken one
-// reading goes on at the next line; values behind a broken key line go with it, as nobody knows whose they are.
+// Parses the file of the settings store. The file is first decoded to 16-bit units and then parsed statement by
+// statement: a statement is a line, a value with continuation lines, or a value whose text contains line ends. A
+// statement changes the store only when all of it is well-formed. After a malformed one parsing resumes at the next
+// line. The values after a malformed key line are dropped with it, because their key is not known.
 #include "store/export_file.h"
 
 #include "text/case_fold.h"
@@ -20,61 +21,64 @@ constexpr WCHAR LineFeed = '\n';
 constexpr WCHAR Backslash = '\\';
 constexpr WCHAR Quote = '"';
 
-constexpr DWORD ExpandableText = 2;
-constexpr DWORD TextList = 7;
+constexpr DWORD ExpandableText = 2;  // REG_EXPAND_SZ
+constexpr DWORD TextList = 7;        // REG_MULTI_SZ
 
-/// The units of a file.
-struct Units {
+/// A file as 16-bit units.
+struct DecodedFile {
     TextView all() const { return {Buffer.get(), Count}; }
 
     std::unique_ptr<WCHAR[]> Buffer;
     std::size_t Count = 0;
-    std::vector<std::uint32_t> NotUtf8;  // where bytes stood that are none, the first place of each line
+    std::vector<std::uint32_t>
+        MalformedOffsets;  // offsets of bytes that are not UTF-8, the first one of each line only
 };
 
-Units FromUtf16(std::string_view bytes)
+DecodedFile FromUtf16(std::string_view bytes)
 {
-    Units units;
-    units.Count = bytes.size() / sizeof(WCHAR);
-    units.Buffer = std::make_unique_for_overwrite<WCHAR[]>(units.Count);
-    if (units.Count > 0)
-        std::memcpy(units.Buffer.get(), bytes.data(), units.Count * sizeof(WCHAR));
-    return units;
+    DecodedFile decoded;
+    decoded.Count = bytes.size() / sizeof(WCHAR);  // an odd byte at the end is dropped
+    decoded.Buffer = std::make_unique_for_overwrite<WCHAR[]>(decoded.Count);
+    if (decoded.Count > 0)
+        std::memcpy(decoded.Buffer.get(), bytes.data(), decoded.Count * sizeof(WCHAR));
+    return decoded;
 }
 
-Units FromUtf8(std::string_view bytes)
+DecodedFile FromUtf8(std::string_view bytes)
 {
-    Units units;
-    units.Buffer = std::make_unique_for_overwrite<WCHAR[]>(bytes.size());
-    bool reported = false;  // for this line
+    DecodedFile decoded;
+    decoded.Buffer = std::make_unique_for_overwrite<WCHAR[]>(bytes.size());  // no character has more units than bytes
+    bool recorded = false;                                                   // whether this line has an offset
     for (std::size_t i = 0; i < bytes.size();) {
         if (static_cast<unsigned char>(bytes[i]) < 0x80) {
-            reported = reported && bytes[i] != '\n';
-            units.Buffer[units.Count++] = static_cast<unsigned char>(bytes[i++]);
+            recorded = recorded && bytes[i] != '\n';
+            decoded.Buffer[decoded.Count++] = static_cast<unsigned char>(bytes[i++]);
             continue;
         }
         const layer::DecodedCharacter character = layer::DecodeUtf8(bytes.data() + i, bytes.size() - i);
-        if (character.UnitCount == 0 && !reported) {
-            units.NotUtf8.push_back(static_cast<std::uint32_t>(units.Count));
-            reported = true;
+        if (character.UnitCount == 0 && !recorded) {
+            decoded.MalformedOffsets.push_back(static_cast<std::uint32_t>(decoded.Count));
+            recorded = true;
         }
-        // Bytes that mean nothing keep a place, so that their statement has one to be found by.
+        // Malformed bytes become a unit too, so that their offset lies inside the statement that contains them.
         if (character.UnitCount == 0)
-            units.Buffer[units.Count++] = layer::ReplacementCharacter;
+            decoded.Buffer[decoded.Count++] = layer::ReplacementCharacter;
         for (unsigned unit = 0; unit < character.UnitCount; ++unit)
-            units.Buffer[units.Count++] = character.Units[unit];
+            decoded.Buffer[decoded.Count++] = character.Units[unit];
         i += character.ByteCount;
     }
-    return units;
+    return decoded;
 }
 
-Units Decode(std::string_view file)
+/// Decodes a file by its byte-order mark; without one it is UTF-8.
+DecodedFile Decode(std::string_view file)
 {
     if (file.starts_with("\xFF\xFE"))
         return FromUtf16(file.substr(2));
     return FromUtf8(file.starts_with("\xEF\xBB\xBF") ? file.substr(3) : file);
 }
 
+/// @return the value of a hexadecimal digit, -1 for any other unit
 int HexDigit(WCHAR unit)
 {
     if (unit >= '0' && unit <= '9')
@@ -83,6 +87,7 @@ int HexDigit(WCHAR unit)
     return capital >= 'A' && capital <= 'F' ? capital - 'A' + 10 : -1;
 }
 
+// Carriage returns count as blanks, so that lines may end in either form.
 constexpr WCHAR Blanks[] = {' ', '\t', '\r', 0};
 
 bool IsBlank(WCHAR unit)
@@ -90,7 +95,7 @@ bool IsBlank(WCHAR unit)
     return unit == ' ' || unit == '\t' || unit == '\r';
 }
 
-/// Whether `text` starts with this, in any case. `start` has capitals only.
+/// Compares without case. @param start in capitals
 bool StartsWith(TextView text, std::string_view start)
 {
     return text.size() >= start.size() &&
@@ -98,13 +103,13 @@ bool StartsWith(TextView text, std::string_view start)
                       [](char letter, WCHAR unit) { return static_cast<WCHAR>(letter) == layer::Fold(unit); });
 }
 
-bool OpensKey(TextView line)
+bool StartsKeyLine(TextView line)
 {
     return StartsWith(line, "[HKEY_") || StartsWith(line, "[-HKEY_");
 }
 
-/// Whether nothing that counts stands in front of the line's end.
-bool OnlyComment(TextView text)
+/// Whether the line has only blanks or a comment up to its end.
+bool IsBlankOrComment(TextView text)
 {
     const auto first = std::find_if_not(text.begin(), text.end(), IsBlank);
     return first == text.end() || *first == LineFeed || *first == ';';
@@ -119,8 +124,9 @@ bool HasEmptyPart(TextView path)
     return false;
 }
 
-/// Whether these bytes can be a whole value of this type: a text ends with its terminator.
-bool IsWhole(DWORD type, std::span<const BYTE> bytes)
+/// Whether these bytes can be a complete value of this type. Texts must have their terminator, other types may have any
+/// size.
+bool IsComplete(DWORD type, std::span<const BYTE> bytes)
 {
     if (type != REG_SZ && type != ExpandableText && type != TextList)
         return true;
@@ -129,26 +135,32 @@ bool IsWhole(DWORD type, std::span<const BYTE> bytes)
            std::ranges::all_of(bytes.last(zeros), [](BYTE byte) { return byte == 0; });
 }
 
-class Reader {
+/// Parses a decoded file into a store.
+///
+/// Each Parse function reads from Position up to the end of a line at most. It returns null, or the reason why the
+/// statement is malformed. The functions only record the change that the statement makes, in Pending and the members
+/// after it; Run applies the change once the whole statement is known to be well-formed.
+class ExportReader {
 public:
-    Reader(const Units& units, RegistrySnapshot& store, layer::DroppedLines& dropped)
-        : All(units.all()), NotUtf8(units.NotUtf8), Store(store), Dropped(dropped)
+    ExportReader(const DecodedFile& decoded, RegistrySnapshot& store, layer::DroppedLines& dropped)
+        : All(decoded.all()), MalformedOffsets(decoded.MalformedOffsets), Store(store), Dropped(dropped)
     {
     }
 
     void Run()
     {
         while (!AtEnd()) {
-            const Place start = Here;
-            Wanted = Change::none;
-            Onward.reset();
-            const char* reason = Statement();
+            const TextPosition start = Position;
+            Pending = Change::none;
+            ResumeAt.reset();
+            const char* reason = ParseStatement();
+            // A malformed statement loses its first line only: parsing resumes at its second line.
             if (reason != nullptr)
-                Here = Onward.value_or(start);
-            if (!Onward)
+                Position = ResumeAt.value_or(start);
+            if (!ResumeAt)
                 ToNextLine();
-            if (reason == nullptr && HasBadBytes(start.At, Here.At))
-                reason = "it is not UTF-8";
+            if (reason == nullptr && HasMalformedBytes(start.Offset, Position.Offset))
+                reason = "the line is not UTF-8";
             if (reason == nullptr)
                 Apply();
             else
@@ -159,145 +171,144 @@ public:
 private:
     enum class Change { none, openKey, deleteKey, setValue, deleteValue };
 
-    struct Place {
-        std::size_t At = 0;
+    struct TextPosition {
+        std::size_t Offset = 0;
         std::size_t Line = 1;
     };
 
-    // Each of these reads on from Here, up to the end of a line at most, and gives null or the reason why the
-    // statement is dropped. What a sound one asks for is in Wanted then, and in the members that go with it.
-
-    const char* Statement()
+    const char* ParseStatement()
     {
         SkipBlanks();
-        switch (Unit()) {
+        switch (Peek()) {
             case LineFeed:
             case ';': return nullptr;
-            case '[': return KeyLine();
+            case '[': return ParseKeyLine();
             case '@':
-            case Quote: return ValueLine();
+            case Quote: return ParseValueLine();
             default: break;
         }
-        return StartsWith(Rest(), "WINDOWS REGISTRY EDITOR VERSION 5.00") ? nullptr : "it is neither a key nor a value";
+        return StartsWith(Rest(), "WINDOWS REGISTRY EDITOR VERSION 5.00") ? nullptr
+                                                                          : "the line is neither a key nor a value";
     }
 
-    const char* KeyLine()
+    const char* ParseKeyLine()
     {
-        Current.reset();
+        CurrentKey.reset();  // a malformed key line too ends the values of the key before it
         const TextView line = Rest().substr(0, Rest().find(LineFeed));
-        // A name may hold brackets: the closing one is that with nothing behind it.
+        // A key's name may contain brackets. The closing bracket is the first one that only a comment follows.
         std::size_t end = line.find(']');
-        while (end != TextView::npos && !OnlyComment(line.substr(end + 1)))
+        while (end != TextView::npos && !IsBlankOrComment(line.substr(end + 1)))
             end = line.find(']', end + 1);
         if (end == TextView::npos)
             return "the key has no closing bracket";
         Path = line.substr(1, end - 1);
-        Wanted = Change::openKey;
+        Pending = Change::openKey;
         if (Path.starts_with(WCHAR{'-'})) {
-            Wanted = Change::deleteKey;
+            Pending = Change::deleteKey;
             Path.remove_prefix(1);
         }
         if (Path.ends_with(Backslash))
             Path.remove_suffix(1);
         if (!RegistrySnapshot::FindHive(Path.substr(0, Path.find(Backslash))))
-            return "there is no such predefined key";
-        return HasEmptyPart(Path) ? "a part of the key's path is empty" : nullptr;
+            return "the predefined key is unknown";
+        return HasEmptyPart(Path) ? "the path of the key has an empty part" : nullptr;
     }
 
-    const char* ValueLine()
+    const char* ParseValueLine()
     {
         Name.clear();
-        if (Unit() == '@')
-            ++Here.At;
-        else if (const char* const reason = QuotedName())
+        if (Peek() == '@')
+            ++Position.Offset;
+        else if (const char* const reason = ParseQuotedName())
             return reason;
         SkipBlanks();
-        if (Unit() != '=')
+        if (Peek() != '=')
             return "the value has no equals sign";
-        ++Here.At;
+        ++Position.Offset;
         SkipBlanks();
-        if (const char* const reason = ValueData())
+        if (const char* const reason = ParseValueData())
             return reason;
-        if (!OnlyComment(Rest()))
-            return "something stands behind the value";
-        return Current ? nullptr : "the value stands below no key";
+        if (!IsBlankOrComment(Rest()))
+            return "there is text after the value";
+        return CurrentKey ? nullptr : "the value belongs to no key";
     }
 
-    const char* QuotedName()
+    const char* ParseQuotedName()
     {
-        for (++Here.At; Unit() != LineFeed; ++Here.At) {
-            if (Unit() == Quote) {
-                ++Here.At;
+        for (++Position.Offset; Peek() != LineFeed; ++Position.Offset) {
+            if (Peek() == Quote) {
+                ++Position.Offset;
                 return nullptr;
             }
             SkipEscape();
-            Name += Unit();
+            Name += Peek();
         }
         return "the name has no closing quotation mark";
     }
 
-    const char* ValueData()
+    const char* ParseValueData()
     {
-        Wanted = Change::setValue;
-        if (Unit() == Quote)
-            return QuotedText();
-        if (Unit() == '-') {
-            Wanted = Change::deleteValue;
-            ++Here.At;
+        Pending = Change::setValue;
+        if (Peek() == Quote)
+            return ParseQuotedText();
+        if (Peek() == '-') {
+            Pending = Change::deleteValue;
+            ++Position.Offset;
             return nullptr;
         }
         if (StartsWith(Rest(), "DWORD:"))
-            return Number();
+            return ParseNumber();
         if (StartsWith(Rest(), "HEX:")) {
-            Here.At += std::strlen("hex:");
-            return Binary(REG_BINARY);
+            Position.Offset += std::strlen("hex:");
+            return ParseBinary(REG_BINARY);
         }
         if (StartsWith(Rest(), "HEX("))
-            return TypedBinary();
-        return "the value has no data of a known form";
+            return ParseTypedBinary();
+        return "the data of the value has no known form";
     }
 
-    /// A text may run over line ends. One that nothing closes ends where the next key opens.
-    const char* QuotedText()
+    /// A text may contain line ends. One without a closing quotation mark is dropped up to the next key line, because
+    /// all lines up to there may belong to it.
+    const char* ParseQuotedText()
     {
         Characters.clear();
-        for (++Here.At; !AtEnd(); ++Here.At) {
-            if (Unit() == Quote) {
-                ++Here.At;
+        for (++Position.Offset; !AtEnd(); ++Position.Offset) {
+            if (Peek() == Quote) {
+                ++Position.Offset;
                 Characters += WCHAR{0};
                 const auto* const bytes = reinterpret_cast<const BYTE*>(Characters.data());
                 SetData(REG_SZ, {bytes, Characters.size() * sizeof(WCHAR)});
                 return nullptr;
             }
             SkipEscape();
-            Characters += Unit();
-            if (Unit() == LineFeed) {
-                ++Here.Line;
-                if (OpensKey(Rest().substr(1))) {
-                    ++Here.At;
+            Characters += Peek();
+            if (Peek() == LineFeed) {
+                ++Position.Line;
+                if (StartsKeyLine(Rest().substr(1))) {
+                    ++Position.Offset;
                     break;
                 }
             }
         }
-        Onward = Here;
+        ResumeAt = Position;
         return "the text has no closing quotation mark";
     }
 
-    /// Up to eight digits.
-    bool HexNumber(DWORD& number)
+    /// Parses one to eight digits. @return false if there are fewer or more
+    bool ParseHexNumber(DWORD& number)
     {
         number = 0;
-        const std::size_t start = Here.At;
-        for (; Here.At - start < 8 && HexDigit(Unit()) >= 0; ++Here.At)
-            number = number << 4 | static_cast<DWORD>(HexDigit(Unit()));
-        return Here.At > start && HexDigit(Unit()) < 0;
+        const std::size_t start = Position.Offset;
+        for (; Position.Offset - start < 8 && HexDigit(Peek()) >= 0; ++Position.Offset)
+            number = number << 4 | static_cast<DWORD>(HexDigit(Peek()));
+        return Position.Offset > start && HexDigit(Peek()) < 0;
     }
 
-    const char* Number()
+    const char* ParseNumber()
     {
-        Here.At += std::strlen("dword:");
+        Position.Offset += std::strlen("dword:");
         DWORD number = 0;
-        if (!HexNumber(number))
+        if (!ParseHexNumber(number))
             return "the number does not have one to eight digits";
         Bytes.resize(sizeof number);
         std::memcpy(Bytes.data(), &number, sizeof number);
@@ -305,52 +316,55 @@ private:
         return nullptr;
     }
 
-    const char* TypedBinary()
+    const char* ParseTypedBinary()
     {
-        Here.At += std::strlen("hex(");
+        Position.Offset += std::strlen("hex(");
         DWORD type = 0;
-        if (!HexNumber(type) || !StartsWith(Rest(), "):"))
+        if (!ParseHexNumber(type) || !StartsWith(Rest(), "):"))
             return "the type of the value is malformed";
-        Here.At += std::strlen("):");
-        return Binary(type);
+        Position.Offset += std::strlen("):");
+        return ParseBinary(type);
     }
 
-    const char* Binary(DWORD type)
+    const char* ParseBinary(DWORD type)
     {
         Bytes.clear();
-        const bool isEmpty = !SkipContinuations() && !AtEnd() && HexDigit(Unit()) < 0;
+        // `hex:` alone is an empty value. After a continuation, and at the end of the file, a byte must follow.
+        const bool isEmpty = !SkipContinuations() && !AtEnd() && HexDigit(Peek()) < 0;
         if (!isEmpty) {
             do {
-                if (!TakeByte())
-                    return "a byte is missing";
-            } while (TakeComma());
+                if (!ParseByte())
+                    return "a byte is missing in the data";
+            } while (SkipComma());
         }
-        // The file may be cut off here, and nobody is to get half a path.
-        if (AtEnd() && !IsWhole(type, Bytes))
-            return "the file ends within the text";
+        // The file may have been cut off at this point. Half a text, such as half a path, must not be used.
+        if (AtEnd() && !IsComplete(type, Bytes))
+            return "the file ends inside the text";
         SetData(type, Bytes);
         return nullptr;
     }
 
-    bool TakeByte()
+    /// Parses a byte of one or two digits. @return false if there is no digit
+    bool ParseByte()
     {
-        const int high = HexDigit(Unit());
+        const int high = HexDigit(Peek());
         if (high < 0)
             return false;
-        ++Here.At;
-        const int low = HexDigit(Unit());
+        ++Position.Offset;
+        const int low = HexDigit(Peek());
         if (low >= 0)
-            ++Here.At;
+            ++Position.Offset;
         Bytes.push_back(static_cast<BYTE>(low >= 0 ? high * 16 + low : high));
         return true;
     }
 
-    bool TakeComma()
+    /// Skips a comma and the continuation after it. @return false if there is no comma
+    bool SkipComma()
     {
         SkipBlanks();
-        if (Unit() != ',')
+        if (Peek() != ',')
             return false;
-        ++Here.At;
+        ++Position.Offset;
         SkipContinuations();
         return true;
     }
@@ -361,23 +375,23 @@ private:
         Data = data;
     }
 
-    bool AtEnd() const { return Here.At >= All.size(); }
-    TextView Rest() const { return All.substr(Here.At); }
+    bool AtEnd() const { return Position.Offset >= All.size(); }
+    TextView Rest() const { return All.substr(Position.Offset); }
 
-    /// The unit at Here; behind the end of the file stands a line end.
-    WCHAR Unit() const { return AtEnd() ? LineFeed : All[Here.At]; }
+    /// The unit at Position. The end of the file reads as a line end, so that no caller needs a second test.
+    WCHAR Peek() const { return AtEnd() ? LineFeed : All[Position.Offset]; }
 
     void SkipBlanks()
     {
-        while (IsBlank(Unit()))
-            ++Here.At;
+        while (IsBlank(Peek()))
+            ++Position.Offset;
     }
 
-    /// Over blanks, and to the next line where a backslash ends this one. Whether there was such a line end.
+    /// Skips blanks, and continues on the next line if a backslash ends this one. @return whether a line was continued
     bool SkipContinuations()
     {
         bool skipped = false;
-        for (SkipBlanks(); Unit() == Backslash; SkipBlanks()) {
+        for (SkipBlanks(); Peek() == Backslash; SkipBlanks()) {
             const std::size_t end = Rest().find_first_not_of(Blanks, 1);
             if (end == TextView::npos || Rest()[end] != LineFeed)
                 break;
@@ -387,37 +401,38 @@ private:
         return skipped;
     }
 
-    /// Over a backslash that takes the meaning from a quotation mark or another backslash.
+    /// Skips a backslash that escapes a quotation mark or another backslash. Any other backslash is an ordinary unit.
     void SkipEscape()
     {
-        if (Unit() == Backslash && Here.At + 1 < All.size() &&
-            (All[Here.At + 1] == Backslash || All[Here.At + 1] == Quote))
-            ++Here.At;
+        if (Peek() == Backslash && Position.Offset + 1 < All.size() &&
+            (All[Position.Offset + 1] == Backslash || All[Position.Offset + 1] == Quote))
+            ++Position.Offset;
     }
 
     void ToNextLine()
     {
-        Here.At = std::min(All.find(LineFeed, Here.At), All.size() - 1) + 1;
-        ++Here.Line;
+        Position.Offset = std::min(All.find(LineFeed, Position.Offset), All.size() - 1) + 1;
+        ++Position.Line;
     }
 
-    bool HasBadBytes(std::size_t from, std::size_t to) const
+    bool HasMalformedBytes(std::size_t from, std::size_t to) const
     {
-        const auto first = std::lower_bound(NotUtf8.begin(), NotUtf8.end(), from);
-        return first != NotUtf8.end() && *first < to;
+        const auto first = std::lower_bound(MalformedOffsets.begin(), MalformedOffsets.end(), from);
+        return first != MalformedOffsets.end() && *first < to;
     }
 
     void Apply()
     {
-        switch (Wanted) {
+        switch (Pending) {
             case Change::none: break;
-            case Change::openKey: Current = Store.AddKey(Path); break;
+            case Change::openKey: CurrentKey = Store.AddKey(Path); break;
             case Change::deleteKey: Store.DeleteKey(Path); break;
-            case Change::setValue: Store.SetValue(*Current, Name, Type, Data); break;
-            case Change::deleteValue: Store.DeleteValue(*Current, Name); break;
+            case Change::setValue: Store.SetValue(*CurrentKey, Name, Type, Data); break;
+            case Change::deleteValue: Store.DeleteValue(*CurrentKey, Name); break;
         }
     }
 
+    /// Records a dropped statement. The list is limited: a file of random bytes may have millions of them.
     void Drop(std::size_t line, const char* reason)
     {
         if (++Dropped.Count <= layer::DroppedLines::Limit)
@@ -425,20 +440,20 @@ private:
     }
 
     const TextView All;
-    const std::vector<std::uint32_t>& NotUtf8;
+    const std::vector<std::uint32_t>& MalformedOffsets;
     RegistrySnapshot& Store;
     layer::DroppedLines& Dropped;
 
-    Place Here;
-    std::optional<RegistrySnapshot::Key> Current;  // the key that values belong to
+    TextPosition Position;
+    std::optional<RegistrySnapshot::Key> CurrentKey;  // the key to which the values belong
 
-    // Of the present statement.
-    Change Wanted = Change::none;
-    std::optional<Place> Onward;  // where to read on behind a broken one, if not at its second line
+    // The statement that is being parsed.
+    Change Pending = Change::none;
+    std::optional<TextPosition> ResumeAt;  // where to resume after a malformed statement, if not at its second line
     TextView Path;
     Text Name;
     DWORD Type = REG_NONE;
-    std::span<const BYTE> Data;  // in one of the next two
+    std::span<const BYTE> Data;  // refers to one of the next two
     Text Characters;
     std::vector<BYTE> Bytes;
 };
@@ -448,8 +463,8 @@ private:
 layer::RegistrySnapshot layer::ReadRegistryFile(std::string_view file, DroppedLines& dropped)
 {
     RegistrySnapshot store;
-    const Units units = Decode(file);
-    Reader(units, store, dropped).Run();
+    const DecodedFile decoded = Decode(file);
+    ExportReader(decoded, store, dropped).Run();
     store.Finish();
     return store;
 }

@@ -1,5 +1,6 @@
-// Read access to the settings store. Its file is read once and kept; each opening of a key asks with one `stat`
-// whether it is still the same file. An open key holds on to the state of the store that it was opened in.
+// Read access to the settings store. The file is parsed once and cached; each opening of a key checks with one `stat`
+// whether the file has changed. An open key keeps a reference to the state of the store in which it was opened, so its
+// values never mix two states.
 #include "store/registry.h"
 
 #include "base/descriptor.h"
@@ -10,17 +11,17 @@
 #include "store/snapshot.h"
 #include "text/debug_output.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <iterator>
 #include <memory>
 #include <new>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -31,18 +32,19 @@ using layer::TextView;
 
 constexpr const char* DefaultPath = "/etc/veltrix/registry.reg";
 constexpr off_t MaxFileBytes = off_t{256} << 20;
-constexpr int Attempts = 10;
+constexpr int MaxReadAttempts = 10;
 
-// The kernel takes the times of a file from a clock that moves in ticks of up to 10 ms. What is written within
-// the tick of the last change leaves no trace in the status of a file.
-constexpr std::int64_t SettlingTime = 20'000'000;
+// The kernel takes the times of a file from a clock that advances in ticks of up to 10 ms. A second change within the
+// same tick does not alter the status of a file, so the status identifies the content only if the last change is older
+// than this: twice the longest tick.
+constexpr std::int64_t ReliableSignatureAge = 20'000'000;
 
 std::int64_t Nanoseconds(const timespec& time)
 {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
-/// What tells one state of a file from another.
+/// Identifies one state of a file.
 struct Signature {
     explicit Signature(const struct stat& status)
         : Device(status.st_dev), Inode(status.st_ino), Size(status.st_size), Written(Nanoseconds(status.st_mtim)),
@@ -51,8 +53,9 @@ struct Signature {
     }
     bool operator==(const Signature&) const = default;
 
-    /// Whether the file has the same content. Only the name of a replaced file is changed.
-    bool HasContentOf(const Signature& other) const
+    /// Compares all but the time of the last status change: replacing a file removes its name, which changes that time
+    /// of the old file, but not its content.
+    bool HasSameContentAs(const Signature& other) const
     {
         return Device == other.Device && Inode == other.Inode && Size == other.Size && Written == other.Written;
     }
@@ -64,24 +67,24 @@ struct Signature {
     std::int64_t Changed;
 };
 
-struct Store {
+struct LoadedStore {
     std::string Path;
     Signature State;
-    bool Settled;  // another content of the file would show in its signature
+    bool SignatureIsReliable;  // whether any later change of the file alters State
     RegistrySnapshot Content;
 };
-using StorePointer = std::shared_ptr<const Store>;
+using StorePointer = std::shared_ptr<const LoadedStore>;
 
-// The store that was read last, or null. Under the table lock. No object with a destructor: callers read
-// settings from destructors of their own static objects.
-StorePointer* lastRead = nullptr;
+// The store that was read last, or null; guarded by the table lock. It is a plain pointer without a destructor, because
+// callers read settings from the destructors of their static objects.
+StorePointer* cachedStore = nullptr;
 
-void ForgetStore()
+void ReleaseStore()
 {
-    const std::unique_ptr<StorePointer> forgotten(std::exchange(lastRead, nullptr));
+    const std::unique_ptr<StorePointer> released(std::exchange(cachedStore, nullptr));
 }
 
-constinit layer::LifecycleHooks hooks{.AfterForkInChild = nullptr, .AtThreadEnd = nullptr, .AtUnload = ForgetStore};
+constinit layer::LifecycleHooks hooks{.AfterForkInChild = nullptr, .AtThreadEnd = nullptr, .AtUnload = ReleaseStore};
 
 const char* StorePath()
 {
@@ -89,13 +92,13 @@ const char* StorePath()
     return path != nullptr && *path != '\0' ? path : DefaultPath;
 }
 
-/// A store that is not there is not found, whatever part of its path is missing.
+/// Like ErrorFromErrno, but ENOTDIR also means that there is no store.
 DWORD StoreError(int error)
 {
     return error == ENOTDIR ? ERROR_FILE_NOT_FOUND : layer::ErrorFromErrno(error);
 }
 
-/// Reads at most `size` bytes. @return the count, or -1 with `errno`
+/// Reads up to `size` bytes, fewer only at the end of the file. @return the count, or -1 with `errno`
 ssize_t ReadAll(int file, char* buffer, std::size_t size)
 {
     std::size_t done = 0;
@@ -118,10 +121,10 @@ struct FileContent {
     struct stat Status {};
 };
 
-/// Reads the whole file once. ERROR_SHARING_VIOLATION if it changed meanwhile.
+/// Reads the whole file once. @return ERROR_SHARING_VIOLATION if it changed meanwhile
 DWORD ReadOnce(const char* path, FileContent& content)
 {
-    // Without O_NONBLOCK the opening of a pipe would wait for its writer.
+    // Without O_NONBLOCK the opening of a pipe would block until it has a writer.
     const layer::Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!file || fstat(file.get(), &content.Status) != 0)
         return StoreError(errno);
@@ -133,34 +136,41 @@ DWORD ReadOnce(const char* path, FileContent& content)
     }
     content.Count = static_cast<std::size_t>(content.Status.st_size);
     content.Bytes = std::make_unique_for_overwrite<char[]>(content.Count);
+    // A file that is overwritten in place, rather than replaced, can be read half old and half new. The status before
+    // and after the reading shows that.
     const ssize_t count = ReadAll(file.get(), content.Bytes.get(), content.Count);
     struct stat after {};
     if (count < 0 || fstat(file.get(), &after) != 0)
         return StoreError(errno);
-    const bool same = Signature(after).HasContentOf(Signature(content.Status));
+    const bool same = Signature(after).HasSameContentAs(Signature(content.Status));
     return same && static_cast<std::size_t>(count) == content.Count ? ERROR_SUCCESS : ERROR_SHARING_VIOLATION;
 }
 
+/// Reads the whole file; tries again while a writer is changing it.
 DWORD ReadContent(const char* path, FileContent& content)
 {
     DWORD error = ERROR_SHARING_VIOLATION;
-    for (int i = 0; i < Attempts && error == ERROR_SHARING_VIOLATION; ++i)
+    for (int i = 0; i < MaxReadAttempts && error == ERROR_SHARING_VIOLATION; ++i)
         error = ReadOnce(path, content);
     return error;
 }
 
+/// Reports the malformed lines in debug output, each on a line.
 void Report(const char* path, const layer::DroppedLines& dropped)
 {
     const std::string start = std::string(path) + ": ";
     for (const auto& [number, reason] : dropped.First)
-        layer::DebugLine(start + "line " + std::to_string(number) + " is left out: " + reason);
+        layer::DebugLine(start + "line " + std::to_string(number) + " ignored: " + reason);
     if (dropped.Count > dropped.First.size())
-        layer::DebugLine(start + std::to_string(dropped.Count - dropped.First.size()) + " more lines are left out");
+        layer::DebugLine(start + std::to_string(dropped.Count - dropped.First.size()) + " more lines ignored");
 }
 
-/// Reads the store and keeps it.
+/// Reads the store from its file and replaces the cached one. Two threads may do so at the same time: the next opening
+/// notices if the older state remains in the cache, because its signature differs from the file's.
 DWORD ReadStore(const char* path, StorePointer& store)
 {
+    // Taken before the file is read, so that a change that the reading misses gets a later time. The coarse clock is
+    // the one from which file times are taken.
     timespec now{};
     clock_gettime(CLOCK_REALTIME_COARSE, &now);
     FileContent content;
@@ -168,20 +178,21 @@ DWORD ReadStore(const char* path, StorePointer& store)
         return error;
     layer::DroppedLines dropped;
     const Signature state(content.Status);
-    const bool settled = std::abs(Nanoseconds(now) - state.Changed) > SettlingTime;
-    store = std::make_shared<const Store>(
-        Store{path, state, settled, layer::ReadRegistryFile({content.Bytes.get(), content.Count}, dropped)});
+    const bool reliable = std::abs(Nanoseconds(now) - state.Changed) > ReliableSignatureAge;
+    store = std::make_shared<const LoadedStore>(
+        LoadedStore{path, state, reliable, layer::ReadRegistryFile({content.Bytes.get(), content.Count}, dropped)});
     Report(path, dropped);
-    auto kept = std::make_unique<StorePointer>(store);
+    // Declared before the guard, so that the former store is destroyed after the lock is released.
+    auto replacement = std::make_unique<StorePointer>(store);
     layer::RegisterHooks(hooks);
     const std::lock_guard<std::mutex> guard(layer::TableLock());
-    StorePointer* const former = std::exchange(lastRead, kept.release());
-    kept.reset(former);  // and goes with its last user
+    StorePointer* const former = std::exchange(cachedStore, replacement.release());
+    replacement.reset(former);
     return ERROR_SUCCESS;
 }
 
-/// The present state of the store.
-DWORD PresentStore(StorePointer& store)
+/// Gets the store in its current state, from the cache if the file has not changed.
+DWORD CurrentStore(StorePointer& store)
 {
     const char* const path = StorePath();
     struct stat status {};
@@ -190,21 +201,23 @@ DWORD PresentStore(StorePointer& store)
     const Signature state(status);
     {
         const std::lock_guard<std::mutex> guard(layer::TableLock());
-        if (lastRead != nullptr && (*lastRead)->Settled && (*lastRead)->State == state && (*lastRead)->Path == path) {
-            store = *lastRead;
+        if (cachedStore != nullptr && (*cachedStore)->SignatureIsReliable && (*cachedStore)->State == state &&
+            (*cachedStore)->Path == path) {
+            store = *cachedStore;
             return ERROR_SUCCESS;
         }
     }
     return ReadStore(path, store);
 }
 
+/// The object of a key's handle.
 class OpenKey final : public layer::Object {
 public:
-    OpenKey(StorePointer store, RegistrySnapshot::Key key) : Object(Kind::key), Whole(std::move(store)), Key(key) {}
+    OpenKey(StorePointer store, RegistrySnapshot::Key key) : Object(Kind::key), Loaded(std::move(store)), Key(key) {}
 
-    const RegistrySnapshot& content() const { return Whole->Content; }
+    const RegistrySnapshot& content() const { return Loaded->Content; }
 
-    const StorePointer Whole;
+    const StorePointer Loaded;
     const RegistrySnapshot::Key Key;
 };
 
@@ -218,34 +231,34 @@ TextView View(LPCWSTR text)
     return text == nullptr ? TextView() : TextView(text);
 }
 
-/// A path with one backslash between two names and none at the end, however many there are. `kept` holds what
-/// had to be written anew.
-TextView Plain(TextView path, Text& kept)
+/// Reduces each run of backslashes to one and removes those at the end.
+/// @param storage holds the result if it is not a part of `path`
+TextView NormalizePath(TextView path, Text& storage)
 {
     constexpr WCHAR doubled[] = {'\\', '\\', 0};
     while (path.ends_with(doubled[0]))
         path.remove_suffix(1);
     if (path.find(doubled) == TextView::npos)
         return path;
-    std::unique_copy(path.begin(), path.end(), std::back_inserter(kept),
+    std::unique_copy(path.begin(), path.end(), std::back_inserter(storage),
                      [&](WCHAR left, WCHAR right) { return left == doubled[0] && right == doubled[0]; });
-    return kept;
+    return storage;
 }
 
-/// The key at `path` below `base` in the present store.
+/// Finds the key at `path` below `base` in the current store, also if `base` was opened in an earlier one.
 DWORD FindKey(HKEY base, TextView path, StorePointer& store, RegistrySnapshot::Key& key)
 {
     const auto hive = RegistrySnapshot::FindHive(base);
-    const OpenKey* const above = hive ? nullptr : FindOpenKey(base);
-    if (!hive && above == nullptr)
+    const OpenKey* const parent = hive ? nullptr : FindOpenKey(base);
+    if (!hive && parent == nullptr)
         return ERROR_INVALID_HANDLE;
-    if (const DWORD error = PresentStore(store); error != ERROR_SUCCESS)
+    if (const DWORD error = CurrentStore(store); error != ERROR_SUCCESS)
         return error;
     if (path.starts_with(WCHAR{'\\'}))
         return ERROR_BAD_PATHNAME;
-    Text kept;
-    const auto start = hive ? store->Content.PathOf(*hive) : above->content().PathOf(above->Key);
-    const auto found = store->Content.FindKey(start, Plain(path, kept));
+    Text storage;
+    const auto start = hive ? store->Content.PathOf(*hive) : parent->content().PathOf(parent->Key);
+    const auto found = store->Content.FindKey(start, NormalizePath(path, storage));
     if (!found)
         return ERROR_FILE_NOT_FOUND;
     key = *found;
@@ -258,6 +271,7 @@ DWORD Open(HKEY base, TextView path, HKEY& opened)
     RegistrySnapshot::Key key{};
     if (const DWORD error = FindKey(base, path, store, key); error != ERROR_SUCCESS)
         return error;
+    // As in Win32, opening a predefined key without a path returns the same handle.
     if (path.empty() && RegistrySnapshot::FindHive(base)) {
         opened = base;
         return ERROR_SUCCESS;
@@ -269,6 +283,8 @@ DWORD Open(HKEY base, TextView path, HKEY& opened)
     return ERROR_SUCCESS;
 }
 
+/// Implements RegQueryValueExW. Without a buffer it returns the type and the size; if the buffer is too small, it fails
+/// with ERROR_MORE_DATA and returns the size.
 DWORD Query(const RegistrySnapshot& content, RegistrySnapshot::Key key, LPCWSTR name, DWORD* type, BYTE* data,
             DWORD* bytes)
 {
@@ -316,9 +332,9 @@ DWORD ReadText(HKEY hive, LPCWSTR path, LPCWSTR name, Text& text)
     return ERROR_SUCCESS;
 }
 
-/// What `work` gives, or that it ran out of memory.
+/// Calls `work`. @return its result, or ERROR_OUTOFMEMORY if memory is exhausted
 template <class Work>
-DWORD WithoutExceptions(Work work) noexcept
+DWORD CatchOutOfMemory(Work work) noexcept
 {
     try {
         return work();
@@ -337,11 +353,12 @@ bool layer::ReadStoreText(HKEY hive, LPCWSTR key, LPCWSTR value, Text& text, LST
     return error == ERROR_SUCCESS;
 }
 
+// Any requested access is granted: the store is read only, and the permissions of its file protect it.
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD, DWORD, HKEY* opened)
 {
     if (opened == nullptr)
         return LSTATUS{ERROR_INVALID_PARAMETER};
-    return static_cast<LSTATUS>(WithoutExceptions([&] { return Open(key, View(path), *opened); }));
+    return static_cast<LSTATUS>(CatchOutOfMemory([&] { return Open(key, View(path), *opened); }));
 }
 
 // The published signature: the reserved pointer is not const.
@@ -351,7 +368,7 @@ LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, B
     if (reserved != nullptr)
         return LSTATUS{ERROR_INVALID_PARAMETER};
     if (RegistrySnapshot::FindHive(key))
-        return static_cast<LSTATUS>(WithoutExceptions([&] { return QueryHive(key, name, type, data, bytes); }));
+        return static_cast<LSTATUS>(CatchOutOfMemory([&] { return QueryHive(key, name, type, data, bytes); }));
     const OpenKey* const opened = FindOpenKey(key);
     if (opened == nullptr)
         return LSTATUS{ERROR_INVALID_HANDLE};

@@ -1,4 +1,4 @@
-// The settings store, for the layer's own needs.
+// Access to the settings store for the layer itself, without handles.
 #pragma once
 
 #include "system.h"
@@ -6,8 +6,10 @@
 
 namespace layer {
 
-/// The text of a value up to its first zero unit; the value's type is not looked at. False, with `text` unchanged,
-/// if it cannot be read; `result` tells why: ERROR_FILE_NOT_FOUND for a value that is not there.
+/// Reads the text of a value up to its first zero unit. The type of the value is ignored.
+/// @param result if not null, receives the error: ERROR_FILE_NOT_FOUND if the store, the key or the value does not
+/// exist
+/// @return false if the value cannot be read; `text` is then unchanged
 /// @throws std::bad_alloc
 bool ReadStoreText(HKEY hive, LPCWSTR key, LPCWSTR value, Text& text, LSTATUS* result = nullptr);
 

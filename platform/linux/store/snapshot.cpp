@@ -1,5 +1,5 @@
-// Two tables, keys by their whole paths and values by key and name, so that a lookup costs the same in a store
-// of any size. Texts and data lie in one block each.
+// Two hash tables: keys are found by their full path, values by their key and name, so that the time of a lookup does
+// not depend on the size of the store. All names share one block of memory, and so do all data.
 #include "store/snapshot.h"
 
 #include "text/case_fold.h"
@@ -16,55 +16,64 @@ using layer::Fold;
 using layer::TextView;
 
 constexpr std::uint32_t NoParent = 0xFFFFFFFF;
+
+// The predefined keys, in the order of their handles, which count from FirstHive. They are the first entries of each
+// snapshot, so the index here is also the Key.
 constexpr std::uintptr_t FirstHive = 0x80000000;
 constexpr std::array<std::string_view, 4> HiveNames = {"HKEY_CLASSES_ROOT", "HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE",
                                                        "HKEY_USERS"};
 
-constexpr std::uint32_t Factor = 33;
+constexpr std::uint32_t HashMultiplier = 33;
 
-/// The same for both cases of a letter.
+/// The contribution of a unit to a hash, the same for both cases of a letter. Clearing the bit that separates ASCII
+/// capitals from small letters is cheaper than folding; that it also merges a few other units costs a comparison at
+/// most.
 std::uint32_t HashedUnit(WCHAR unit)
 {
     return (unit < 0x80 ? unit : layer::FoldNonAscii(unit)) & ~0x20U;
 }
 
-/// Goes on with `hash` over further units, however they are cut; HashIndex spreads the result.
+/// Extends `hash` by the units of `text`. The hash of a text is the same if it is computed in several parts, so that
+/// the hash of a path follows from that of its parent. HashIndex spreads the result over its slots.
 std::uint32_t Hash(std::uint32_t hash, TextView text)
 {
     const WCHAR* at = text.data();
     const WCHAR* const end = at + text.size();
-    // Four units a step: one unit has to wait for the product of the one before it, which made this most of
-    // the time that it takes to open a key.
+    // Four units per step. With one unit per step each multiplication waits for the one before it, and hashing took
+    // most of the time of opening a key.
     for (; end - at >= 4; at += 4) {
-        hash = hash * (Factor * Factor * Factor * Factor) + HashedUnit(at[0]) * (Factor * Factor * Factor) +
-               HashedUnit(at[1]) * (Factor * Factor) + HashedUnit(at[2]) * Factor + HashedUnit(at[3]);
+        hash = hash * (HashMultiplier * HashMultiplier * HashMultiplier * HashMultiplier) +
+               HashedUnit(at[0]) * (HashMultiplier * HashMultiplier * HashMultiplier) +
+               HashedUnit(at[1]) * (HashMultiplier * HashMultiplier) + HashedUnit(at[2]) * HashMultiplier +
+               HashedUnit(at[3]);
     }
     for (; at != end; ++at)
-        hash = hash * Factor + HashedUnit(*at);
+        hash = hash * HashMultiplier + HashedUnit(*at);
     return hash;
 }
 
 constexpr WCHAR Separator = '\\';
 
-std::uint32_t HashBelow(std::uint32_t hash, TextView path)
+/// The hash of the key at `path` below the key with this hash.
+std::uint32_t HashOfChild(std::uint32_t hash, TextView path)
 {
     return Hash(Hash(hash, {&Separator, 1}), path);
 }
 
-bool IsSame(TextView one, TextView other)
+bool EqualsIgnoringCase(TextView one, TextView other)
 {
     if (one.size() != other.size())
         return false;
     if (one.empty())
         return true;
-    // Most names are spelled as they are stored.
+    // Most callers spell names as they are stored, so the cheap comparison comes first.
     return std::memcmp(one.data(), other.data(), one.size() * sizeof(WCHAR)) == 0 ||
            std::equal(one.begin(), one.end(), other.begin(),
                       [](WCHAR left, WCHAR right) { return Fold(left) == Fold(right); });
 }
 
-/// The first part of a path, which it loses.
-TextView TakePart(TextView& path)
+/// Removes the first part of a path, with the separator after it. @return that part
+TextView TakeFirstPart(TextView& path)
 {
     const std::size_t length = std::min(path.find(Separator), path.size());
     const TextView part = path.substr(0, length);
@@ -80,7 +89,7 @@ void HashIndex::Add(std::uint32_t hash, std::uint32_t entry)
 {
     if (Slots.size() <= 2 * Count)
         Grow();
-    std::size_t at = Start(hash);
+    std::size_t at = FirstSlot(hash);
     while (Slots[at].Used)
         at = (at + 1) & (Slots.size() - 1);
     Slots[at] = {hash, entry & 0x7FFFFFFF, 1};
@@ -103,7 +112,7 @@ RegistrySnapshot::RegistrySnapshot()
 {
     for (const std::string_view name : HiveNames) {
         const Text wide(name.begin(), name.end());
-        AddEntry(NoParent, Hash(0, wide), Keep(wide), wide.size());
+        AddKeyEntry(NoParent, Hash(0, wide), AppendText(wide), wide.size());
     }
 }
 
@@ -127,46 +136,50 @@ std::optional<RegistrySnapshot::Key> RegistrySnapshot::FindHive(TextView name)
 RegistrySnapshot::KeyPath RegistrySnapshot::PathOf(Key key) const
 {
     const KeyEntry& entry = Keys[key];
-    return {Kept(entry.Path, entry.Length), entry.Hash};
+    return {TextAt(entry.Path, entry.Length), entry.Hash};
 }
 
 std::optional<RegistrySnapshot::Key> RegistrySnapshot::FindKey(const KeyPath& base, TextView path) const
 {
-    const std::uint32_t hash = path.empty() ? base.Hash : HashBelow(base.Hash, path);
+    const std::uint32_t hash = path.empty() ? base.Hash : HashOfChild(base.Hash, path);
     const auto found = KeyIndex.Find(hash, [&](Key key) {
-        const TextView whole = PathOf(key).Whole;
+        // The two parts of the requested path are compared one by one, because joining them would need memory.
+        const TextView whole = PathOf(key).FullPath;
         if (path.empty())
-            return IsSame(whole, base.Whole);
-        const std::size_t above = base.Whole.size();
-        return whole.size() == above + 1 + path.size() && whole[above] == Separator &&
-               IsSame(whole.substr(above + 1), path) && IsSame(whole.substr(0, above), base.Whole);
+            return EqualsIgnoringCase(whole, base.FullPath);
+        const std::size_t length = base.FullPath.size();
+        return whole.size() == length + 1 + path.size() && whole[length] == Separator &&
+               EqualsIgnoringCase(whole.substr(length + 1), path) &&
+               EqualsIgnoringCase(whole.substr(0, length), base.FullPath);
     });
     return found && Keys[*found].Exists ? found : std::nullopt;
 }
 
 std::optional<RegistrySnapshot::Value> RegistrySnapshot::FindValue(Key key, TextView name) const
 {
-    const std::uint32_t owner = Keys[key].Made;
-    const auto found = FindEntry(owner, Hash(owner, name), name);
+    const std::uint32_t owner = Keys[key].CreatedAt;
+    const auto found = FindValueEntry(owner, Hash(owner, name), name);
     if (!found || !Values[*found].Exists)
         return std::nullopt;
     const ValueEntry& entry = Values[*found];
     return Value{entry.Type, std::span(Contents).subspan(entry.Data, entry.Bytes)};
 }
 
-/// The entry of the key `part` directly below `parent`, whether it exists or not. Only the part is compared,
-/// so the time that a path takes grows with its length and not with its square.
-std::optional<RegistrySnapshot::Key> RegistrySnapshot::FindPart(Key parent, std::uint32_t hash, TextView part) const
+/// Finds the entry of the key `part` directly below `parent`, whether the key exists or was deleted. Only the part is
+/// compared: comparing the full path at every part would make the time of AddKey grow with the square of its length.
+std::optional<RegistrySnapshot::Key> RegistrySnapshot::FindChild(Key parent, std::uint32_t hash, TextView part) const
 {
     return KeyIndex.Find(hash, [&](Key key) {
-        return Keys[key].Parent == parent && IsSame(PathOf(key).Whole.substr(Keys[parent].Length + 1), part);
+        return Keys[key].Parent == parent &&
+               EqualsIgnoringCase(PathOf(key).FullPath.substr(Keys[parent].Length + 1), part);
     });
 }
 
-RegistrySnapshot::Key RegistrySnapshot::AddEntry(Key parent, std::uint32_t hash, std::uint32_t path, std::size_t length)
+RegistrySnapshot::Key RegistrySnapshot::AddKeyEntry(Key parent, std::uint32_t hash, std::uint32_t path,
+                                                    std::size_t length)
 {
     const Key key = static_cast<Key>(Keys.size());
-    Keys.push_back({path, static_cast<std::uint32_t>(length), hash, parent, ++Changes, 0, true});
+    Keys.push_back({path, static_cast<std::uint32_t>(length), hash, parent, ++ChangeCount, 0, true});
     KeyIndex.Add(hash, key);
     return key;
 }
@@ -174,48 +187,53 @@ RegistrySnapshot::Key RegistrySnapshot::AddEntry(Key parent, std::uint32_t hash,
 RegistrySnapshot::Key RegistrySnapshot::AddKey(TextView path)
 {
     const TextView whole = path;
-    Key key = FindHive(TakePart(path)).value();
-    std::uint32_t deleted = Keys[key].Deleted;
-    std::optional<std::uint32_t> kept;  // the text of the whole path, for all the keys that are new
+    Key key = FindHive(TakeFirstPart(path)).value();
+    std::uint32_t deleted = Keys[key].DeletedAt;
+    // The full path is stored once, for all new keys on it: the path of each is a prefix of it.
+    std::optional<std::uint32_t> stored;
     while (!path.empty()) {
-        const TextView part = TakePart(path);
-        const std::uint32_t hash = HashBelow(Keys[key].Hash, part);
-        if (const auto found = FindPart(key, hash, part)) {
+        const TextView part = TakeFirstPart(path);
+        const std::uint32_t hash = HashOfChild(Keys[key].Hash, part);
+        if (const auto found = FindChild(key, hash, part)) {
             key = *found;
             KeyEntry& entry = Keys[key];
-            deleted = std::max(deleted, entry.Deleted);
-            if (entry.Made < deleted)
-                entry.Made = ++Changes;
+            deleted = std::max(deleted, entry.DeletedAt);
+            // The key, or one above it, was deleted after it was created. It is created again, with a new number, so
+            // that its former values no longer belong to it.
+            if (entry.CreatedAt < deleted)
+                entry.CreatedAt = ++ChangeCount;
         } else {
-            if (!kept)
-                kept = Keep(whole);
-            key = AddEntry(key, hash, *kept, static_cast<std::size_t>(part.data() - whole.data()) + part.size());
+            if (!stored)
+                stored = AppendText(whole);
+            key = AddKeyEntry(key, hash, *stored, static_cast<std::size_t>(part.data() - whole.data()) + part.size());
         }
     }
     return key;
 }
 
+// Only the key itself is marked. The keys below it count as deleted too, because AddKey and Finish take the latest
+// deletion of all keys above into account.
 void RegistrySnapshot::DeleteKey(TextView path)
 {
-    Key key = FindHive(TakePart(path)).value();
+    Key key = FindHive(TakeFirstPart(path)).value();
     while (!path.empty()) {
-        const TextView part = TakePart(path);
-        const auto found = FindPart(key, HashBelow(Keys[key].Hash, part), part);
+        const TextView part = TakeFirstPart(path);
+        const auto found = FindChild(key, HashOfChild(Keys[key].Hash, part), part);
         if (!found)
             return;
         key = *found;
     }
-    Keys[key].Deleted = ++Changes;
+    Keys[key].DeletedAt = ++ChangeCount;
 }
 
 void RegistrySnapshot::SetValue(Key key, TextView name, DWORD type, std::span<const BYTE> data)
 {
-    const std::uint32_t owner = Keys[key].Made;
+    const std::uint32_t owner = Keys[key].CreatedAt;
     const std::uint32_t hash = Hash(owner, name);
-    auto entry = FindEntry(owner, hash, name);
+    auto entry = FindValueEntry(owner, hash, name);
     if (!entry) {
         entry = static_cast<std::uint32_t>(Values.size());
-        Values.push_back({owner, Keep(name), static_cast<std::uint32_t>(name.size()), 0, 0, REG_NONE, false});
+        Values.push_back({owner, AppendText(name), static_cast<std::uint32_t>(name.size()), 0, 0, REG_NONE, false});
         ValueIndex.Add(hash, *entry);
     }
     ValueEntry& value = Values[*entry];
@@ -228,33 +246,35 @@ void RegistrySnapshot::SetValue(Key key, TextView name, DWORD type, std::span<co
 
 void RegistrySnapshot::DeleteValue(Key key, TextView name)
 {
-    const std::uint32_t owner = Keys[key].Made;
-    if (const auto entry = FindEntry(owner, Hash(owner, name), name))
+    const std::uint32_t owner = Keys[key].CreatedAt;
+    if (const auto entry = FindValueEntry(owner, Hash(owner, name), name))
         Values[*entry].Exists = false;
 }
 
 void RegistrySnapshot::Finish()
 {
-    // A key exists if it was made behind the last deletion of itself and of every key above it.
+    // A key exists if it was created after the last deletion of itself and of every key above it. One pass suffices,
+    // because the entry of a key always comes after that of its parent.
     std::vector<std::uint32_t> deleted(Keys.size());
     for (Key key = 0; key < Keys.size(); ++key) {
         KeyEntry& entry = Keys[key];
         const bool hive = entry.Parent == NoParent;
-        deleted[key] = hive ? entry.Deleted : std::max(entry.Deleted, deleted[entry.Parent]);
-        entry.Exists = hive || entry.Made > deleted[key];
+        deleted[key] = hive ? entry.DeletedAt : std::max(entry.DeletedAt, deleted[entry.Parent]);
+        entry.Exists = hive || entry.CreatedAt > deleted[key];
     }
 }
 
-std::optional<std::uint32_t> RegistrySnapshot::FindEntry(std::uint32_t owner, std::uint32_t hash, TextView name) const
+std::optional<std::uint32_t> RegistrySnapshot::FindValueEntry(std::uint32_t owner, std::uint32_t hash,
+                                                              TextView name) const
 {
     return ValueIndex.Find(hash, [&](std::uint32_t index) {
         const ValueEntry& entry = Values[index];
-        return entry.Owner == owner && IsSame(Kept(entry.Name, entry.Length), name);
+        return entry.Owner == owner && EqualsIgnoringCase(TextAt(entry.Name, entry.Length), name);
     });
 }
 
-/// Where the text starts in Names.
-std::uint32_t RegistrySnapshot::Keep(TextView name)
+/// Stores a text. @return where it starts in Names
+std::uint32_t RegistrySnapshot::AppendText(TextView name)
 {
     const auto start = static_cast<std::uint32_t>(Names.size());
     Names.insert(Names.end(), name.begin(), name.end());

@@ -1,5 +1,4 @@
-// Writes debug output. A text that cannot be converted because memory is exhausted is dropped; the caller does not
-// fail.
+// Writes debug output. A text that cannot be converted for lack of memory is dropped; the call does not fail.
 #include "text/debug_output.h"
 
 #include "base/environment.h"
