@@ -39,7 +39,7 @@ void Ask(const Exactly& block, const WCHAR* query)
 
 void AskAll(const Exactly& block, std::size_t copied)
 {
-    if (!layer::SealVersionBlock(block.data(), copied))
+    if (!layer::ClampVersionBlock(block.data(), copied))
         return;
     static constexpr char16_t queries[][48] = {u"\\",
                                                u"\\VarFileInfo\\Translation",

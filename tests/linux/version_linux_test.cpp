@@ -149,7 +149,7 @@ TEST(VersionFiles, MayEndAnywhere)
             const std::size_t copied = source.Copy(block.Start, copy.get(), static_cast<std::size_t>(block.Size));
             void* value = nullptr;
             UINT bytesOfValue = 0;
-            if (layer::SealVersionBlock(copy.get(), copied) &&
+            if (layer::ClampVersionBlock(copy.get(), copied) &&
                 VerQueryValueW(copy.get(), u"\\"_w, &value, &bytesOfValue) &&
                 bytesOfValue == sizeof(VS_FIXEDFILEINFO)) {
                 EXPECT_EQ(std::memcmp(value, support::FixedNumbers().data(), bytesOfValue), 0) << length;

@@ -1,16 +1,20 @@
-// Reads message tables: a count of blocks, the blocks, and their entries. A malformed table ends at its first part that
-// is not valid.
+// Reads message tables, which are resources of modules.
+//
+// A table is a count of blocks, the blocks, and the entries. A block is a range of message numbers and the offset of
+// the entry of the first one; the entries of a block are in sequence. An entry is its length, flags and a text, which
+// is wide or in the active code page. A malformed table ends at its first invalid part.
 #include "messages/message_table.h"
 
 #include "resources/resource_file.h"
 
+#include <cstring>
 #include <optional>
 
 namespace {
 
-constexpr WORD MessageTable = 11;
-constexpr WORD TableName = 1;
-constexpr WORD UnicodeText = 1;
+constexpr WORD MessageTable = 11;  // the type of the resource
+constexpr WORD TableName = 1;      // the only name in use for this type
+constexpr WORD UnicodeText = 1;    // the flags of an entry with a wide text
 
 struct Block {
     DWORD LowNumber;
@@ -19,38 +23,34 @@ struct Block {
 };
 
 struct EntryHeader {
-    WORD Bytes;  // with this header
+    WORD Bytes;  // this header included
     WORD Flags;
 };
 
-template <class Value>
-bool ReadAt(layer::Bytes bytes, std::size_t at, Value& value)
-{
-    if (at > bytes.size() || bytes.size() - at < sizeof value)
-        return false;
-    std::memcpy(&value, bytes.data() + at, sizeof value);
-    return true;
-}
-
+/// Finds the block whose range contains a message number.
 std::optional<Block> FindBlock(layer::Bytes table, DWORD number)
 {
+    layer::MemorySource source(table);
     DWORD count = 0;
-    ReadAt(table, 0, count);
+    source.Get(0, count);
     Block block{};
-    for (std::size_t i = 0; i < count && ReadAt(table, sizeof count + i * sizeof block, block); ++i) {
+    for (std::uint64_t i = 0; i < count && source.Get(sizeof count + i * sizeof block, block); ++i) {
         if (number >= block.LowNumber && number <= block.HighNumber)
             return block;
     }
     return std::nullopt;
 }
 
-/// The entry of a number in its block; each entry says where the next one starts.
+/// Finds the text of a message in its block. Entries have different lengths, so they are passed one by one; an entry
+/// has at least a header, so this ends at the table's end at the latest.
+/// @param flags  receives the entry's flags
 std::optional<layer::Bytes> FindEntry(layer::Bytes table, const Block& block, DWORD number, WORD& flags)
 {
+    layer::MemorySource source(table);
     std::size_t at = block.FirstEntry;
     EntryHeader header{};
     for (DWORD i = block.LowNumber;; ++i) {
-        if (!ReadAt(table, at, header) || header.Bytes < sizeof header || header.Bytes > table.size() - at)
+        if (!source.Get(at, header) || header.Bytes < sizeof header || header.Bytes > table.size() - at)
             return std::nullopt;
         if (i == number)
             break;
@@ -60,14 +60,15 @@ std::optional<layer::Bytes> FindEntry(layer::Bytes table, const Block& block, DW
     return table.subspan(at + sizeof header, header.Bytes - sizeof header);
 }
 
-void TakeWide(layer::Bytes bytes, layer::Text& text)
+void CopyWide(layer::Bytes bytes, layer::Text& text)
 {
     text.resize(bytes.size() / sizeof(WCHAR));
     std::memcpy(text.data(), bytes.data(), text.size() * sizeof(WCHAR));
 }
 
-void TakeNarrow(layer::Bytes bytes, layer::Text& text)
+void CopyNarrow(layer::Bytes bytes, layer::Text& text)
 {
+    // One unit per byte is enough: no character has more units than bytes.
     const auto* const narrow = reinterpret_cast<const char*>(bytes.data());
     text.resize(bytes.size());
     text.resize(static_cast<std::size_t>(MultiByteToWideChar(CP_ACP, 0, narrow, static_cast<int>(bytes.size()),
@@ -89,8 +90,8 @@ DWORD layer::FindMessage(Bytes resources, DWORD number, Text& text)
     if (!entry)
         return ERROR_MR_MID_NOT_FOUND;
     if (flags == UnicodeText)
-        TakeWide(*entry, text);
+        CopyWide(*entry, text);
     else
-        TakeNarrow(*entry, text);
+        CopyNarrow(*entry, text);
     return ERROR_SUCCESS;
 }

@@ -1,26 +1,33 @@
-// Message templates are expanded twice, first to measure and then to write, so a text that does not fit leaves
-// the buffer alone and nothing is allocated. The arguments are fetched once, each when it is first needed.
+// Formats messages: finds a template and expands its inserts.
+//
+// A template is expanded twice: the first pass measures, the second one writes. So a text that does not fit leaves the
+// caller's buffer unchanged, and no intermediate text is needed. A va_list can be read only once, so the first pass
+// stores the arguments that it fetches.
 #include "base/last_error.h"
 #include "format/printf.h"
 #include "messages/message_table.h"
 #include "messages/system_messages.h"
 #include "resources/module_resources.h"
 
+#include <algorithm>
 #include <array>
+#include <cstdarg>
 #include <cstring>
 #include <new>
+#include <span>
+#include <string_view>
 
 namespace {
 
 using layer::UnitWriter;
 
 constexpr DWORD WidthMask = 0xFF;
-constexpr std::size_t MaxInsert = 99;
-constexpr std::size_t MaxStars = 2;  // in one picture: its width and its precision
-constexpr std::size_t MaxPictureUnits = 31;
-constexpr std::size_t MaxAllocatedUnits = 0x8000;
+constexpr std::size_t MaxInsert = 99;  // an insert's number has at most two digits
+constexpr std::size_t MaxStars = 2;    // in one conversion specification: width and precision
+constexpr std::size_t MaxSpecUnits = 31;
+constexpr std::size_t MaxAllocatedUnits = 0x8000;  // the published limit of an allocated text, 64 KB
 
-/// The inserts of one call, fetched up to the highest number asked for.
+/// The arguments of one call: an array, or a va_list that is read up to the highest number in use.
 class Inserts {
 public:
     Inserts(DWORD flags, va_list* arguments)
@@ -38,10 +45,11 @@ public:
             va_end(List);
     }
 
-    bool given() const { return Array != nullptr || Listed; }
+    /// Whether the caller has passed arguments.
+    bool available() const { return Array != nullptr || Listed; }
 
-    /// `count` inserts from number `first` (1 is the first of all) on.
-    std::span<const DWORD_PTR> From(std::size_t first, std::size_t count)
+    /// The arguments `first` to `first + count - 1`; the first one has number 1.
+    std::span<const DWORD_PTR> Fetch(std::size_t first, std::size_t count)
     {
         for (; Fetched < first - 1 + count; ++Fetched)
             Values[Fetched] = Listed ? va_arg(List, DWORD_PTR) : Array[Fetched];
@@ -56,33 +64,35 @@ private:
     std::size_t Fetched = 0;
 };
 
-/// Expands one template. Every step moves on in it.
+/// Expands one template. Each step returns the place in the template where the next one continues.
 class Expansion {
 public:
     Expansion(UnitWriter& out, DWORD flags, Inserts& inserts)
-        : Out(out), Values(inserts), KeepInserts((flags & FORMAT_MESSAGE_IGNORE_INSERTS) != 0),
+        : Out(out), Values(inserts), IgnoreInserts((flags & FORMAT_MESSAGE_IGNORE_INSERTS) != 0),
           JoinLines((flags & WidthMask) == WidthMask)
     {
     }
 
-    /// @return false if the template cannot be expanded: a bad picture, or inserts that nobody gave.
+    /// @return false if the template has an invalid conversion specification, or an insert without arguments
     bool Run(const WCHAR* text)
     {
         while (text != nullptr && *text != 0 && !Out.overrun()) {
             if (*text == '%') {
-                text = Escape(text + 1);
+                text = ExpandEscape(text + 1);
             } else if (*text == '\r' || *text == '\n') {
+                // With all bits of the width set, a line end in the template is a space; `%n` still ends a line. Other
+                // widths have no effect: no text is wrapped.
                 text += text[0] == '\r' && text[1] == '\n' ? 2 : 1;
                 Out.Put(std::string_view(JoinLines ? " " : "\r\n"));
             } else {
-                text = Plain(text);
+                text = CopyPlainText(text);
             }
         }
         return text != nullptr;
     }
 
 private:
-    const WCHAR* Plain(const WCHAR* text)
+    const WCHAR* CopyPlainText(const WCHAR* text)
     {
         const WCHAR* end = text;
         while (*end != 0 && *end != '%' && *end != '\r' && *end != '\n')
@@ -91,8 +101,10 @@ private:
         return end;
     }
 
-    /// What stands behind a percent sign. @return where the template goes on, null if it is bad.
-    const WCHAR* Escape(const WCHAR* at)
+    /// Expands what follows a percent sign: 0 ends the text, n is a line end, r a carriage return, a digit starts an
+    /// insert, and any other character means itself.
+    /// @return the place after it, or null if the template is invalid
+    const WCHAR* ExpandEscape(const WCHAR* at)
     {
         static constexpr WCHAR end = 0;
         switch (*at) {
@@ -106,54 +118,64 @@ private:
             Out.Put(*at);
             return at + 1;
         }
-        if (KeepInserts) {
+        if (IgnoreInserts) {
             Out.Put('%');
             return at;
         }
-        return Insert(at);
+        return ExpandInsert(at);
     }
 
-    const WCHAR* Insert(const WCHAR* at)
+    /// Expands an insert: its number, and perhaps a conversion specification between exclamation marks (else `!s!`).
+    /// Width and precision given as stars take the arguments from the insert's number on, and the value follows them:
+    /// `%1!*d!` has its width in argument 1 and its value in argument 2.
+    /// @return the place after it, or null if the template is invalid
+    const WCHAR* ExpandInsert(const WCHAR* at)
     {
         auto number = static_cast<std::size_t>(*at++ - '0');
         if (*at >= '0' && *at <= '9')
             number = number * 10 + static_cast<std::size_t>(*at++ - '0');
 
-        WCHAR picture[1 + MaxPictureUnits + 1] = {'%', 's', 0};
+        WCHAR spec[1 + MaxSpecUnits + 1] = {'%', 's', 0};
         std::size_t stars = 0;
         if (*at == '!') {
-            at = ReadPicture(at + 1, picture, stars);
+            at = ReadConversionSpec(at + 1, spec, stars);
             if (at == nullptr)
                 return nullptr;
         }
-        if (!Values.given())
+        if (!Values.available())
             return nullptr;
-        layer::FormatArguments arguments(Values.From(number, 1 + stars));
-        layer::Format(Out, picture, arguments);
+        layer::FormatArguments arguments(Values.Fetch(number, 1 + stars));
+        layer::Format(Out, spec, arguments);
         return at;
     }
 
-    /// Copies a picture behind its percent sign. @return what stands behind its closing mark, or null.
-    static const WCHAR* ReadPicture(const WCHAR* at, WCHAR* picture, std::size_t& stars)
+    /// Copies a conversion specification after the percent sign that `spec` already has.
+    /// @param stars  receives the number of stars
+    /// @return the place after its closing mark, or null if it is invalid
+    static const WCHAR* ReadConversionSpec(const WCHAR* at, WCHAR* spec, std::size_t& stars)
     {
         std::size_t units = 0;
         for (; *at != '!'; ++at) {
-            if (*at == 0 || units == MaxPictureUnits)
+            if (*at == 0 || units == MaxSpecUnits)
                 return nullptr;
             if (*at == '*' && ++stars > MaxStars)
                 return nullptr;
-            picture[++units] = *at;
+            spec[++units] = *at;
         }
-        picture[units + 1] = 0;
+        spec[units + 1] = 0;
         return units == 0 ? nullptr : at + 1;
     }
 
     UnitWriter& Out;
     Inserts& Values;
-    const bool KeepInserts;
+    const bool IgnoreInserts;
     const bool JoinLines;
 };
 
+/// Expands a template into the caller's buffer or an allocated one.
+/// @param buffer  with FORMAT_MESSAGE_ALLOCATE_BUFFER the address of a pointer, which receives the text
+/// @param size    the buffer's units, or the minimum for an allocated one
+/// @return the number of units without the terminator, or 0 with the last error set
 DWORD FormatTemplate(const WCHAR* text, DWORD flags, LPWSTR buffer, DWORD size, va_list* arguments)
 {
     const bool allocate = (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0;
@@ -165,11 +187,11 @@ DWORD FormatTemplate(const WCHAR* text, DWORD flags, LPWSTR buffer, DWORD size, 
     if ((size == 0 && !allocate) || measure.overrun())
         return layer::Fail(ERROR_INSUFFICIENT_BUFFER, DWORD{0});
     if (allocate) {
-        void* const made = LocalAlloc(0, std::max<std::size_t>(size, measure.used() + 1) * sizeof(WCHAR));
-        if (made == nullptr)
+        void* const allocated = LocalAlloc(0, std::max<std::size_t>(size, measure.used() + 1) * sizeof(WCHAR));
+        if (allocated == nullptr)
             return layer::Fail(ERROR_OUTOFMEMORY, DWORD{0});
-        std::memcpy(buffer, &made, sizeof made);
-        buffer = static_cast<LPWSTR>(made);
+        std::memcpy(buffer, &allocated, sizeof allocated);
+        buffer = static_cast<LPWSTR>(allocated);
     }
     UnitWriter out(buffer, room);
     Expansion(out, flags, inserts).Run(text);
@@ -177,8 +199,9 @@ DWORD FormatTemplate(const WCHAR* text, DWORD flags, LPWSTR buffer, DWORD size, 
     return static_cast<DWORD>(out.used());
 }
 
-/// Expands the text of a message that a module has.
-/// @return false if there is none, with the reason as last error.
+/// Expands a message from a module's message table.
+/// @param units  receives the result of FormatTemplate
+/// @return false with the last error set if the module has no such message
 bool FormatModuleMessage(HINSTANCE module, DWORD message, DWORD flags, LPWSTR buffer, DWORD size, va_list* arguments,
                          DWORD& units)
 try {
@@ -192,6 +215,7 @@ try {
     return layer::Fail(ERROR_OUTOFMEMORY, false);
 }
 
+/// Whether a language identifier permits English texts: its primary language is English or left open.
 bool IsEnglish(DWORD language)
 {
     constexpr DWORD primaryMask = 0x3FF;
@@ -199,6 +223,7 @@ bool IsEnglish(DWORD language)
     return (language & primaryMask) == 0 || (language & primaryMask) == english;
 }
 
+/// Expands the sentence for a system error. A line end is added to it, as the platform's own texts have one.
 DWORD FormatSystemMessage(DWORD message, DWORD flags, DWORD language, LPWSTR buffer, DWORD size, va_list* arguments)
 {
     const std::string_view sentence = layer::SystemMessage(message);
@@ -225,10 +250,13 @@ DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD message, DWORD language,
     const bool sourceNamed = fromString ? (flags & sources) == FORMAT_MESSAGE_FROM_STRING : (flags & sources) != 0;
     if ((flags & ~known) != 0 || !sourceNamed || (fromString && source == nullptr) || buffer == nullptr)
         return layer::Fail(ERROR_INVALID_PARAMETER, DWORD{0});
+    // The pointer is null after every failure: callers may test it instead of the result.
     if ((flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0)
         std::memset(static_cast<void*>(buffer), 0, sizeof(LPWSTR));
     if (fromString)
         return FormatTemplate(static_cast<const WCHAR*>(source), flags, buffer, size, arguments);
+    // With both sources the module comes first, and the system only if the module has no such message. A message that
+    // is found but cannot be expanded is an error.
     if ((flags & FORMAT_MESSAGE_FROM_HMODULE) != 0) {
         DWORD units = 0;
         const auto module = static_cast<HINSTANCE>(const_cast<LPVOID>(source));

@@ -1,4 +1,4 @@
-// The message service's own sentences, one for each code of the system.
+// The texts of the system's error codes: one plain sentence per code.
 #pragma once
 
 #include "system.h"
@@ -7,8 +7,9 @@
 
 namespace layer {
 
-/// The sentence for a system error, given as it is or in an HRESULT, or for an HRESULT. Without a line end; empty for a
-/// code that has none.
+/// The sentence for a code.
+/// @param code  a system error, the HRESULT made from one, or any other HRESULT
+/// @return the sentence without a line end; empty if there is none
 std::string_view SystemMessage(DWORD code);
 
 }  // namespace layer

@@ -1,5 +1,7 @@
-// Modules are the loaded ELF objects, as the dynamic linker lists them. A module's handle is the address of
-// its ELF header, where its lowest segment starts.
+// Finds and lists modules with dl_iterate_phdr.
+//
+// That call holds the dynamic linker's lock, so its callbacks neither throw nor load modules, and paths that have to be
+// read from files are determined after it.
 #include "modules/modules.h"
 
 #include "base/last_error.h"
@@ -15,13 +17,15 @@ namespace {
 
 using layer::ModuleExtent;
 
-std::size_t PagesOf(const ModuleExtent& extent)
+/// The size of a module as the kernel maps it, in whole pages.
+std::size_t BytesOfPages(const ModuleExtent& extent)
 {
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     return (extent.End - extent.Start + page - 1) / page * page;
 }
 
-/// The first module that `matches`, or null. The program itself comes first.
+/// The first module for which `matches` returns true, or null. The program itself comes first.
+/// @param matches  called with the linker's entry and the extent of each module; must not throw
 template <class Matches>
 HINSTANCE FindModule(Matches matches)
 {
@@ -31,41 +35,45 @@ HINSTANCE FindModule(Matches matches)
     } query{matches, nullptr};
     dl_iterate_phdr(
         [](dl_phdr_info* module, std::size_t, void* data) {
-            auto& asked = *static_cast<Query*>(data);
+            auto& request = *static_cast<Query*>(data);
             const ModuleExtent extent = layer::ExtentOf(*module);
-            if (extent.End == 0 || !asked.Accepts(*module, extent))
+            if (extent.End == 0 || !request.Accepts(*module, extent))
                 return 0;
-            asked.Found = extent.Handle();
+            request.Found = extent.Handle();
             return 1;
         },
         &query);
     return query.Found;
 }
 
-bool IsCalled(std::string_view path, std::string_view name)
+/// Compares a module's path with the name that a caller gave: its last component if the name has no slash.
+bool MatchesName(std::string_view path, std::string_view name)
 {
     if (name.find('/') == std::string_view::npos)
         path.remove_prefix(std::min(path.size(), path.rfind('/') + 1));
     return !path.empty() && path == name;
 }
 
-/// A path as the kernel tells it, without the mark of a file that is gone.
-std::string Unmarked(std::string_view path)
+/// A path from /proc without the mark that the kernel appends if the file was deleted. A file whose real name ends like
+/// the mark exists under that name.
+std::string WithoutDeletedMark(std::string_view path)
 {
-    constexpr std::string_view gone = " (deleted)";
-    if (path.ends_with(gone) && access(std::string(path).c_str(), F_OK) != 0)
-        path.remove_suffix(gone.size());
+    constexpr std::string_view mark = " (deleted)";
+    if (path.ends_with(mark) && access(std::string(path).c_str(), F_OK) != 0)
+        path.remove_suffix(mark.size());
     return std::string(path);
 }
 
+/// The path of the program, for which the dynamic linker has no name.
 std::string ProgramPath()
 {
     char path[4096];
     const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-    return Unmarked({path, length > 0 ? static_cast<std::size_t>(length) : 0});
+    return WithoutDeletedMark({path, length > 0 ? static_cast<std::size_t>(length) : 0});
 }
 
-/// The file that is mapped at an address, as the kernel has it; empty if there is none.
+/// The file that is mapped at an address, from /proc/self/maps, whose lines are `start-end mode offset device inode
+/// path`. Empty if no file is mapped there.
 std::string FileMappedAt(std::uintptr_t address)
 {
     std::ifstream maps("/proc/self/maps");
@@ -79,29 +87,34 @@ std::string FileMappedAt(std::uintptr_t address)
             std::from_chars(dash + 1, lineEnd, end, 16);
         if (start <= address && address < end) {
             const std::size_t path = line.find('/');
-            return path == std::string::npos ? std::string() : Unmarked(line.c_str() + path);
+            return path == std::string::npos ? std::string() : WithoutDeletedMark(line.c_str() + path);
         }
     }
     return {};
 }
 
-HINSTANCE FindModuleCalled(LPCWSTR name)
+/// Finds a module by its file name or its path. Case counts and no extension is appended, as file names on Linux
+/// require.
+/// @throws std::bad_alloc
+HINSTANCE FindModuleByName(LPCWSTR name)
 {
     std::string narrow = layer::ToUtf8(name);
     std::replace(narrow.begin(), narrow.end(), '\\', '/');
     const std::string program = ProgramPath();
     return FindModule([&](const dl_phdr_info& module, ModuleExtent) {
         const bool isProgram = module.dlpi_name == nullptr || *module.dlpi_name == '\0';
-        return IsCalled(isProgram ? std::string_view(program) : std::string_view(module.dlpi_name), narrow);
+        return MatchesName(isProgram ? std::string_view(program) : std::string_view(module.dlpi_name), narrow);
     });
 }
 
-/// The path of a module that the linker lists by this name.
+/// The path of a module.
+/// @param name  the name under which the dynamic linker lists it; empty for the program
 std::string PathOf(std::string name, HINSTANCE module)
 {
     if (name.empty())
         return ProgramPath();
-    // A module that was loaded by a relative path is where the process was then.
+    // A relative path was relative to the folder in which the process was at the time of loading, which is not known
+    // any more. The kernel knows the whole path.
     std::string mapped = name[0] == '/' ? std::string() : FileMappedAt(reinterpret_cast<std::uintptr_t>(module));
     return mapped.empty() ? name : mapped;
 }
@@ -134,7 +147,7 @@ std::string layer::ModulePath(HINSTANCE module)
 {
     const char* name = nullptr;
     const HINSTANCE found = FindModule([&](const dl_phdr_info& listed, ModuleExtent extent) {
-        name = listed.dlpi_name;
+        name = listed.dlpi_name;  // valid as long as the module is loaded, which is the caller's concern
         return module == nullptr || extent.Handle() == module;
     });
     return found == nullptr ? std::string() : PathOf(name == nullptr ? "" : name, found);
@@ -142,30 +155,30 @@ std::string layer::ModulePath(HINSTANCE module)
 
 std::vector<layer::LoadedModule> layer::LoadedModules()
 {
-    struct Listing {
+    struct ModuleList {
         std::vector<LoadedModule> Modules;
         bool OutOfMemory;
-    } listing{{}, false};
+    } list{{}, false};
     dl_iterate_phdr(
         [](dl_phdr_info* listed, std::size_t, void* data) {
-            auto& all = *static_cast<Listing*>(data);
+            auto& collected = *static_cast<ModuleList*>(data);
             const ModuleExtent extent = ExtentOf(*listed);
             if (extent.End == 0)
                 return 0;
-            try {  // an exception must not pass through the dynamic linker, which holds its lock
-                all.Modules.push_back(
-                    {extent.Handle(), PagesOf(extent), listed->dlpi_name == nullptr ? "" : listed->dlpi_name});
+            try {  // an exception that passed through the dynamic linker would leave its lock locked
+                collected.Modules.push_back(
+                    {extent.Handle(), BytesOfPages(extent), listed->dlpi_name == nullptr ? "" : listed->dlpi_name});
             } catch (const std::bad_alloc&) {
-                all.OutOfMemory = true;
+                collected.OutOfMemory = true;
             }
-            return all.OutOfMemory ? 1 : 0;
+            return collected.OutOfMemory ? 1 : 0;
         },
-        &listing);
-    if (listing.OutOfMemory)
+        &list);
+    if (list.OutOfMemory)
         throw std::bad_alloc();
-    for (LoadedModule& module : listing.Modules)
+    for (LoadedModule& module : list.Modules)
         module.Path = PathOf(std::move(module.Path), module.Handle);
-    return std::move(listing.Modules);
+    return std::move(list.Modules);
 }
 
 HMODULE GetModuleHandleW(LPCWSTR name)
@@ -173,7 +186,7 @@ HMODULE GetModuleHandleW(LPCWSTR name)
     if (name == nullptr)
         return FindModule([](const dl_phdr_info&, ModuleExtent) { return true; });
     try {
-        const HINSTANCE module = FindModuleCalled(name);
+        const HINSTANCE module = FindModuleByName(name);
         return module != nullptr ? module : layer::Fail(ERROR_MOD_NOT_FOUND, module);
     } catch (const std::bad_alloc&) {
         return layer::Fail(ERROR_OUTOFMEMORY, HMODULE{nullptr});
@@ -191,6 +204,7 @@ try {
     const std::size_t units = std::min<std::size_t>(path.size(), size - 1);
     std::copy_n(path.data(), units, buffer);
     buffer[units] = 0;
+    // A path that is cut still has its terminator; the result is then the whole size.
     return units == path.size() ? static_cast<DWORD>(units) : layer::Fail(ERROR_INSUFFICIENT_BUFFER, size);
 } catch (const std::bad_alloc&) {
     return layer::Fail(ERROR_OUTOFMEMORY, DWORD{0});

@@ -1,4 +1,7 @@
-// The section of an ELF file that holds a compiled resource file.
+// Finds the section of an ELF file that holds a compiled resource file.
+//
+// The ELF header has the place of the section headers; each section header has the place of its section and the offset
+// of its name in a section of names.
 #include "resources/elf_resource.h"
 
 #include "resources/resource_file.h"
@@ -13,26 +16,29 @@ using layer::Extent;
 
 constexpr char SectionName[] = ".rsrc";
 
+/// @tparam Header, Section  the records of the file's class, 32 or 64 bits
 template <class Header, class Section>
 std::optional<Extent> FindSection(ByteSource& file)
 {
     Header header{};
     if (!file.Get(0, header) || header.e_shoff == 0 || header.e_shentsize != sizeof(Section))
         return std::nullopt;
-    const auto section = [&](std::uint64_t index, Section& read) {
-        return file.Get(std::uint64_t{header.e_shoff} + index * sizeof read, read);
+    const auto readSection = [&](std::uint64_t index, Section& record) {
+        return file.Get(std::uint64_t{header.e_shoff} + index * sizeof record, record);
     };
-    // Numbers that do not fit the header stand in the first section, which is none.
+    // Section 0 is no section. A count or an index that does not fit into 16 bits of the header is in its record
+    // instead.
     Section first{};
-    if (!section(0, first))
+    if (!readSection(0, first))
         return std::nullopt;
     const std::uint64_t count = header.e_shnum != 0 ? header.e_shnum : std::uint64_t{first.sh_size};
     Section names{};
-    if (!section(header.e_shstrndx != SHN_XINDEX ? header.e_shstrndx : first.sh_link, names))
+    if (!readSection(header.e_shstrndx != SHN_XINDEX ? header.e_shstrndx : first.sh_link, names))
         return std::nullopt;
     const Extent nameTable{names.sh_offset, names.sh_size};
     Section candidate{};
-    for (std::uint64_t i = 1; i < count && section(i, candidate); ++i) {
+    for (std::uint64_t i = 1; i < count && readSection(i, candidate); ++i) {
+        // The comparison includes the terminator, so a longer name with this start is not found.
         const Extent name = nameTable.Part(candidate.sh_name, sizeof SectionName);
         if (candidate.sh_type != SHT_PROGBITS || name.Size != sizeof SectionName)
             continue;

@@ -1,4 +1,4 @@
-// Resources of ELF files: a compiled resource file in the section `.rsrc`.
+// Finds resources in ELF files, which have a compiled resource file in their section `.rsrc`.
 #pragma once
 
 #include "resources/byte_source.h"
@@ -6,8 +6,9 @@
 
 namespace layer {
 
-/// Finds a resource by type and name in a little-endian ELF file of 32 or 64 bits. The work and the result are bounded
-/// by the size of the source.
+/// Finds a resource by type and name in a little-endian ELF file of 32 or 64 bits. The time is bounded by the size of
+/// the source.
+/// @param found  receives the range of the data
 /// @return ERROR_SUCCESS; ERROR_BAD_EXE_FORMAT for a file of another kind; or the reason why there is no such resource:
 ///         ERROR_RESOURCE_DATA_NOT_FOUND, ERROR_RESOURCE_TYPE_NOT_FOUND
 DWORD FindElfResource(ByteSource& file, WORD type, WORD name, Extent& found);

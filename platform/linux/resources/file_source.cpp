@@ -1,8 +1,9 @@
-// Reads a file in two windows, as the reader of a module alternates between two tables.
+// Reads a file through two windows, each filled again when the bytes that are wanted lie outside both.
 #include "resources/file_source.h"
 
 #include "base/last_error.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <limits>
 
@@ -14,21 +15,22 @@ FileSource::FileSource(const char* path) : File(open(path, O_RDONLY | O_CLOEXEC 
         Error = ErrorFromErrno(errno);
 }
 
-bool FileSource::Window::Holds(std::uint64_t at, std::size_t count) const
+bool FileSource::Window::Contains(std::uint64_t at, std::size_t count) const
 {
     return at >= Start && at - Start <= Size && count <= Size - (at - Start);
 }
 
 Bytes FileSource::View(std::uint64_t at, std::size_t count)
 {
-    if (count > MostInView)
+    if (count > MaxViewBytes)
         return {};
-    if (!Windows[Latest].Holds(at, count)) {
+    if (!Windows[Latest].Contains(at, count)) {
+        // The window that was used last keeps its content: the reader is likely to return to it.
         Latest = 1 - Latest;
         Window& window = Windows[Latest];
-        if (!window.Holds(at, count)) {
+        if (!window.Contains(at, count)) {
             window.Start = at;
-            window.Size = Read(at, window.Content, count, MostInView);
+            window.Size = Read(at, window.Content, count, MaxViewBytes);
             if (window.Size < count)
                 return {};
         }
@@ -44,6 +46,7 @@ std::size_t FileSource::Copy(std::uint64_t at, std::byte* to, std::size_t count)
 
 std::size_t FileSource::Read(std::uint64_t at, std::byte* to, std::size_t least, std::size_t most)
 {
+    // The offset comes from the file. One that off_t cannot hold lies beyond the end of any file.
     if (!File || at > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()) - most)
         return 0;
     std::size_t done = 0;

@@ -1,4 +1,4 @@
-// A file as a source of bytes.
+// A source that reads the bytes of a file as they are needed.
 #pragma once
 
 #include "base/descriptor.h"
@@ -6,16 +6,19 @@
 #include "system.h"
 
 #include <array>
+#include <cstddef>
+#include <cstdint>
 
 namespace layer {
 
-/// Reads as much of a file as is looked at. Two windows, as a reader goes to and fro between two tables.
+/// Reads a file through two windows, since a reader of a module alternates between two tables, such as section headers
+/// and section names.
 class FileSource final : public ByteSource {
 public:
-    /// Opens a file by its path in UTF-8. Waits for nobody, whatever the file is.
+    /// Opens a file by its path in UTF-8. Does not block, even if the file is a named pipe.
     explicit FileSource(const char* path);
 
-    /// The system error of the opening or of a read that failed; 0 if there was none.
+    /// The system error of opening the file or of a failed read; 0 if there was none.
     DWORD error() const { return Error; }
 
     Bytes View(std::uint64_t at, std::size_t count) override;
@@ -25,12 +28,12 @@ private:
     struct Window {
         std::uint64_t Start = 0;
         std::size_t Size = 0;
-        std::byte Content[MostInView];  // of which the first Size bytes are set
+        std::byte Content[MaxViewBytes];  // the first Size bytes are valid
 
-        bool Holds(std::uint64_t at, std::size_t count) const;
+        bool Contains(std::uint64_t at, std::size_t count) const;
     };
 
-    /// Reads on until the least that is wanted is there, or the file ends. @return how many bytes there are.
+    /// Reads until at least `least` bytes have been read or the file ends. @return the number of bytes read
     std::size_t Read(std::uint64_t at, std::byte* to, std::size_t least, std::size_t most);
 
     const Descriptor File;

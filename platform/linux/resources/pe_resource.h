@@ -1,4 +1,4 @@
-// Resources of PE files.
+// Finds resources in PE files.
 #pragma once
 
 #include "resources/byte_source.h"
@@ -6,10 +6,11 @@
 
 namespace layer {
 
-/// Finds a resource by type and name in a PE file, PE32 or PE32+. The work and the result are bounded by the size of
-/// the source.
+/// Finds a resource by type and name in a PE file, PE32 or PE32+. The time is bounded by the size of the source.
+/// @param found  receives the range of the data
 /// @return ERROR_SUCCESS; ERROR_BAD_EXE_FORMAT for a file of another kind; or the reason why there is no such resource:
-///         ERROR_RESOURCE_DATA_NOT_FOUND, ERROR_RESOURCE_TYPE_NOT_FOUND, ERROR_RESOURCE_NAME_NOT_FOUND
+///         ERROR_RESOURCE_DATA_NOT_FOUND, ERROR_RESOURCE_TYPE_NOT_FOUND, ERROR_RESOURCE_NAME_NOT_FOUND,
+///         ERROR_RESOURCE_LANG_NOT_FOUND
 DWORD FindPeResource(ByteSource& file, WORD type, WORD name, Extent& found);
 
 }  // namespace layer

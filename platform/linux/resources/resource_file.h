@@ -1,4 +1,4 @@
-// Compiled resource files (.res): entries of a header and data behind each other.
+// Reads compiled resource files (.res).
 #pragma once
 
 #include "resources/byte_source.h"
@@ -8,8 +8,8 @@
 
 namespace layer {
 
-/// What a program gets of a resource in several languages: US English where it is there, else the neutral form,
-/// else the first. The highest rank wins, and the first of equals; none is lower than 1.
+/// The choice among the languages of a resource: US English, else the neutral language, else the first one. The
+/// language of the highest rank is chosen, and the first of equal ones; each rank is at least 1.
 constexpr int BestLanguageRank = 3;
 constexpr int LanguageRank(WORD language)
 {
@@ -18,14 +18,17 @@ constexpr int LanguageRank(WORD language)
     return language == usEnglish ? BestLanguageRank : language == neutral ? 2 : 1;
 }
 
-/// Where the data of a resource with a numeric type and name stands in the source, by the rule of languages. Nothing
-/// if the file, a part of the source, does not have it; a malformed file ends where it stops making sense.
+/// Finds the data of a resource with a numeric type and name, in the language of the highest rank. A malformed file
+/// ends at its first invalid entry.
+/// @param file  the range of the resource file in the source
+/// @return the range of the data in the source, or nothing
 std::optional<Extent> FindResource(ByteSource& source, const Extent& file, WORD type, WORD name);
 
 /// The same for a file in memory.
 std::optional<Bytes> FindResource(Bytes file, WORD type, WORD name);
 
-/// A row of the file's string tables, as the bytes of its units; empty for a row that is not there.
+/// Finds a row of the file's string tables. @return the bytes of its units, without a terminator; empty if there is
+/// none
 Bytes FindString(Bytes file, UINT row);
 
 }  // namespace layer

@@ -1,10 +1,19 @@
-// Version blocks: a tree of nodes, each a record of lengths, a key, a value and children. Every part of a node starts
-// on a multiple of four from the block's own start.
+// Queries version blocks.
+//
+// A block is a tree of nodes. A node is a record of its lengths, a key (a text with a terminator), a value and its
+// children. Each part starts at a multiple of four from the start of the block. The root is VS_VERSION_INFO, with a
+// VS_FIXEDFILEINFO as its value; texts are at paths such as \StringFileInfo\040904B0\FileVersion.
+//
+// The lengths come from a file, so each one is limited by the end of the node, and of the node above it.
 #include "resources/version_block.h"
 
 #include "base/last_error.h"
 #include "resources/byte_source.h"
 #include "text/case_fold.h"
+#include "text/text.h"
+
+#include <algorithm>
+#include <cstring>
 
 namespace {
 
@@ -13,27 +22,29 @@ using layer::ReadAt;
 
 constexpr std::size_t Alignment = 4;
 
-/// The front of a node; its key follows.
+/// The start of a node; its key follows.
 struct NodeRecord {
-    WORD Bytes;  // of the whole node, without what fills up to the next
-    WORD ValueLength;
-    WORD IsText;  // then ValueLength counts units
+    WORD Bytes;        // of the whole node, without the padding before the next one
+    WORD ValueLength;  // in units for a text, else in bytes
+    WORD IsText;
 };
 
+/// A node that was read. Offsets count from the start of the block.
 struct Node {
     layer::TextView Key;
     Bytes Value;
-    std::size_t Children = 0;  // where the first one starts
+    std::size_t Children = 0;  // offset of the first one
     std::size_t End = 0;
     bool IsText = false;
 };
 
+/// Rounds an offset up to a part's alignment, but not beyond `end`.
 std::size_t AlignedWithin(std::size_t at, std::size_t end)
 {
     return std::min(static_cast<std::size_t>(layer::AlignUp(at, Alignment)), end);
 }
 
-/// The text at the front of these bytes, up to the first zero unit or to their end.
+/// The text at the start of some bytes, up to the first zero unit or to their end.
 layer::TextView TextAt(Bytes bytes)
 {
     const auto* const units = reinterpret_cast<const WCHAR*>(bytes.data());
@@ -41,14 +52,18 @@ layer::TextView TextAt(Bytes bytes)
     return all.substr(0, all.find(WCHAR{0}));
 }
 
-/// The value of the root, which has a size of its own: what the record says of it cannot lose the numbers.
+/// Whether a value is the VS_FIXEDFILEINFO of the root. Its size is known, so a wrong ValueLength in the record does no
+/// harm.
 bool IsFixedVersion(Bytes value)
 {
     constexpr DWORD signature = 0xFEEF04BD;
     return value.size() >= sizeof(VS_FIXEDFILEINFO) && ReadAt<DWORD>(value.data()) == signature;
 }
 
-/// Reads the node at `at`, of which nothing lies behind `end`. False where there is none; a sound one is never empty.
+/// Reads a node. A node that was read is longer than 0 bytes, so a walk over nodes always ends.
+/// @param at   its offset
+/// @param end  the end of the node above it
+/// @return false if there is no valid node
 bool ReadNode(Bytes block, std::size_t at, std::size_t end, Node& node)
 {
     if (end - at < sizeof(NodeRecord))
@@ -71,19 +86,19 @@ bool ReadNode(Bytes block, std::size_t at, std::size_t end, Node& node)
     return true;
 }
 
-bool AreAlike(layer::TextView one, layer::TextView other)
+bool EqualIgnoringCase(layer::TextView one, layer::TextView other)
 {
     return std::equal(one.begin(), one.end(), other.begin(), other.end(),
                       [](WCHAR a, WCHAR b) { return layer::Fold(a) == layer::Fold(b); });
 }
 
-/// Goes from a node to its first child of this name.
-bool Enter(Bytes block, layer::TextView name, Node& node)
+/// Replaces a node by its first child with this name. @return false if it has none
+bool EnterChild(Bytes block, layer::TextView name, Node& node)
 {
     Node child;
     for (std::size_t at = node.Children; ReadNode(block, at, node.End, child);
          at = AlignedWithin(child.End, node.End)) {
-        if (AreAlike(child.Key, name)) {
+        if (EqualIgnoringCase(child.Key, name)) {
             node = child;
             return true;
         }
@@ -91,12 +106,13 @@ bool Enter(Bytes block, layer::TextView name, Node& node)
     return false;
 }
 
-/// Goes along a path of names with backslashes between and around them.
-bool Follow(Bytes block, layer::TextView path, Node& node)
+/// Replaces a node by the one at a path below it: names with backslashes between them. Empty names are skipped, so `\`
+/// is the node itself. @return false if there is none
+bool FollowPath(Bytes block, layer::TextView path, Node& node)
 {
     while (!path.empty()) {
         const layer::TextView name = path.substr(0, path.find(WCHAR{'\\'}));
-        if (!name.empty() && !Enter(block, name, node))
+        if (!name.empty() && !EnterChild(block, name, node))
             return false;
         path.remove_prefix(std::min(name.size() + 1, path.size()));
     }
@@ -105,7 +121,7 @@ bool Follow(Bytes block, layer::TextView path, Node& node)
 
 }  // namespace
 
-bool layer::SealVersionBlock(std::byte* block, std::size_t size)
+bool layer::ClampVersionBlock(std::byte* block, std::size_t size)
 {
     if (size < sizeof(NodeRecord))
         return false;
@@ -121,14 +137,15 @@ BOOL VerQueryValueW(LPCVOID data, LPCWSTR query, LPVOID* value, UINT* length)
     const auto* const start = static_cast<const std::byte*>(data);
     const Bytes block(start, ReadAt<WORD>(start));
     Node node;
-    if (!ReadNode(block, 0, block.size(), node) || !Follow(block, query, node)) {
+    if (!ReadNode(block, 0, block.size(), node) || !FollowPath(block, query, node)) {
         *length = 0;
         return layer::Fail(ERROR_RESOURCE_TYPE_NOT_FOUND, FALSE);
     }
     *value = const_cast<std::byte*>(node.Value.data());
     *length = static_cast<UINT>(node.Value.size());
     if (node.IsText) {
-        // Some tools count bytes: a text ends with its first zero unit, which counts, and never behind the node.
+        // Some resource compilers write the length of a text in bytes. So the length is determined from the text
+        // itself, with its terminator and up to the end of the node.
         const std::size_t room =
             node.Value.empty() ? 0 : node.End - static_cast<std::size_t>(node.Value.data() - start);
         const std::size_t units = room / sizeof(WCHAR);

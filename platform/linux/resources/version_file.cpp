@@ -1,4 +1,4 @@
-// Reads the version block of a module's file, whatever kind of module it is.
+// Reads the version block of a module's file, PE or ELF.
 #include "resources/version_file.h"
 
 #include "base/last_error.h"
@@ -8,30 +8,28 @@
 #include "resources/pe_resource.h"
 #include "resources/version_block.h"
 
-#include <new>
+#include <string>
 
 namespace {
 
 using layer::Extent;
 using layer::Fail;
 
-/// Opens the file of a path and gives its source and its block to `use`, whose result counts.
+/// Opens a file and finds its version block.
+/// @param use  called with the file and the range of the block; its result is the result
+/// @return the system error, or what `use` returned
 template <class Use>
 DWORD WithVersionBlock(LPCWSTR path, Use use)
 {
     std::string translated;
-    try {
-        if (const DWORD error = layer::TranslatePath(path, translated); error != ERROR_SUCCESS)
-            return error;
-    } catch (const std::bad_alloc&) {
-        return ERROR_OUTOFMEMORY;
-    }
+    if (const DWORD error = layer::TranslatePath(path, translated); error != ERROR_SUCCESS)
+        return error;
     layer::FileSource file(translated.c_str());
     if (file.error() != ERROR_SUCCESS)
         return file.error();
     Extent block;
     const DWORD error = layer::FindVersionBlock(file, block);
-    // A file that cannot be read looks like one that ends early.
+    // If a read failed, the search saw a file that ends early. The error of the read is then the true one.
     return file.error() != ERROR_SUCCESS ? file.error() : error != ERROR_SUCCESS ? error : use(file, block);
 }
 
@@ -39,13 +37,14 @@ DWORD WithVersionBlock(LPCWSTR path, Use use)
 
 DWORD layer::FindVersionBlock(ByteSource& file, Extent& found)
 {
-    constexpr std::uint64_t most = 0xFFFF;
+    constexpr std::uint64_t maxBytes = 0xFFFF;
+    // ERROR_BAD_EXE_FORMAT means "not a PE file"; any other error is final.
     DWORD error = FindPeResource(file, VersionType, VersionName, found);
     if (error == ERROR_BAD_EXE_FORMAT)
         error = FindElfResource(file, VersionType, VersionName, found);
     if (error != ERROR_SUCCESS)
         return error;
-    found = found.Part(0, most);
+    found = found.Part(0, maxBytes);
     return found.Size != 0 ? ERROR_SUCCESS : ERROR_RESOURCE_DATA_NOT_FOUND;
 }
 
@@ -66,9 +65,10 @@ BOOL GetFileVersionInfoW(LPCWSTR path, DWORD, DWORD size, LPVOID data)
     if (data == nullptr)
         return Fail(ERROR_INVALID_PARAMETER, FALSE);
     const DWORD error = WithVersionBlock(path, [&](layer::FileSource& file, const Extent& block) {
+        // A buffer that is too small gets the start of the block, as published.
         auto* const bytes = static_cast<std::byte*>(data);
         const std::size_t copied = file.Copy(block.Start, bytes, static_cast<std::size_t>(block.Part(0, size).Size));
-        return layer::SealVersionBlock(bytes, copied) ? ERROR_SUCCESS : ERROR_RESOURCE_DATA_NOT_FOUND;
+        return layer::ClampVersionBlock(bytes, copied) ? ERROR_SUCCESS : ERROR_RESOURCE_DATA_NOT_FOUND;
     });
     return error == ERROR_SUCCESS ? TRUE : Fail(error, FALSE);
 }

@@ -1,4 +1,4 @@
-// The version block of a module's file: PE or ELF.
+// Finds the version block in a module's file, PE or ELF.
 #pragma once
 
 #include "resources/byte_source.h"
@@ -6,13 +6,14 @@
 
 namespace layer {
 
-// The number of a version block, as a type of resources and as the only name of that type.
+// The numeric type of a version resource, and the only name in use for that type.
 constexpr WORD VersionType = 16;
 constexpr WORD VersionName = 1;
 
-/// Finds the version block of a file of any kind. A block has at most 65,535 bytes, the largest length that it can
-/// state.
-/// @return ERROR_SUCCESS, or the system error as FindPeResource and FindElfResource give it
+/// Finds the version block in a PE or ELF file. Bytes after the first 65,535 are cut off: a block cannot state a
+/// greater length.
+/// @param found  receives the range of the block, which is not empty
+/// @return ERROR_SUCCESS, or the system error as FindPeResource and FindElfResource return it
 DWORD FindVersionBlock(ByteSource& file, Extent& found);
 
 }  // namespace layer
