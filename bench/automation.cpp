@@ -1,4 +1,5 @@
-// Lists between vectors and safe arrays, to the allocations and copies that nobody can do without.
+// Measures conversions between vectors and safe arrays. The floor is the allocations and copies that each conversion
+// needs.
 #include "rows.h"
 
 #include "tessmaru/automation.h"
@@ -16,7 +17,7 @@ constexpr std::size_t Units = 20;
 constexpr std::size_t Numbers = 1000000;
 constexpr std::size_t Variants = 10000;
 
-/// A list of `bytes` for each string, and as many blocks with the strings' units: made, filled and freed again.
+/// Makes, fills and frees a list with `bytes` for each string, and a block for each string's units.
 void FillBlocks(const std::vector<utility::wstring>& source, std::size_t bytes, std::size_t further)
 {
     auto* const list = static_cast<std::byte*>(std::calloc(source.size(), bytes));
@@ -128,7 +129,7 @@ Comparison CompareVariants(const Plan& plan)
 
 }  // namespace
 
-void MeasureAutomation(const Plan& plan, const tools::ScratchFolder&)
+void MeasureAutomation(const Plan& plan, const testkit::ScratchFolder&)
 {
     PrintHeading("Lists as safe arrays");
     PrintRow("10,000 strings of 20 units in, to malloc, memcpy", CompareStringsIn(plan), {1.7, 0});

@@ -1,21 +1,23 @@
-// Prints what the library costs, each figure as a ratio to a floor or to another library, measured in the same
-// run. A plain program: its rows compare pairs in turns and over several processes, which the usual
-// harness for one function at a time does not do.
+// The benchmark: prints the cost of the library, each figure as a ratio to a floor or to another library, measured in
+// the same run. It is a plain program because its rows compare pairs in turns and across processes, which the usual
+// harness for single functions does not do.
 //
 //     bench [--rounds n] [--records n] [--folder directory] [--only group]
 #include "rows.h"
 
+#include "testkit/file_content.h"
+#include "testkit/program.h"
+#include "testkit/settings_text.h"
+
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <string_view>
 
 #include <unistd.h>
 
 namespace bench {
 
-// The last column sets each way's best round against the other's best: what a machine with other work on it
-// disturbs least.
+// The last column compares the best rounds of both sides, which other work on the machine disturbs least.
 void PrintHeading(const char* group)
 {
     std::printf("\n%s\n%-44s %10s %10s   %s\n", group, "", "ns", "floor ns",
@@ -37,22 +39,21 @@ void PrintRow(const std::string& what, const Comparison& comparison, const Goal&
 
 void MakeStore(const std::filesystem::path& path, const std::filesystem::path& log, unsigned furtherValues)
 {
-    const std::string root = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Orvane Electronics Limited\\Veltrix\\4.09.00-en\\";
-    std::ofstream store(path, std::ios::trunc);
-    store << "Windows Registry Editor Version 5.00\n\n"
-          << root << "Log\\Application]\n\"FilePath\"=\"" << log.string() << "\"\n\"DebugMask\"=\"1\"\n\n"
-          << root << "UDP]\n\"PortNumber\"=dword:00002328\n";
+    std::string store(testkit::ExportHeading);
+    store += testkit::LogSection(log.string(), "1");
+    store += testkit::Section(testkit::SuiteKey + "UDP", "\"PortNumber\"=dword:00002328\r\n");
     for (unsigned i = 0; i < furtherValues; ++i) {
         if (i % 100 == 0)
-            store << '\n' << root << "Sites\\" << i / 100 << "]\n";
-        store << "\"Value" << i << "\"=\"text of value " << i << "\"\n";
+            store += testkit::Section(testkit::SuiteKey + "Sites\\" + std::to_string(i / 100), "");
+        store += testkit::TextValue("Value" + std::to_string(i), "text of value " + std::to_string(i));
     }
+    testkit::WriteFile(path, store);
     setenv("VELTRIX_REGISTRY", path.c_str(), 1);
 }
 
 std::string Neighbour(const std::string& name)
 {
-    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
+    const std::filesystem::path program = testkit::ThisProgram().replace_filename(name);
     return std::filesystem::exists(program) ? program.string() : std::string();
 }
 
@@ -76,7 +77,7 @@ Plan ReadPlan(int count, char** arguments)
     return plan;
 }
 
-/// Where named mutexes lie by default, so that they are measured there; else the folder of the files.
+/// The default folder of named mutexes, to measure them there; otherwise the folder of the files.
 std::filesystem::path RuntimeParent(const Plan& plan)
 {
     return access("/dev/shm", W_OK) == 0 ? std::filesystem::path("/dev/shm") : plan.Folder;
@@ -88,15 +89,15 @@ std::filesystem::path RuntimeParent(const Plan& plan)
 int main(int count, char** arguments)
 try {
     const bench::Plan plan = bench::ReadPlan(count, arguments);
-    const tools::ScratchFolder scratch(plan.Folder);
-    const tools::ScratchFolder runtime(bench::RuntimeParent(plan));
-    setenv("VELTRIX_RUNTIME", runtime.Path().c_str(), 1);
+    const testkit::ScratchFolder scratch(plan.Folder);
+    const testkit::ScratchFolder runtime(bench::RuntimeParent(plan));
+    setenv("VELTRIX_RUNTIME", runtime.path().c_str(), 1);
     std::printf("files in %s, named mutexes in %s, %ld processors, %u rounds, %u records a run\n",
-                scratch.Path().c_str(), runtime.Path().c_str(), sysconf(_SC_NPROCESSORS_ONLN), plan.Rounds,
+                scratch.path().c_str(), runtime.path().c_str(), sysconf(_SC_NPROCESSORS_ONLN), plan.Rounds,
                 plan.Records);
     const struct {
         std::string_view Name;
-        void (*Measure)(const bench::Plan&, const tools::ScratchFolder&);
+        void (*Measure)(const bench::Plan&, const testkit::ScratchFolder&);
     } groups[] = {{"records", bench::MeasureRecords},       {"calls", bench::MeasureCalls},
                   {"settings", bench::MeasureSettings},     {"errors", bench::MeasureErrors},
                   {"automation", bench::MeasureAutomation}, {"frames", bench::MeasureFrames},

@@ -1,4 +1,4 @@
-// Calls that cost no system call: a named mutex that nobody else wants, and a debug record that is filtered out.
+// Measures calls without system calls: a named mutex without contention, and a debug record that is filtered out.
 #include "empty_call.h"
 #include "rows.h"
 
@@ -16,32 +16,31 @@ namespace {
 
 using namespace utility::literals;
 
-/// The kernel-supported lock that survives its holder's death, between processes.
+/// The lock between processes that the kernel releases after its holder's death.
 class RobustMutex {
 public:
-    explicit RobustMutex(const std::filesystem::path& path)
-        : Mutex(static_cast<pthread_mutex_t*>(tools::MapFile(path, sizeof(pthread_mutex_t))))
+    explicit RobustMutex(const std::filesystem::path& path) : Mutex(path)
     {
         pthread_mutexattr_t attributes;
         pthread_mutexattr_init(&attributes);
         pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
         pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
         pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-        pthread_mutex_init(Mutex, &attributes);
+        pthread_mutex_init(&*Mutex, &attributes);
         pthread_mutexattr_destroy(&attributes);
     }
 
     void Turn()
     {
-        pthread_mutex_lock(Mutex);
-        pthread_mutex_unlock(Mutex);
+        pthread_mutex_lock(&*Mutex);
+        pthread_mutex_unlock(&*Mutex);
     }
 
 private:
-    pthread_mutex_t* Mutex;
+    testkit::SharedValue<pthread_mutex_t> Mutex;
 };
 
-/// A thread that does nothing, in a process that would have a single one without it.
+/// A thread that does nothing: with it the process has more than one.
 class IdleThread {
 public:
     IdleThread() : Thread([this] { End.wait(false); }) {}
@@ -61,7 +60,7 @@ private:
 
 Comparison CompareMutex(const Plan& plan)
 {
-    const tools::ScratchFolder folder(std::getenv("VELTRIX_RUNTIME"));
+    const testkit::ScratchFolder folder(std::getenv("VELTRIX_RUNTIME"));
     RobustMutex robust(folder / "robust");
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, u"Bench.Mutex"_w);
     if (mutex == nullptr)
@@ -74,9 +73,9 @@ Comparison CompareMutex(const Plan& plan)
         turn, [&](unsigned) { robust.Turn(); }, plan.Calls, plan.Rounds);
 }
 
-Comparison CompareMasked(const Plan& plan, const tools::ScratchFolder& scratch)
+Comparison CompareMasked(const Plan& plan, const testkit::ScratchFolder& scratch)
 {
-    const tools::ScratchFolder folder(scratch.Path());
+    const testkit::ScratchFolder folder(scratch.path());
     MakeStore(folder / "registry.reg", folder / "App.log", 0);
     utilities::CLog* log = utilities::CLog::GetInstance();
     if (log == nullptr)
@@ -89,7 +88,7 @@ Comparison CompareMasked(const Plan& plan, const tools::ScratchFolder& scratch)
 
 }  // namespace
 
-void MeasureCalls(const Plan& plan, const tools::ScratchFolder& scratch)
+void MeasureCalls(const Plan& plan, const testkit::ScratchFolder& scratch)
 {
     PrintHeading("Calls that meet no other thread");
     PrintRow("named mutex, to a robust pthread mutex", InOwnProcess([&] { return CompareMutex(plan); }), {2, 0});

@@ -1,11 +1,10 @@
-// What the benchmark and the writing processes that it starts have in common, in a file that they map.
+// The state that the benchmark shares with the writing processes, in a file that they map.
 #pragma once
 
-#include "tools/family.h"
+#include "testkit/mapped_file.h"
 
 #include <atomic>
 #include <cstdint>
-#include <filesystem>
 
 #include <time.h>
 
@@ -13,8 +12,8 @@ namespace bench {
 
 constexpr unsigned MostLanes = 16;
 
-/// One run: every thread of every process has a lane. All start together and are timed from the first start
-/// to the last end.
+/// One run. Every thread of every process has a lane. All start together and are timed from the first start to the last
+/// end.
 struct Course {
     std::atomic<std::uint32_t> Ready;  // lanes that wait for the start
     std::atomic<std::uint32_t> Go;
@@ -26,10 +25,7 @@ struct Course {
     } Lanes[MostLanes];
 };
 
-inline Course& OpenCourse(const std::filesystem::path& path)
-{
-    return *static_cast<Course*>(tools::MapFile(path, sizeof(Course)));
-}
+using SharedCourse = testkit::SharedValue<Course>;
 
 /// Nanoseconds of the clock that all processes share.
 inline std::int64_t Now()

@@ -1,4 +1,4 @@
-// A shared library of its own, as the log is one: no caller sees that there is nothing in it.
+// An empty function in its own shared library, as the log is in one: the compiler cannot see that it is empty.
 #include "empty_call.h"
 
 namespace bench {

@@ -1,4 +1,4 @@
-// The least that a call with a variable argument list costs: into a shared library, and nothing in it.
+// The floor of a call with a variable argument list: an empty function in a shared library.
 #pragma once
 
 namespace bench {

@@ -1,4 +1,4 @@
-// The text of failures: a name looked up, to a binary search of the same table, and a whole line.
+// Measures texts of failures: the look-up of a name, to a binary search of the same table, and a whole line.
 #include "rows.h"
 
 #include "errors/error_names.h"
@@ -19,7 +19,7 @@ constexpr std::uint32_t win32Errors[] = {
 #undef NAME
 };
 
-/// Keys of the table in random order, more of them than a processor can learn by heart.
+/// Keys of the table in random order, more than a branch predictor can learn.
 template <std::size_t Rows>
 std::vector<std::uint32_t> RandomKeys(const std::uint32_t (&values)[Rows])
 {
@@ -52,7 +52,7 @@ Comparison CompareLine(const Plan& plan)
 
 }  // namespace
 
-void MeasureErrors(const Plan& plan, const tools::ScratchFolder&)
+void MeasureErrors(const Plan& plan, const testkit::ScratchFolder&)
 {
     PrintHeading("Text of failures");
     PrintRow("std::lower_bound, to a name by whole value", CompareLookUp(plan, hresults, HResultName), {0, 5});

@@ -1,4 +1,4 @@
-// Frames: both directions to a copy of the frame and to the plain form, and the key of a password.
+// Measures frames, in both directions, to a copy of the frame and to the plain form; and the key of a password.
 #include "rows.h"
 
 #include "frame/cipher.h"
@@ -11,7 +11,7 @@ namespace {
 
 constexpr ULONG key = 0x9D3A5C77;
 
-/// A frame that is scrambled again and again, in place.
+/// A frame that is scrambled repeatedly in place.
 struct Frame {
     explicit Frame(unsigned length) : Length(length), Bytes(length, 'x') {}
 
@@ -19,7 +19,7 @@ struct Frame {
     std::vector<unsigned char> Bytes;
 };
 
-/// How many of a call fit into the time of a round.
+/// The number of calls that fill a round.
 unsigned CallsFor(const Plan& plan, unsigned length)
 {
     return plan.Calls * 10 / (length + 100) + 1;
@@ -41,7 +41,7 @@ auto By(frame::Transform* transform)
     return [transform](Frame& frame) { transform(frame.Bytes.data(), frame.Length, key); };
 }
 
-/// Each form has to be worth its code on long frames; what it costs on short ones is shown.
+/// Each form must pay off on long frames. Its cost on short ones is shown without a goal.
 void CompareForms(const Plan& plan, unsigned length, double goal)
 {
     if (!__builtin_cpu_supports("ssse3"))
@@ -56,7 +56,7 @@ void CompareForms(const Plan& plan, unsigned length, double goal)
 
 }  // namespace
 
-void MeasureFrames(const Plan& plan, const tools::ScratchFolder&)
+void MeasureFrames(const Plan& plan, const testkit::ScratchFolder&)
 {
     constexpr unsigned longest = 65535;
     constexpr unsigned usual = 1500;

@@ -1,18 +1,16 @@
-// Two ways beside each other, in turns, in one process: what one costs in units of the other.
+// Compares the cost of two calls, measured in turns in one process.
 #pragma once
 
 #include "course.h"
 
+#include "testkit/linux/child.h"
+#include "testkit/scratch_folder.h"
+
 #include <algorithm>
 #include <cstddef>
-#include <exception>
 #include <functional>
 #include <stdexcept>
 #include <vector>
-
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace bench {
 
@@ -51,7 +49,7 @@ double Time(Call call, unsigned calls)
     return static_cast<double>(Now() - begin) / calls;
 }
 
-/// Both ways in turns, each first in every other round. The first round does not count.
+/// Measures both calls in turns; each is first in every second round. The first round does not count.
 template <class Subject, class Floor>
 Comparison Compare(Subject subject, Floor floor, unsigned calls, unsigned rounds)
 {
@@ -72,31 +70,15 @@ Comparison Compare(Subject subject, Floor floor, unsigned calls, unsigned rounds
     return {SpreadOf(subjects), SpreadOf(floors), SpreadOf(ratios)};
 }
 
-/// Runs `work` in a process of its own, which reads the environment as it is now and keeps what it opens to
-/// itself.
-/// @throws std::runtime_error if `work` threw, or the process ended in another way.
+/// Runs `work` in a child process, which reads the environment as it is now. Nothing that it opens stays open here.
+/// @throws std::runtime_error if the child fails.
 inline Comparison InOwnProcess(const std::function<Comparison()>& work)
 {
-    int ends[2];
-    if (pipe(ends) != 0)
-        throw std::runtime_error("no pipe");
-    const pid_t process = fork();
-    if (process == 0) {
-        bool done = false;
-        try {
-            const Comparison result = work();
-            done = write(ends[1], &result, sizeof result) == sizeof result;
-        } catch (const std::exception&) {
-        }
-        _exit(done ? 0 : 1);
-    }
-    close(ends[1]);
-    Comparison result{};
-    const bool got = read(ends[0], &result, sizeof result) == sizeof result;
-    close(ends[0]);
-    if (process < 0 || waitpid(process, nullptr, 0) != process || !got)
+    const testkit::ScratchFolder folder;
+    const testkit::SharedValue<Comparison> result(folder / "result");
+    if (testkit::Child([&] { *result = work(); }).Wait() != 0)
         throw std::runtime_error("a measuring process failed");
-    return result;
+    return *result;
 }
 
 }  // namespace bench

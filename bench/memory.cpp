@@ -1,4 +1,4 @@
-// Peak memory of a program that logs, beside that of an empty one.
+// Measures the peak memory of a program that logs, and of an empty one.
 #include "rows.h"
 
 #include <cstdio>
@@ -6,7 +6,7 @@
 namespace bench {
 namespace {
 
-/// What the program tells, in kB; the middle of several runs.
+/// The peak memory that the program prints, in kB: the median of several runs.
 double PeakOf(const std::string& program)
 {
     std::vector<double> peaks;
@@ -22,7 +22,7 @@ double PeakOf(const std::string& program)
 
 }  // namespace
 
-void MeasureMemory(const Plan&, const tools::ScratchFolder& scratch)
+void MeasureMemory(const Plan&, const testkit::ScratchFolder& scratch)
 {
     MakeStore(scratch / "registry.reg", scratch / "App.log", 0);
     const double empty = PeakOf(Neighbour("memory_empty"));

@@ -1,4 +1,4 @@
-// An empty program, which tells its peak memory.
+// An empty program that prints its peak memory.
 #include "peak_memory.h"
 
 #include <cstdio>

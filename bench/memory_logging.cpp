@@ -1,4 +1,4 @@
-// A program that opens the log and writes to it, and tells its peak memory.
+// A program that opens the log, writes to it and prints its peak memory.
 #include "peak_memory.h"
 
 #include "tessmaru/log.h"

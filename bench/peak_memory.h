@@ -1,4 +1,4 @@
-// The most memory that this process has had resident so far.
+// The peak memory of this process: the most that has been resident so far.
 #pragma once
 
 #include <cstdlib>
@@ -9,7 +9,7 @@
 
 namespace bench {
 
-/// In kB, as the kernel tells it; 0 if it does not. Reads into a buffer on the stack, to add nothing to it.
+/// In kB, as the kernel reports it; 0 if it does not. Reads into a buffer on the stack, to add nothing itself.
 inline long PeakMemory()
 {
     char status[4096] = {};

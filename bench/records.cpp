@@ -1,6 +1,8 @@
-// Whole records, written by one thread, by four processes and by four threads. Each way has a program of its
-// own, started afresh for each run on a new file; only the writing is timed.
+// Measures whole records, written by one thread, by four processes and by four threads. Each way to write has its own
+// program, which starts again for each run on a new file. Only the writing is timed.
 #include "rows.h"
+
+#include "testkit/process_family.h"
 
 #include <chrono>
 #include <cstdio>
@@ -26,18 +28,19 @@ struct Way {
     double Bytes = 0;                   // of a record, from the size of the last run's file
 };
 
-/// One run of one way. Gives nanoseconds for a record.
+/// One run of one way. @return nanoseconds for a record.
 double RunOnce(Way& way, const Shape& shape, const Plan& plan, const std::filesystem::path& scratch)
 {
     const std::string program = Neighbour(way.Program);
-    const tools::ScratchFolder folder(scratch);
+    const testkit::ScratchFolder folder(scratch);
     const std::filesystem::path log = folder / "App.log";
     MakeStore(folder / "registry.reg", log, 0);
-    Course& course = OpenCourse(folder / "course");
+    const SharedCourse shared(folder / "course");
+    Course& course = *shared;
     const unsigned lanes = shape.Processes * shape.Threads;
     course.Records = plan.Records / lanes;
 
-    tools::Family family(program);
+    testkit::ProcessFamily family(program);
     for (unsigned process = 0; process < shape.Processes; ++process) {
         family.Start({(folder / "course").string(), log.string(), std::to_string(process * shape.Threads),
                       std::to_string(shape.Threads)});
@@ -48,7 +51,7 @@ double RunOnce(Way& way, const Shape& shape, const Plan& plan, const std::filesy
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     course.Go = 1;
-    const bool sound = family.Leave() && course.Failed == 0;
+    const bool sound = family.End() && course.Failed == 0;
     std::int64_t begin = course.Lanes[0].Begin;
     std::int64_t end = course.Lanes[0].End;
     for (unsigned lane = 1; lane < lanes; ++lane) {
@@ -57,7 +60,6 @@ double RunOnce(Way& way, const Shape& shape, const Plan& plan, const std::filesy
     }
     const double records = static_cast<double>(course.Records) * lanes;
     way.Bytes = static_cast<double>(std::filesystem::file_size(log)) / records;
-    munmap(&course, sizeof course);
     if (!sound)
         throw std::runtime_error(program + " could not write all its records");
     return static_cast<double>(end - begin) / records;
@@ -71,7 +73,7 @@ Comparison CompareWays(const Way& subject, const Way& floor)
     return {SpreadOf(subject.Nanoseconds), SpreadOf(floor.Nanoseconds), SpreadOf(ratios)};
 }
 
-void MeasureShape(const Shape& shape, const Plan& plan, const tools::ScratchFolder& scratch)
+void MeasureShape(const Shape& shape, const Plan& plan, const testkit::ScratchFolder& scratch)
 {
     Way bare{"writer_floor", "seek and write"};
     Way log{"writer_tessmaru", "the log"};
@@ -84,7 +86,7 @@ void MeasureShape(const Shape& shape, const Plan& plan, const tools::ScratchFold
     for (unsigned round = 0; round <= plan.Rounds; ++round) {
         std::reverse(ways.begin(), ways.end());
         for (Way* way : ways) {
-            const double time = RunOnce(*way, shape, plan, scratch.Path());
+            const double time = RunOnce(*way, shape, plan, scratch.path());
             if (round != 0)
                 way->Nanoseconds.push_back(time);
         }
@@ -108,7 +110,7 @@ void MeasureShape(const Shape& shape, const Plan& plan, const tools::ScratchFold
 
 }  // namespace
 
-void MeasureRecords(const Plan& plan, const tools::ScratchFolder& scratch)
+void MeasureRecords(const Plan& plan, const testkit::ScratchFolder& scratch)
 {
     for (const Shape& shape : Shapes)
         MeasureShape(shape, plan, scratch);

@@ -1,4 +1,5 @@
-// One setting, read from a store that does not change, to one stat of the store: what finding out costs at least.
+// Measures the read of a setting from a store that does not change. The floor is one stat of the store, without which
+// no reader notices a change.
 #include "rows.h"
 
 #include "tessmaru/settings.h"
@@ -23,7 +24,7 @@ Comparison CompareRead(const Plan& plan, const std::filesystem::path& store)
 
 }  // namespace
 
-void MeasureSettings(const Plan& plan, const tools::ScratchFolder& scratch)
+void MeasureSettings(const Plan& plan, const testkit::ScratchFolder& scratch)
 {
     PrintHeading("Reading a setting");
     for (const unsigned values : {10U, 100000U}) {

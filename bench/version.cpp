@@ -1,15 +1,15 @@
-// Version blocks: a read in the process to the system calls that no reader can do without, and a program that prints
-// one to programs that do the same.
+// Measures version blocks: a read in the process, to the system calls that each reader needs, and a program that prints
+// a block, to other programs that do.
 #include "rows.h"
 
 #include "tessmaru/version.h"
-#include "tests/linux/resource_bytes.h"
+#include "testkit/file_content.h"
+#include "testkit/module_file_builder.h"
+#include "testkit/process.h"
+#include "testkit/version_block_builder.h"
 
 #include <fcntl.h>
-#include <fstream>
-#include <spawn.h>
-
-extern char** environ;
+#include <unistd.h>
 
 namespace bench {
 namespace {
@@ -46,21 +46,12 @@ Comparison CompareRead(const Plan& plan, const std::filesystem::path& path)
     return comparison;
 }
 
-/// Runs a program to its end, its output into nowhere.
+/// Runs a program to its end, without its output.
 void Run(const std::vector<std::string>& words)
 {
-    std::vector<char*> arguments;
-    for (const std::string& word : words)
-        arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t process = 0;
-    int status = -1;
-    const int error = posix_spawnp(&process, arguments[0], &actions, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (error != 0 || waitpid(process, &status, 0) != process || status != 0)
+    testkit::Process::Streams streams;
+    streams.DiscardOutput = true;
+    if (testkit::Process(words[0], {words.begin() + 1, words.end()}, streams).Wait() != 0)
         throw std::runtime_error(words[0] + " failed");
 }
 
@@ -69,7 +60,7 @@ void PrintProgram(const Plan& plan, const char* name, const std::vector<std::str
 {
     try {
         Run(words);
-    } catch (const std::runtime_error&) {
+    } catch (const std::runtime_error&) {  // also the std::system_error of a program that does not exist
         std::printf("%s: not installed\n", name);
         return;
     }
@@ -79,11 +70,11 @@ void PrintProgram(const Plan& plan, const char* name, const std::vector<std::str
 
 }  // namespace
 
-void MeasureVersion(const Plan& plan, const tools::ScratchFolder& scratch)
+void MeasureVersion(const Plan& plan, const testkit::ScratchFolder& scratch)
 {
     PrintHeading("Version blocks of files");
     const std::filesystem::path image = scratch / "image.dll";
-    std::ofstream(image, std::ios::binary) << support::PeFile(true, 4096, {{0x409, support::PlainBlock()}});
+    testkit::WriteFile(image, testkit::PeFile(true, 4096, {{0x409, testkit::PlainBlock()}}));
     PrintRow("the library, to open, pread and close", CompareRead(plan, Library()), {5, 0});
     PrintRow("a PE file, to open, pread and close", CompareRead(plan, image), {5, 0});
     const std::vector<std::string> own = {Neighbour("module_version"), image.string()};

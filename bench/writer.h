@@ -1,4 +1,4 @@
-// One way to write a record to a file that several processes share. Each program of the comparison has one.
+// A way to write records to a file that several processes share. Each writing program implements one.
 #pragma once
 
 #include <memory>
@@ -17,7 +17,7 @@ public:
     virtual bool Write(int number) = 0;
 };
 
-/// Opens the file for appending, as this program's way has it.
+/// Opens the file for appending in this program's way.
 std::unique_ptr<Writer> MakeWriter(const std::string& path);
 
 }  // namespace bench

@@ -1,5 +1,4 @@
-// The machine's own limit: a seek to the end and a write of as many bytes as a record has. Nothing keeps
-// several writers apart.
+// The machine's own limit: a seek to the end and a write of the size of a record. Several writers are not synchronised.
 #include "writer.h"
 
 #include <fcntl.h>

@@ -1,5 +1,5 @@
-// log4cplus as one sets it up for a file of several processes: appending, flushed at each record, under a lock
-// file. The layout has the fields of the library's record.
+// log4cplus, set up for a file of several processes: appending, flushed at each record, with a lock file. The layout
+// has the fields of the library's record.
 #include "writer.h"
 
 #include <log4cplus/fileappender.h>

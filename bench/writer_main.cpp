@@ -1,4 +1,4 @@
-// A writing process of the comparison: `writer <course> <file> <first lane> <threads>`.
+// A writing process of the benchmark: `writer_<way> <course> <file> <first lane> <threads>`.
 #include "course.h"
 #include "writer.h"
 
@@ -29,7 +29,8 @@ int main(int count, char** arguments)
 {
     if (count != 5)
         return EXIT_FAILURE;
-    bench::Course& course = bench::OpenCourse(arguments[1]);
+    const bench::SharedCourse shared(arguments[1]);
+    bench::Course& course = *shared;
     const auto writer = bench::MakeWriter(arguments[2]);
     const unsigned first = static_cast<unsigned>(std::stoul(arguments[3]));
     const unsigned threads = static_cast<unsigned>(std::stoul(arguments[4]));

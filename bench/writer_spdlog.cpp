@@ -1,5 +1,5 @@
-// spdlog with its plain file sink, flushed at each record. Nothing keeps several processes apart but the
-// appending write itself. The layout has the fields of the library's record.
+// spdlog with its plain file sink, flushed at each record. Only the appending write itself synchronises several
+// processes. The layout has the fields of the library's record.
 #include "writer.h"
 
 #include <spdlog/sinks/basic_file_sink.h>

@@ -1,4 +1,4 @@
-// The library's log, at the path that the settings name.
+// The library's log. The settings name its path.
 #include "writer.h"
 
 #include "tessmaru/log.h"

@@ -1,9 +1,9 @@
-// Every failure in one line: catch it, describe it, log it.
+// Example of failures: how a program catches them, describes each in one line and logs it.
 //
-// A service reads sites from several sources, and each source fails in a way of its own: with a code, with an
-// automation error that tells more, with an exception of the standard library, with a fault of the processor. One
-// function turns each of them into a record of the shared log, and the service goes on with the next source. At the end
-// the program shows the log.
+// A service reads sites from several sources, and each source fails in its own way: with a code, with an automation
+// error that has a description, with an exception of the standard library, with a fault of the processor. One function
+// turns each failure into a record of the shared log, and the service continues with the next source. At the end the
+// program prints the log.
 //
 //     failures
 #include "tessmaru/automation.h"
@@ -11,9 +11,9 @@
 #include "tessmaru/log.h"
 #include "tessmaru/settings.h"
 
-#include "tools/family.h"
-#include "tools/log_records.h"
-#include "tools/world.h"
+#include "testkit/log_printer.h"
+#include "testkit/scratch_folder.h"
+#include "testkit/settings_store.h"
 #include "veltrix_settings.h"
 
 #include <cstdio>
@@ -26,9 +26,9 @@ using utilities::CLog;
 
 namespace {
 
-// ---- Sources of sites, each with its own way to fail
+// ---- Sources of sites, each of which fails in its own way
 
-/// Takes an array from an automation client that sends a table where a list was asked for.
+/// Reads an array of an automation client that sends a table instead of a list.
 void ReadFromClient()
 {
     SAFEARRAYBOUND table[2]{};
@@ -42,7 +42,7 @@ void ReadFromClient()
         throw _com_error(code);
 }
 
-/// Fails as an object does that explains itself.
+/// Fails as an automation object does that describes its error.
 void ReadFromDatabase()
 {
     ICreateErrorInfo* made = nullptr;
@@ -63,21 +63,20 @@ void ReadFromFile()
     throw std::runtime_error("north.csv, line 12: no latitude");
 }
 
-/// A site that nobody has looked up: the read through its pointer is a fault of the processor. (In a build with
-/// sanitizers their own check would come first.)
+/// Reads through a null pointer, which is a fault of the processor. (A sanitizer would report it first.)
 __attribute__((no_sanitize("address", "thread", "undefined"))) void ReadFromCache(const volatile int* site)
 {
     std::printf("latitude %d\n", *site);
 }
 
-// ---- The one place where failures become records
+// ---- The one function that logs failures
 
 void LogFailure(CLog& log, const unsigned short* source)
 try {
     throw;
 } catch (const _com_error& failure) {
     log.LogError(u"%s"_w, source, utility::getComErrorAsString(failure).c_str());
-} catch (const std::exception& failure) {  // a structured_exception is one as well
+} catch (const std::exception& failure) {  // also a structured_exception: a fault
     log.LogError(u"%s"_w, source, utility::getStdExceptionAsString(failure).c_str());
 }
 
@@ -109,12 +108,14 @@ void Serve()
 
 int main()
 try {
-    const tools::ScratchFolder scratch;
-    const tools::World world(scratch, VeltrixSettings);
-    const utility::wstring name = CSettingsRegistry().getLogPath();
-    const std::filesystem::path log = world.PlaceLog({name.begin(), name.end()});
+    // For the run only: settings of its own, and the log in a scratch folder.
+    const testkit::ScratchFolder scratch;
+    const testkit::SettingsStore settings(scratch);
+    settings.Set(VeltrixSettings);
+    const utility::wstring path = CSettingsRegistry().getLogPath();
+    const std::filesystem::path log = settings.PlaceLog({path.begin(), path.end()});
     Serve();
-    tools::PrintLog(log);
+    testkit::PrintLog(log);
     return EXIT_SUCCESS;
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "failures: %s\n", failure.what());

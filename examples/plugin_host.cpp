@@ -1,5 +1,5 @@
-// A service with a plug-in: it loads the plug-in, tells which version of it runs, and writes the plug-in's own texts to
-// the shared log. Nothing but the plug-in's resources has to change for another wording or another release.
+// Example of a plug-in: a service loads it, logs its version, and logs the plug-in's own texts. For another wording or
+// another release, only the plug-in's resources change.
 //
 //     plugin_host [plug-in]
 #include "tessmaru/errors.h"
@@ -10,10 +10,12 @@
 
 #include "plugin/site_import.h"
 #include "plugin/site_import_rows.h"
-#include "tools/family.h"
-#include "tools/log_records.h"
-#include "tools/plugin.h"
-#include "tools/world.h"
+#include "testkit/loaded_module.h"
+#include "testkit/log_printer.h"
+#include "testkit/paths.h"
+#include "testkit/program.h"
+#include "testkit/scratch_folder.h"
+#include "testkit/settings_store.h"
 #include "veltrix_settings.h"
 
 #include <cstdarg>
@@ -27,7 +29,7 @@ using utility::CVersionInfo;
 
 namespace {
 
-/// A row of a module's string table with its inserts, which have to be those that the row asks for.
+/// A row of a module's string table with its inserts, whose types must be those that the row names.
 utility::wstring TextOf(HINSTANCE module, unsigned int row, ...)
 {
     va_list inserts;
@@ -55,7 +57,7 @@ void Serve(const std::filesystem::path& file)
     if (log == nullptr)
         throw std::runtime_error("the log cannot be opened");
     const utility::CStopWatch watch;
-    const tools::Plugin plugin(file);
+    const testkit::LoadedModule plugin(file);
     CVersionInfo version;
     version.setModule(plugin.Module());
     LogVersion(*log, version);
@@ -81,13 +83,15 @@ void Serve(const std::filesystem::path& file)
 
 int main(int count, char** arguments)
 try {
-    const std::vector<std::string> words = tools::Arguments(count, arguments);
-    const tools::ScratchFolder scratch;
-    const tools::World world(scratch, VeltrixSettings);
-    const utility::wstring name = CSettingsRegistry().getLogPath();
-    const std::filesystem::path log = world.PlaceLog({name.begin(), name.end()});
-    Serve(words.empty() ? tools::ThisProgram().replace_filename(SITE_IMPORT_FILE) : tools::FromUtf8(words[0]));
-    tools::PrintLog(log);
+    const std::vector<std::string> words = testkit::Arguments(count, arguments);
+    // For the run only: settings of its own, and the log in a scratch folder.
+    const testkit::ScratchFolder scratch;
+    const testkit::SettingsStore settings(scratch);
+    settings.Set(VeltrixSettings);
+    const utility::wstring path = CSettingsRegistry().getLogPath();
+    const std::filesystem::path log = settings.PlaceLog({path.begin(), path.end()});
+    Serve(words.empty() ? testkit::ThisProgram().replace_filename(SITE_IMPORT_FILE) : testkit::FromUtf8(words[0]));
+    testkit::PrintLog(log);
     return EXIT_SUCCESS;
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "plugin_host: %s\n", failure.what());

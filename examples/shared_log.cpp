@@ -1,29 +1,34 @@
-// One log file, shared by a family of processes.
+// Example of the log: one file that several processes share.
 //
-// The program starts several processes of several threads each, and all of them log to the one file that their
-// settings name. One process is killed in the middle of its writing and started again. Then the family ends
-// and starts once more, which moves the old file aside. At the end the program shows both files and checks
-// them: every record whose call gave 0 stands there once and whole.
+// The program starts several processes of several threads each, and all of them log to the file that their settings
+// name. One process is killed while it writes, and another takes its place. Then all processes end and start again,
+// which moves the old file aside. At the end the program prints both files and checks them: every record whose call
+// returned 0 is there once and whole.
 //
 //     shared_log [--all] [--keep] [settings.reg]
 //
-// What a program of the suite does with the library stands in Work and LogRecord. The rest is the story around.
+// LogRecord, LogUpToGoal and Work show what a program of the suite does with the library. The rest starts and checks
+// the processes.
 #include "tessmaru/log.h"
 #include "tessmaru/settings.h"
 #include "tessmaru/text.h"
 
-#include "tools/family.h"
-#include "tools/ledger.h"
-#include "tools/log_records.h"
-#include "tools/terminal.h"
-#include "tools/world.h"
+#include "testkit/file_content.h"
+#include "testkit/ledger.h"
+#include "testkit/log_reader.h"
+#include "testkit/paths.h"
+#include "testkit/process_family.h"
+#include "testkit/scratch_folder.h"
+#include "testkit/settings_store.h"
+#include "testkit/terminal.h"
+#include "testkit/utf16.h"
+#include "testkit/writer_reports.h"
 #include "veltrix_settings.h"
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -51,7 +56,7 @@ struct Options {
 
 // ---- A process of the suite
 
-/// Writes record `number` of a thread. The level follows from the number.
+/// Writes record `number` of a thread. The number decides the level.
 LONG LogRecord(CLog& log, unsigned process, unsigned thread, unsigned number)
 {
     const unsigned short* site = u"Malm\u00F6 Nord"_w;
@@ -70,8 +75,8 @@ LONG LogRecord(CLog& log, unsigned process, unsigned thread, unsigned number)
     }
 }
 
-/// One thread's work. A record counts as written when its call has given 0.
-void LogUpToGoal(CLog& log, unsigned process, unsigned thread, tools::Report& report)
+/// The work of one thread. A record counts as written when its call has returned 0.
+void LogUpToGoal(CLog& log, unsigned process, unsigned thread, testkit::WriterReport& report)
 {
     for (unsigned number = 1; number <= report.Goal; ++number) {
         const LONG code = LogRecord(log, process, thread, number);
@@ -82,16 +87,16 @@ void LogUpToGoal(CLog& log, unsigned process, unsigned thread, tools::Report& re
         }
         report.Written = number;
 
-        // A debug record names a bit of the mask. Where that bit is off the call writes nothing and gives 0.
+        // A debug record names a bit of the mask. If the bit is off, the call writes nothing and returns 0.
         log.LogDebug(0, u"bit 0: frame %u holds %u octets"_w, u"Protocol"_w, number, 40 + thread);
         log.LogDebug(1, u"bit 1: frame %u holds %u octets"_w, u"Protocol"_w, number, 40 + thread);
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
 
-/// A process opens the log with its first GetInstance. It need not close it: the library writes the closing
-/// records when the program ends.
-int Work(const tools::Board& board, unsigned process)
+/// The work of one process. The first GetInstance opens the log. When the program ends, the library writes the closing
+/// records and closes the log.
+int Work(const testkit::WriterReports& reports, unsigned process)
 {
     CLog* log = CLog::GetInstance();
     if (log == nullptr) {
@@ -100,55 +105,52 @@ int Work(const tools::Board& board, unsigned process)
         return EXIT_FAILURE;
     }
     std::vector<std::thread> threads;
-    for (unsigned thread = 0; thread < board.Threads(); ++thread)
-        threads.emplace_back([&, thread] { LogUpToGoal(*log, process, thread, board.At(process, thread)); });
+    for (unsigned thread = 0; thread < reports.threads(); ++thread)
+        threads.emplace_back([&, thread] { LogUpToGoal(*log, process, thread, reports.At(process, thread)); });
     for (std::thread& thread : threads)
         thread.join();
-    tools::WaitToLeave();
+    testkit::WaitToEnd();
     return EXIT_SUCCESS;
 }
 
-// ---- The world of this run: settings and log of its own
+// ---- The settings and the log of this run
 
 std::string ReadSettings(const std::string& path)
 {
     if (path.empty())
         return VeltrixSettings;
-    std::ifstream file(tools::FromUtf8(path), std::ios::binary);
-    if (!file)
-        throw std::runtime_error("cannot read " + path);
-    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    const std::string bytes = testkit::ReadFile(testkit::FromUtf8(path));
     const bool wide = bytes.starts_with("\xFF\xFE");
-    return wide ? tools::DecodeUtf16(std::string_view(bytes).substr(2)) : bytes;
+    return wide ? testkit::DecodeUtf16(std::string_view(bytes).substr(2)) : bytes;
 }
 
-/// Gives the log that the settings name a place in this run's folder. Its path there.
-std::filesystem::path PlaceLog(const tools::World& world)
+/// Redirects the log that the settings name into the folder of this run. @return its path there.
+std::filesystem::path PlaceLog(const testkit::SettingsStore& settings)
 {
     const utility::wstring path = CSettingsRegistry().getLogPath();
     if (path.empty())
         throw std::runtime_error("the settings name no log file");
-    return world.PlaceLog({path.begin(), path.end()});
+    return settings.PlaceLog({path.begin(), path.end()});
 }
 
-// ---- The story
+// ---- The sequence of events
 
-class Story {
+class Families {
 public:
-    explicit Story(const tools::ScratchFolder& scratch)
-        : BoardPath(scratch / "board"), Board(BoardPath, AllProcesses, Threads)
+    explicit Families(const testkit::ScratchFolder& scratch)
+        : ReportsPath(scratch / "reports"), Reports(ReportsPath, AllProcesses, Threads)
     {
     }
 
-    /// The first family; its process Victim is killed while it writes.
-    void FamilyWithAKill()
+    /// The first family of processes. Its process Victim is killed while it writes.
+    void RunFirst()
     {
-        tools::Family family;
-        std::vector<std::uint32_t> processes;
+        testkit::ProcessFamily family;
+        std::vector<testkit::Process*> processes;
         for (unsigned process = 0; process < Processes; ++process)
             processes.push_back(Start(family, process, process == Victim ? Endless : Records));
         WaitFor(family, Victim, Records / 2);
-        family.Kill(processes[Victim]);
+        processes[Victim]->Kill();
         Start(family, Replacement, Records);
         for (unsigned process = 0; process <= Replacement; ++process) {
             if (process != Victim)
@@ -157,10 +159,10 @@ public:
         End(family);
     }
 
-    /// The family once more: its first process finds the log of the family before, and moves it aside.
-    void FamilyAgain()
+    /// The second family. Its first process finds the log of the first family and moves it aside.
+    void RunSecond()
     {
-        tools::Family family;
+        testkit::ProcessFamily family;
         for (unsigned process = SecondFamily; process < AllProcesses; ++process)
             Start(family, process, Records);
         for (unsigned process = SecondFamily; process < AllProcesses; ++process)
@@ -168,22 +170,22 @@ public:
         End(family);
     }
 
-    const std::filesystem::path BoardPath;
-    const tools::Board Board;
+    const std::filesystem::path ReportsPath;
+    const testkit::WriterReports Reports;
 
 private:
-    std::uint32_t Start(tools::Family& family, unsigned process, unsigned goal) const
+    testkit::Process* Start(testkit::ProcessFamily& family, unsigned process, unsigned goal) const
     {
         for (unsigned thread = 0; thread < Threads; ++thread)
-            Board.At(process, thread).Goal = goal;
-        return family.Start({"--work", tools::ToUtf8(BoardPath), std::to_string(process)});
+            Reports.At(process, thread).Goal = goal;
+        return &family.Start({"--work", testkit::ToUtf8(ReportsPath), std::to_string(process)});
     }
 
-    /// Waits until each thread of a process has written so many records.
-    void WaitFor(const tools::Family& family, unsigned process, unsigned records) const
+    /// Waits until each thread of a process has written `records` records.
+    void WaitFor(const testkit::ProcessFamily& family, unsigned process, unsigned records) const
     {
         for (unsigned thread = 0; thread < Threads; ++thread) {
-            const tools::Report& report = Board.At(process, thread);
+            const testkit::WriterReport& report = Reports.At(process, thread);
             while (report.Written < records) {
                 if (report.Failures != 0 || !family.AllRun())
                     throw std::runtime_error("a process could not log; the last code was " + Code(report.LastFailure));
@@ -192,10 +194,10 @@ private:
         }
     }
 
-    static void End(tools::Family& family)
+    static void End(testkit::ProcessFamily& family)
     {
-        if (!family.Leave())
-            throw std::runtime_error("a process did not end as it should");
+        if (!family.End())
+            throw std::runtime_error("a process ended with a failure");
     }
 
     static std::string Code(unsigned code)
@@ -206,7 +208,7 @@ private:
     }
 };
 
-// ---- The show
+// ---- Printing and checking the files
 
 bool ColourIsWanted()
 {
@@ -225,14 +227,14 @@ const char* ColourOf(std::string_view level)
     return level == "DBUG" ? "\x1b[36m" : "\x1b[1m";
 }
 
-/// The file's records, in the middle abridged.
-void Show(const std::filesystem::path& path, const tools::LogFile& file, bool all)
+/// Prints the file's records, without those in the middle unless `all` is set.
+void Show(const std::filesystem::path& path, const testkit::LogFile& file, bool all)
 {
     constexpr std::size_t head = 14;
     constexpr std::size_t tail = 10;
-    const bool colour = tools::PrepareTerminal() && ColourIsWanted();
-    const std::vector<tools::Record>& records = file.Records();
-    std::printf("%s\n", tools::ToUtf8(path.filename()).c_str());
+    const bool colour = testkit::PrepareTerminal() && ColourIsWanted();
+    const std::vector<testkit::Record>& records = file.Records();
+    std::printf("%s\n", testkit::ToUtf8(path.filename()).c_str());
     for (std::size_t i = 0; i < records.size(); ++i) {
         if (!all && i == head && records.size() > head + tail) {
             i = records.size() - tail;
@@ -246,52 +248,53 @@ void Show(const std::filesystem::path& path, const tools::LogFile& file, bool al
 }
 
 /// Prints what the check of one file found. False if a record is missing or torn.
-bool Check(const std::filesystem::path& path, const tools::LogFile& file, tools::Ledger ledger)
+bool Check(const std::filesystem::path& path, const testkit::LogFile& file, testkit::Ledger ledger)
 {
     std::size_t torn = file.Torn().size();
-    for (const tools::Record& record : file.Records()) {
+    for (const testkit::Record& record : file.Records()) {
         if (record.Text.find(" | ") != std::string_view::npos)
-            ++torn;  // a second record begins inside the first: no text of this program holds a separator
-        else if (const auto mark = tools::ReadMark(record.Text))
+            ++torn;  // a record inside another: no text of this program has a separator
+        else if (const auto mark = testkit::ReadMark(record.Text))
             ledger.Enter(*mark);
     }
-    const tools::Findings found = ledger.Close();
-    std::printf("%-18s %7u %7zu %5u %5zu %11u\n", tools::ToUtf8(path.filename()).c_str(), found.Written,
+    const testkit::Findings found = ledger.Close();
+    std::printf("%-18s %7u %7zu %5u %5zu %11u\n", testkit::ToUtf8(path.filename()).c_str(), found.Written,
                 file.Records().size(), found.Lost, torn, found.Duplicated + found.Misplaced + found.Unexpected);
     if (found.Unreported != 0)
-        std::printf("    and %u whole records that the killed process had no time to report\n", found.Unreported);
+        std::printf("    and %u whole records that the killed process could not report any more\n", found.Unreported);
     return found.Sound() && torn == 0;
 }
 
-bool ShowAndCheck(const std::filesystem::path& log, const tools::Board& board, bool all)
+bool ShowAndCheck(const std::filesystem::path& log, const testkit::WriterReports& reports, bool all)
 {
     std::filesystem::path previous = log;
     previous.replace_filename(std::filesystem::path("Previous ") += log.filename());
-    const tools::LogFile first(previous);
-    const tools::LogFile second(log);
+    const testkit::LogFile first(previous);
+    const testkit::LogFile second(log);
     Show(previous, first, all);
     Show(log, second, all);
 
     std::vector<bool> killed(AllProcesses);
     killed[Victim] = true;
     std::printf("%-18s %7s %7s %5s %5s %11s\n", "", "written", "records", "lost", "torn", "out of turn");
-    const bool firstSound = Check(previous, first, tools::Ledger(board, 0, SecondFamily, killed));
-    const bool secondSound = Check(log, second, tools::Ledger(board, SecondFamily, AllProcesses, killed));
-    std::printf("\nwritten: calls that gave 0, debug records not counted; records: whole ones of every kind\n");
+    const bool firstSound = Check(previous, first, testkit::Ledger(reports, 0, SecondFamily, killed));
+    const bool secondSound = Check(log, second, testkit::Ledger(reports, SecondFamily, AllProcesses, killed));
+    std::printf("\nwritten: calls that returned 0, without debug records; records: all whole records\n");
     return firstSound && secondSound;
 }
 
 int Run(const Options& options)
 {
-    const std::string settings = ReadSettings(options.Settings);
-    tools::ScratchFolder scratch;
-    const tools::World world(scratch, settings);
-    const std::filesystem::path log = PlaceLog(world);
-    Story story(scratch);
-    std::printf("%u processes of %u threads log to %s\n\n", Processes, Threads, tools::ToUtf8(log).c_str());
-    story.FamilyWithAKill();
-    story.FamilyAgain();
-    const bool sound = ShowAndCheck(log, story.Board, options.All);
+    const std::string text = ReadSettings(options.Settings);
+    testkit::ScratchFolder scratch;
+    const testkit::SettingsStore settings(scratch);
+    settings.Set(text);
+    const std::filesystem::path log = PlaceLog(settings);
+    Families families(scratch);
+    std::printf("%u processes of %u threads log to %s\n\n", Processes, Threads, testkit::ToUtf8(log).c_str());
+    families.RunFirst();
+    families.RunSecond();
+    const bool sound = ShowAndCheck(log, families.Reports, options.All);
     if (options.Keep)
         scratch.Keep();
     return sound ? EXIT_SUCCESS : EXIT_FAILURE;
@@ -301,10 +304,10 @@ int Run(const Options& options)
 
 int main(int count, char** arguments)
 try {
-    const std::vector<std::string> words = tools::Arguments(count, arguments);
+    const std::vector<std::string> words = testkit::Arguments(count, arguments);
     if (words.size() == 3 && words[0] == "--work") {
-        tools::JoinWorld();
-        return Work(tools::Board(tools::FromUtf8(words[1]), AllProcesses, Threads),
+        testkit::JoinSettingsStore();
+        return Work(testkit::WriterReports(testkit::FromUtf8(words[1]), AllProcesses, Threads),
                     static_cast<unsigned>(std::stoul(words[2])));
     }
 

@@ -1,11 +1,12 @@
-// A random program of variant and safe array operations, beside a model of plain values. Every result and every
-// element has to be the model's; what is left over is a leak, which the sanitizer reports.
+// Fuzzes variants and safe arrays: runs a random program of operations on them and on a model of plain values. Every
+// result and every element must be equal. The sanitizer reports what leaks.
 #include "system.h"
 #include "tessmaru/automation.h"
+#include "testkit/counted_object.h"
+#include "testkit/require.h"
 
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <vector>
@@ -16,28 +17,15 @@ using Text = std::basic_string<WCHAR>;
 namespace Convert = utility::CCOMUtility;
 
 constexpr std::size_t MostElements = 48;
-constexpr std::size_t MostWeight = 400;  // of a value with all that is inside it
+constexpr std::size_t MostWeight = 400;  // of a value with all its parts
 
-void Check(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
+using testkit::Require;
 
-class Counted : public IUnknown {
-public:
-    HRESULT QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-    ULONG AddRef() override { return ++References; }
-    ULONG Release() override { return --References; }
-
-    ULONG References = 1;
-};
-
-Counted object;
+testkit::CountedObject<IUnknown> object;
 
 struct List;
 
-/// What a variant or an element holds.
+/// The content of a variant or an element.
 struct Value {
     VARTYPE Type = VT_EMPTY;
     LONG Number = 0;
@@ -48,7 +36,7 @@ struct Value {
 struct List {
     VARTYPE Type = VT_I4;
     std::vector<SAFEARRAYBOUND> Bounds;
-    std::vector<Value> Elements;  // the first dimension runs fastest
+    std::vector<Value> Elements;  // the first dimension varies fastest
     unsigned Locks = 0;
 };
 
@@ -67,14 +55,14 @@ std::size_t Weight(const Value& value)
     return value.Array.empty() ? 1 : Weight(value.Array.front());
 }
 
-/// The same without its own lock, as a copy is.
+/// A copy has no locks.
 List CopyOf(List list)
 {
     list.Locks = 0;
     return list;
 }
 
-/// As a variant is copied: a null string becomes an empty one.
+/// In the copy of a variant a null string becomes an empty one.
 Value CopyOf(Value value)
 {
     if (value.Type == VT_BSTR && !value.String)
@@ -123,8 +111,8 @@ bool Same(SAFEARRAY* real, const List& model)
     for (UINT dimension = 1; dimension <= model.Bounds.size(); ++dimension) {
         LONG lower = 0;
         LONG upper = 0;
-        Check(SafeArrayGetLBound(real, dimension, &lower) == S_OK &&
-              SafeArrayGetUBound(real, dimension, &upper) == S_OK);
+        Require(SafeArrayGetLBound(real, dimension, &lower) == S_OK &&
+                SafeArrayGetUBound(real, dimension, &upper) == S_OK);
         const SAFEARRAYBOUND& bound = model.Bounds[dimension - 1];
         if (lower != bound.lLbound || upper != lower + static_cast<LONG>(bound.cElements) - 1 ||
             utility::getSafeArrayCount(real, dimension) != static_cast<LONG>(bound.cElements))
@@ -137,13 +125,13 @@ bool Same(SAFEARRAY* real, const List& model)
     return true;
 }
 
-/// Zero, as a new element is.
+/// The zero of a new element.
 Value NewElement(VARTYPE type)
 {
     return {type == VT_VARIANT || type == VT_UNKNOWN ? VARTYPE{VT_EMPTY} : type, 0, std::nullopt, {}};
 }
 
-/// The bytes of the program; zeros behind its end.
+/// The bytes of the program, and zeros after its end.
 class Program {
 public:
     Program(const std::uint8_t* data, std::size_t size) : Data(data), Left(size) {}
@@ -170,13 +158,13 @@ public:
     ~Machine()
     {
         for (Variable& variable : Variables)
-            Check(VariantClear(&variable.Real) == S_OK);
+            Require(VariantClear(&variable.Real) == S_OK);
         for (Array& array : Arrays) {
             while (array.Real != nullptr && array.Real->cLocks != 0)
                 SafeArrayUnlock(array.Real);
-            Check(SafeArrayDestroy(array.Real) == S_OK);
+            Require(SafeArrayDestroy(array.Real) == S_OK);
         }
-        Check(object.References == 1);
+        Require(object.References == 1);
     }
 
     void Step(Program& program)
@@ -198,8 +186,8 @@ public:
             case 10: ToVariable(array, variable); break;
             default: ThereAndBack(array); break;
         }
-        Check(Same(variable.Real, variable.Model));
-        Check(array.Real == nullptr || Same(array.Real, array.Model));
+        Require(Same(variable.Real, variable.Model));
+        Require(array.Real == nullptr || Same(array.Real, array.Model));
     }
 
 private:
@@ -222,7 +210,7 @@ private:
 
     static void SetVariable(Program& program, Variable& variable)
     {
-        Check(VariantClear(&variable.Real) == S_OK);
+        Require(VariantClear(&variable.Real) == S_OK);
         variable.Model = {};
         switch (program.Take() % 4) {
             case 0: break;
@@ -247,7 +235,7 @@ private:
 
     static void CopyVariable(Variable& target, const Variable& source)
     {
-        Check(VariantCopy(&target.Real, &source.Real) == S_OK);
+        Require(VariantCopy(&target.Real, &source.Real) == S_OK);
         if (&target != &source)
             target.Model = CopyOf(source.Model);
     }
@@ -269,14 +257,14 @@ private:
             return;
         model.Elements.assign(elements, NewElement(model.Type));
         array.Real = SafeArrayCreate(model.Type, static_cast<UINT>(model.Bounds.size()), model.Bounds.data());
-        Check(array.Real != nullptr);
+        Require(array.Real != nullptr);
         array.Model = model;
     }
 
     static void Destroy(Array& array)
     {
         const bool locked = array.Real != nullptr && array.Model.Locks != 0;
-        Check(SafeArrayDestroy(array.Real) == (locked ? DISP_E_ARRAYISLOCKED : S_OK));
+        Require(SafeArrayDestroy(array.Real) == (locked ? DISP_E_ARRAYISLOCKED : S_OK));
         if (!locked)
             array.Real = nullptr;
     }
@@ -285,11 +273,11 @@ private:
     {
         const HRESULT result = change > 0 ? SafeArrayLock(array.Real) : SafeArrayUnlock(array.Real);
         if (array.Real == nullptr) {
-            Check(result == E_INVALIDARG);
+            Require(result == E_INVALIDARG);
         } else if (change < 0 && array.Model.Locks == 0) {
-            Check(result == E_UNEXPECTED);
+            Require(result == E_UNEXPECTED);
         } else {
-            Check(result == S_OK);
+            Require(result == S_OK);
             array.Model.Locks += static_cast<unsigned>(change);
         }
     }
@@ -298,7 +286,7 @@ private:
     {
         SAFEARRAYBOUND bound{program.Take() % 7U, program.Take() % 5 - 2};
         if (array.Real == nullptr) {
-            Check(SafeArrayRedim(nullptr, &bound) == E_INVALIDARG);
+            Require(SafeArrayRedim(nullptr, &bound) == E_INVALIDARG);
             return;
         }
         std::size_t elements = bound.cElements;
@@ -307,14 +295,14 @@ private:
         if (elements > MostElements)
             return;
         const HRESULT result = SafeArrayRedim(array.Real, &bound);
-        Check(result == (array.Model.Locks != 0 ? DISP_E_ARRAYISLOCKED : S_OK));
+        Require(result == (array.Model.Locks != 0 ? DISP_E_ARRAYISLOCKED : S_OK));
         if (FAILED(result))
             return;
         array.Model.Bounds.back() = bound;
         array.Model.Elements.resize(elements, NewElement(array.Model.Type));
     }
 
-    /// Takes an index for each dimension. @return where the element stands, or nothing outside the bounds.
+    /// Takes an index for each dimension. @return the element's place, or nothing outside the bounds.
     static std::optional<std::size_t> TakeIndices(Program& program, const List& list, std::array<LONG, 3>& indices)
     {
         std::size_t at = 0;
@@ -346,7 +334,7 @@ private:
         else
             element = variable.Real.byref;
         const HRESULT result = SafeArrayPutElement(array.Real, indices.data(), element);
-        Check(result == (at ? S_OK : DISP_E_BADINDEX));
+        Require(result == (at ? S_OK : DISP_E_BADINDEX));
         if (at)
             array.Model.Elements[*at] = array.Model.Type == VT_VARIANT ? CopyOf(variable.Model) : variable.Model;
     }
@@ -361,10 +349,10 @@ private:
         got.vt = array.Model.Type;
         void* const element = array.Model.Type == VT_VARIANT ? static_cast<void*>(&got) : &got.byref;
         const HRESULT result = SafeArrayGetElement(array.Real, indices.data(), element);
-        Check(result == (at ? S_OK : DISP_E_BADINDEX));
+        Require(result == (at ? S_OK : DISP_E_BADINDEX));
         if (!at)
             return;
-        Check(VariantClear(&variable.Real) == S_OK);
+        Require(VariantClear(&variable.Real) == S_OK);
         variable.Model = array.Model.Elements[*at];
         if (got.vt == VT_UNKNOWN && got.punkVal == nullptr)
             got.vt = VT_EMPTY;
@@ -378,7 +366,7 @@ private:
         Destroy(target);
         if (target.Real != nullptr)
             return;
-        Check(SafeArrayCopy(source.Real, &target.Real) == S_OK);
+        Require(SafeArrayCopy(source.Real, &target.Real) == S_OK);
         if (&target != &source)
             target.Model = CopyOf(source.Model);
     }
@@ -390,11 +378,11 @@ private:
         VARIANT holder{};
         holder.vt = static_cast<VARTYPE>(VT_ARRAY | array.Model.Type);
         holder.parray = array.Real;
-        Check(VariantCopy(&variable.Real, &holder) == S_OK);
+        Require(VariantCopy(&variable.Real, &holder) == S_OK);
         variable.Model = {holder.vt, 0, std::nullopt, {CopyOf(array.Model)}};
     }
 
-    /// Through a vector and back into an array of its own.
+    /// Converts an array to a vector and back to another array.
     static void ThereAndBack(const Array& array)
     {
         if (array.Real == nullptr || array.Model.Bounds.size() != 1 || array.Model.Type == VT_UNKNOWN)
@@ -413,19 +401,19 @@ private:
         SAFEARRAY* back = nullptr;
         if (array.Model.Type == VT_I4) {
             std::vector<LONG> numbers;
-            Check(Convert::SafeArrayToVectLong(array.Real, numbers) == S_OK);
-            Check(Convert::VectLongToSafeArray(numbers, &back) == S_OK);
+            Require(Convert::SafeArrayToVectLong(array.Real, numbers) == S_OK);
+            Require(Convert::VectLongToSafeArray(numbers, &back) == S_OK);
         } else if (array.Model.Type == VT_BSTR) {
             std::vector<utility::wstring> strings;
-            Check(Convert::SafeArrayToVectStr(array.Real, strings) == S_OK);
-            Check(Convert::VectStrToSafeArray(strings, &back) == S_OK);
+            Require(Convert::SafeArrayToVectStr(array.Real, strings) == S_OK);
+            Require(Convert::VectStrToSafeArray(strings, &back) == S_OK);
         } else {
             std::vector<_variant_t> variants;
-            Check(Convert::SafeArrayToVariant(array.Real, variants) == S_OK);
-            Check(Convert::VectVariantToSafeArray(variants, &back) == S_OK);
+            Require(Convert::SafeArrayToVariant(array.Real, variants) == S_OK);
+            Require(Convert::VectVariantToSafeArray(variants, &back) == S_OK);
         }
-        Check(Same(back, expected));
-        Check(SafeArrayDestroy(back) == S_OK);
+        Require(Same(back, expected));
+        Require(SafeArrayDestroy(back) == S_OK);
     }
 
     static void Refused(const Array& array)
@@ -433,9 +421,9 @@ private:
         try {
             std::vector<_variant_t> variants;
             Convert::SafeArrayToVariant(array.Real, variants);
-            Check(false);
+            Require(false);
         } catch (const _com_error& failure) {
-            Check(failure.Error() == DISP_E_BADINDEX);
+            Require(failure.Error() == DISP_E_BADINDEX);
         }
     }
 

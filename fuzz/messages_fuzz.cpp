@@ -1,25 +1,20 @@
-// Any template over inserts that are sound for every picture: each is the address of a terminated text.
+// Fuzzes message templates: any template with inserts that are valid for every conversion, each the address of a
+// terminated text.
 #include "system.h"
+#include "testkit/exact_copy.h"
+#include "testkit/require.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdlib>
-#include <memory>
 
 namespace {
 
 constexpr DWORD MaxRoom = 200;
 constexpr WCHAR Guard = 0xBEEF;
-constexpr std::size_t Inserts = 99 + 2;  // the highest number, and two stars in its picture
+constexpr std::size_t Inserts = 99 + 2;  // the highest number, and two stars in its conversion
 
 const WCHAR text[] = {'i', 'n', 0x00E4, '%', '1', 0, 0};
-
-void Check(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 }  // namespace
 
@@ -34,20 +29,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     data += 2;
     size -= 2;
 
-    const std::unique_ptr<WCHAR[]> source(new WCHAR[size + 1]);
-    std::copy_n(data, size, source.get());
-    source[size] = 0;
+    const testkit::ExactCopy<WCHAR> source(size + 1);  // with a terminator
+    std::copy_n(data, size, source.data());
     std::array<DWORD_PTR, Inserts> values;
     values.fill(reinterpret_cast<DWORD_PTR>(text));
     std::array<WCHAR, MaxRoom + 4> buffer;
     buffer.fill(Guard);
 
-    const DWORD units = FormatMessageW(flags, source.get(), 0, 0, buffer.data(), room,
+    const DWORD units = FormatMessageW(flags, source.data(), 0, 0, buffer.data(), room,
                                        given ? reinterpret_cast<va_list*>(values.data()) : nullptr);
-    // An empty text ends in a terminator like any other; a failure leaves everything alone.
+    // An empty text has a terminator like any other. A failure leaves the buffer alone.
     const bool delivered = units != 0 || buffer[0] != Guard;
-    Check(!delivered || (units < room && buffer[units] == 0));
+    testkit::Require(!delivered || (units < room && buffer[units] == 0));
     for (std::size_t i = delivered ? units + 1 : 0; i < buffer.size(); ++i)
-        Check(buffer[i] == Guard);
+        testkit::Require(buffer[i] == Guard);
     return 0;
 }

@@ -1,21 +1,19 @@
-// The settings store: any bytes give a store that can be asked, and an ASCII file gives the same one as UTF-16.
+// Fuzzes the settings store: any bytes give a store that can be queried, and an ASCII file gives the same store as
+// UTF-16.
 #include "store/export_file.h"
+#include "testkit/require.h"
+#include "testkit/utf16.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 namespace {
 
 using layer::RegistrySnapshot;
 
-void Require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
+using testkit::Require;
 
 RegistrySnapshot Read(std::string_view file, std::size_t& droppedLines)
 {
@@ -26,18 +24,10 @@ RegistrySnapshot Read(std::string_view file, std::size_t& droppedLines)
     return store;
 }
 
-std::string InUtf16(std::string_view ascii)
-{
-    std::string bytes = "\xFF\xFE";
-    for (const char letter : ascii)
-        bytes += {letter, '\0'};
-    return bytes;
-}
-
 constexpr WCHAR Paths[][4] = {{'a', 0}, {'A', '\\', 'b', 0}, {'b', 0}, {'\\', 0}, {0}};
 constexpr WCHAR Names[][2] = {{0}, {'n', 0}, {'H', 0}};
 
-/// The values of the store under a few names, one behind the other.
+/// The values of the store under a few names, as one text.
 std::string Values(const RegistrySnapshot& store)
 {
     std::string all;
@@ -67,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string values = Values(Read(file, dropped));
     if (std::all_of(data, data + size, [](std::uint8_t byte) { return byte < 0x80; })) {
         std::size_t droppedInUtf16 = 0;
-        Require(Values(Read(InUtf16(file), droppedInUtf16)) == values);
+        Require(Values(Read("\xFF\xFE" + testkit::EncodeUtf16(file), droppedInUtf16)) == values);
         Require(droppedInUtf16 == dropped);
     }
     return 0;

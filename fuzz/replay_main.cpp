@@ -1,12 +1,12 @@
-// Gives a fuzz target, in builds without libFuzzer, a program that feeds it every named file, and every file of
-// every named directory. Without a single input it fails: a corpus that is not there must not pass for a sound one.
+// The `main` of a fuzz target without libFuzzer: feeds it every named file, and every file of every named directory. It
+// fails without inputs: a missing corpus must not pass.
+#include "testkit/file_content.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
 #include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -15,10 +15,7 @@ namespace {
 
 void Replay(const std::filesystem::path& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
-        throw std::runtime_error("cannot read " + path.string());
-    const std::string input(std::istreambuf_iterator<char>(file), {});
+    const std::string input = testkit::ReadFile(path);
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(input.data()), input.size());
 }
 

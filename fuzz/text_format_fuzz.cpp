@@ -1,12 +1,13 @@
-// Any picture over arguments that are sound for every conversion: each is the address of a terminated text.
+// Fuzzes formatting: any format with arguments that are valid for every conversion, each the address of a terminated
+// text.
 #include "format/printf.h"
+#include "testkit/exact_copy.h"
+#include "testkit/require.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 
 namespace {
 
@@ -16,14 +17,10 @@ constexpr WCHAR Guard = 0xBEEF;
 
 const WCHAR text[] = {'t', 0x00E4, 0xD83D, 0xDE00, '%', 's', 0, 0};
 
-void Check(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
+using testkit::Require;
 
-/// Floating-point numbers come from a list only. All numbers, so not for a picture that asks for a text, and
-/// enough for MaxListed conversions of any kind.
+/// Floating-point numbers can only come from an argument list. All its arguments are numbers, so the format must not
+/// take a text, and they are enough for MaxListed conversions of any kind.
 constexpr std::ptrdiff_t MaxListed = 4;
 
 int FormatNumbers(WCHAR* buffer, std::size_t room, const WCHAR* format, ...)
@@ -35,7 +32,7 @@ int FormatNumbers(WCHAR* buffer, std::size_t room, const WCHAR* format, ...)
     return result;
 }
 
-bool AsksForNumbersOnly(const WCHAR* format, std::size_t units)
+bool TakesNumbersOnly(const WCHAR* format, std::size_t units)
 {
     const auto isText = [](WCHAR unit) { return unit == 's' || unit == 'S'; };
     const auto takes = [](WCHAR unit) { return unit == '%' || unit == '*'; };
@@ -54,10 +51,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     data += 2;
     size -= 2;
 
-    // One unit a byte: all the pictures are ASCII. At its exact size, so that reading on is seen.
-    const std::unique_ptr<WCHAR[]> format(new WCHAR[size + 1]);
-    std::copy_n(data, size, format.get());
-    format[size] = 0;
+    // One unit for each byte: every conversion is ASCII.
+    const testkit::ExactCopy<WCHAR> format(size + 1);  // with a terminator
+    std::copy_n(data, size, format.data());
     std::array<DWORD_PTR, 8> values;
     values.fill(reinterpret_cast<DWORD_PTR>(text));
     std::array<WCHAR, MaxRoom + Guards> buffer;
@@ -65,22 +61,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     layer::UnitWriter out(buffer.data(), room);
     layer::FormatArguments arguments(values);
-    layer::Format(out, format.get(), arguments);
-    Check(out.used() <= room);
+    layer::Format(out, format.data(), arguments);
+    Require(out.used() <= room);
     for (std::size_t i = room; i < buffer.size(); ++i)
-        Check(buffer[i] == Guard);
+        Require(buffer[i] == Guard);
 
     layer::UnitWriter measure(nullptr, room);
     layer::FormatArguments again(values);
-    layer::Format(measure, format.get(), again);
-    Check(measure.used() == out.used() && measure.overrun() == out.overrun());
+    layer::Format(measure, format.data(), again);
+    Require(measure.used() == out.used() && measure.overrun() == out.overrun());
 
-    if (AsksForNumbersOnly(format.get(), size)) {
-        const int result = FormatNumbers(buffer.data(), room, format.get(), number, number, number, number, 1, 2, 3, 4,
+    if (TakesNumbersOnly(format.data(), size)) {
+        const int result = FormatNumbers(buffer.data(), room, format.data(), number, number, number, number, 1, 2, 3, 4,
                                          5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16);
-        Check(result >= -1 && result <= static_cast<int>(room));
+        Require(result >= -1 && result <= static_cast<int>(room));
         for (std::size_t i = room; i < buffer.size(); ++i)
-            Check(buffer[i] == Guard);
+            Require(buffer[i] == Guard);
     }
     return 0;
 }

@@ -1,7 +1,8 @@
-// Names of variant types, and lists that cross as safe arrays.
+// Names of variant types, and lists converted to safe arrays and back.
 #include "tessmaru/automation.h"
-#include "support.h"
 #include "system.h"
+#include "testkit/safe_array.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -13,8 +14,10 @@ namespace {
 
 using namespace utility::literals;
 
-using support::Narrow;
-using support::Wide;
+using testkit::MakeSafeArray;
+using testkit::Narrow;
+using testkit::SafeArray;
+using testkit::Wide;
 using utility::getSafeArrayCount;
 using utility::wstring;
 namespace Convert = utility::CCOMUtility;
@@ -54,16 +57,6 @@ TEST(VariantTypes, EveryCode)
     }
 }
 
-struct Ender {
-    void operator()(SAFEARRAY* array) const { SafeArrayDestroy(array); }
-};
-using Array = std::unique_ptr<SAFEARRAY, Ender>;
-
-Array Make(VARTYPE type, std::vector<SAFEARRAYBOUND> bounds)
-{
-    return Array(SafeArrayCreate(type, static_cast<UINT>(bounds.size()), bounds.data()));
-}
-
 HRESULT Thrown(const std::function<void()>& call)
 {
     try {
@@ -75,7 +68,7 @@ HRESULT Thrown(const std::function<void()>& call)
     return S_OK;
 }
 
-std::vector<wstring> Strings(const Array& array)
+std::vector<wstring> Strings(const SafeArray& array)
 {
     std::vector<wstring> strings{Wide("gone")};
     EXPECT_EQ(Convert::SafeArrayToVectStr(array.get(), strings), S_OK);
@@ -85,7 +78,7 @@ std::vector<wstring> Strings(const Array& array)
 
 TEST(SafeArrayCount, CountsADimension)
 {
-    const Array array = Make(VT_I4, {{3, -7}, {0, 5}, {4, 1}});
+    const SafeArray array = MakeSafeArray(VT_I4, {{3, -7}, {0, 5}, {4, 1}});
     EXPECT_EQ(getSafeArrayCount(array.get(), 1), 3);
     EXPECT_EQ(getSafeArrayCount(array.get(), 2), 0);
     EXPECT_EQ(getSafeArrayCount(array.get(), 3), 4);
@@ -95,12 +88,12 @@ TEST(SafeArrayCount, CountsADimension)
     EXPECT_EQ(Thrown([] { getSafeArrayCount(nullptr, 1); }), E_INVALIDARG);
 }
 
-TEST(SafeArrayConversions, StringsGoThereAndBack)
+TEST(SafeArrayConversions, StringsInAndOut)
 {
     SAFEARRAY* made = nullptr;
     ASSERT_EQ(Convert::VectStrToSafeArray({Wide("one"), wstring(), wstring(u"a\0b"_w, 3), wstring(1000, u'x')}, &made),
               S_OK);
-    const Array array(made);
+    const SafeArray array(made);
     VARTYPE type = 0;
     EXPECT_EQ(SafeArrayGetVartype(made, &type), S_OK);
     EXPECT_EQ(type, VT_BSTR);
@@ -111,21 +104,21 @@ TEST(SafeArrayConversions, StringsGoThereAndBack)
     EXPECT_EQ(Strings(array), std::vector<wstring>({Wide("one"), wstring(), Wide("a"), wstring(1000, u'x')}));
 }
 
-TEST(SafeArrayConversions, StringsOfOthers)
+TEST(SafeArrayConversions, StringsWithZerosAndNullStrings)
 {
-    const Array array = Make(VT_BSTR, {{2, 0}});
+    const SafeArray array = MakeSafeArray(VT_BSTR, {{2, 0}});
     static_cast<BSTR*>(array->pvData)[0] = SysAllocStringLen(platform::Wide(u"a\0b"_w), 3);
     EXPECT_EQ(Strings(array), std::vector<wstring>({Wide("a"), wstring()})) << "cut at a zero; a null string is empty";
 }
 
-TEST(SafeArrayConversions, NumbersGoThereAndBack)
+TEST(SafeArrayConversions, NumbersInAndOut)
 {
     std::vector<LONG> numbers(1000000);
     for (std::size_t i = 0; i < numbers.size(); ++i)
         numbers[i] = static_cast<LONG>(i * 2654435761U);
     SAFEARRAY* made = nullptr;
     ASSERT_EQ(Convert::VectLongToSafeArray(numbers, &made), S_OK);
-    const Array array(made);
+    const SafeArray array(made);
     EXPECT_EQ(getSafeArrayCount(made, 1), 1000000);
     std::vector<LONG> back;
     ASSERT_EQ(Convert::SafeArrayToVectLong(made, back), S_OK);
@@ -133,7 +126,7 @@ TEST(SafeArrayConversions, NumbersGoThereAndBack)
     EXPECT_EQ(made->cLocks, 0U);
 }
 
-TEST(SafeArrayConversions, VariantsGoThereAndBack)
+TEST(SafeArrayConversions, VariantsInAndOut)
 {
     SAFEARRAY* inner = nullptr;
     ASSERT_EQ(Convert::VectStrToSafeArray({Wide("nested")}, &inner), S_OK);
@@ -146,7 +139,7 @@ TEST(SafeArrayConversions, VariantsGoThereAndBack)
     ASSERT_EQ(Convert::VectVariantToSafeArray(variants, &made), S_OK);
     std::vector<_variant_t> back(1);
     ASSERT_EQ(Convert::SafeArrayToVariant(made, back), S_OK);
-    EXPECT_EQ(SafeArrayDestroy(made), S_OK) << "the copies stand alone";
+    EXPECT_EQ(SafeArrayDestroy(made), S_OK) << "the copies are independent";
     ASSERT_EQ(back.size(), 4U);
     EXPECT_EQ(back[0].vt, VT_EMPTY);
     EXPECT_EQ(SysStringLen(back[1].bstrVal), 4U);
@@ -162,18 +155,18 @@ TEST(SafeArrayConversions, NoElements)
 {
     SAFEARRAY* made = nullptr;
     ASSERT_EQ(Convert::VectStrToSafeArray({}, &made), S_OK);
-    const Array array(made);
+    const SafeArray array(made);
     LONG bound = 7;
     EXPECT_EQ(SafeArrayGetLBound(made, 1, &bound), S_OK);
     EXPECT_EQ(bound, 0);
     EXPECT_EQ(getSafeArrayCount(made, 1), 0);
     EXPECT_TRUE(Strings(array).empty());
     std::vector<LONG> numbers{1};
-    EXPECT_EQ(Convert::SafeArrayToVectLong(Make(VT_I4, {{0, 0}}).get(), numbers), S_OK);
+    EXPECT_EQ(Convert::SafeArrayToVectLong(MakeSafeArray(VT_I4, {{0, 0}}).get(), numbers), S_OK);
     EXPECT_TRUE(numbers.empty());
 }
 
-TEST(SafeArrayConversions, ASecondOneReplacesTheFirst)
+TEST(SafeArrayConversions, NewArrayReplacesTheOldOne)
 {
     SAFEARRAY* made = nullptr;
     ASSERT_EQ(Convert::VectLongToSafeArray({1, 2, 3}, &made), S_OK);
@@ -187,7 +180,7 @@ TEST(SafeArrayConversions, ASecondOneReplacesTheFirst)
     EXPECT_EQ(SafeArrayDestroy(made), S_OK);
 }
 
-TEST(SafeArrayConversions, AVariantThatCannotBeCopied)
+TEST(SafeArrayConversions, VariantThatCannotBeCopied)
 {
     std::vector<_variant_t> variants(3);
     variants[1].vt = 15;
@@ -196,7 +189,7 @@ TEST(SafeArrayConversions, AVariantThatCannotBeCopied)
     EXPECT_EQ(made, nullptr);
     variants[1].vt = VT_EMPTY;
 
-    const Array array = Make(VT_VARIANT, {{3, 0}});
+    const SafeArray array = MakeSafeArray(VT_VARIANT, {{3, 0}});
     static_cast<VARIANT*>(array->pvData)[2].vt = 15;
     EXPECT_EQ(Thrown([&] { Convert::SafeArrayToVariant(array.get(), variants); }), DISP_E_BADVARTYPE);
     EXPECT_TRUE(variants.empty());
@@ -204,13 +197,13 @@ TEST(SafeArrayConversions, AVariantThatCannotBeCopied)
     static_cast<VARIANT*>(array->pvData)[2].vt = VT_EMPTY;
 }
 
-TEST(SafeArrayConversions, WhatIsNoList)
+TEST(SafeArrayConversions, NullAndSeveralDimensionsAreRefused)
 {
     std::vector<LONG> numbers{1};
     EXPECT_EQ(Convert::SafeArrayToVectLong(nullptr, numbers), E_INVALIDARG);
     EXPECT_TRUE(numbers.empty());
     std::vector<wstring> strings{Wide("x")};
-    EXPECT_EQ(Convert::SafeArrayToVectStr(Make(VT_BSTR, {{1, 0}, {1, 0}}).get(), strings), E_INVALIDARG);
+    EXPECT_EQ(Convert::SafeArrayToVectStr(MakeSafeArray(VT_BSTR, {{1, 0}, {1, 0}}).get(), strings), E_INVALIDARG);
     EXPECT_TRUE(strings.empty());
     std::vector<_variant_t> variants(1);
     EXPECT_EQ(Convert::SafeArrayToVariant(nullptr, variants), E_INVALIDARG);
@@ -219,23 +212,23 @@ TEST(SafeArrayConversions, WhatIsNoList)
 
 TEST(SafeArrayConversions, StartAtIndexZero)
 {
-    const Array above = Make(VT_I4, {{3, 1}});
+    const SafeArray above = MakeSafeArray(VT_I4, {{3, 1}});
     std::vector<LONG> numbers{1};
     EXPECT_EQ(Thrown([&] { Convert::SafeArrayToVectLong(above.get(), numbers); }), DISP_E_BADINDEX);
     EXPECT_TRUE(numbers.empty());
     EXPECT_EQ(above->cLocks, 0U);
 
-    const Array below = Make(VT_I4, {{5, -2}});
+    const SafeArray below = MakeSafeArray(VT_I4, {{5, -2}});
     for (LONG i = 0; i < 5; ++i)
         static_cast<LONG*>(below->pvData)[i] = i - 2;
     EXPECT_EQ(Convert::SafeArrayToVectLong(below.get(), numbers), S_OK);
     EXPECT_EQ(numbers, std::vector<LONG>({0, 1, 2}));
-    EXPECT_TRUE(Strings(Make(VT_BSTR, {{3, -3}})).empty());
+    EXPECT_TRUE(Strings(MakeSafeArray(VT_BSTR, {{3, -3}})).empty());
 }
 
-TEST(SafeArrayConversions, ALockThatCannotBeHad)
+TEST(SafeArrayConversions, LockThatIsRefused)
 {
-    const Array array = Make(VT_I4, {{1, 0}});
+    const SafeArray array = MakeSafeArray(VT_I4, {{1, 0}});
     array->cLocks = 0xFFFF;
     std::vector<LONG> numbers{1};
     EXPECT_EQ(Thrown([&] { Convert::SafeArrayToVectLong(array.get(), numbers); }), E_UNEXPECTED);

@@ -1,4 +1,9 @@
-#include "log_world.h"
+// The debug mask: the bits that it has on, and the debug records that it lets through.
+#include "tessmaru/log.h"
+#include "testkit/log_machine.h"
+#include "testkit/log_reader.h"
+#include "testkit/test_process.h"
+#include "testkit/whole_log.h"
 
 #include <atomic>
 #include <stdexcept>
@@ -6,8 +11,8 @@
 #include <vector>
 
 using namespace utility::literals;
-using support::LogWorld;
-using support::RunAlone;
+using testkit::LogMachine;
+using testkit::RunAlone;
 using utilities::CLog;
 
 namespace {
@@ -16,8 +21,8 @@ const std::string Invalid = "Debug mask contains invalid data - All bits forced 
 
 struct MaskCase {
     std::string Text;
-    std::vector<std::string> Lines;  // in front of the opening lines
-    std::vector<LONG> Bits;          // those that are on
+    std::vector<std::string> Lines;  // before the opening lines
+    std::vector<LONG> Bits;          // the bits that are on
 };
 
 TEST(DebugMask, DecidesWhichDebugRecordsAreWritten)
@@ -43,8 +48,8 @@ TEST(DebugMask, DecidesWhichDebugRecordsAreWritten)
         {"\xC3\xA9", {Invalid}, {}},
     };
     for (const MaskCase& mask : cases) {
-        const LogWorld world(mask.Text);
-        RunAlone(world, [](const LogWorld&) {
+        const LogMachine machine(mask.Text);
+        RunAlone(machine, [](const LogMachine&) {
             CLog* const log = CLog::GetInstance();
             for (LONG bit = 0; bit < 64; ++bit)
                 EXPECT_EQ(log->LogDebug(bit, u"bit %d"_w, u"Test"_w, bit), 0);
@@ -54,18 +59,19 @@ TEST(DebugMask, DecidesWhichDebugRecordsAreWritten)
         for (const LONG bit : mask.Bits)
             expected.push_back("bit " + std::to_string(bit));
         expected.insert(expected.end(), {"Log closing", "-----------"});
-        EXPECT_EQ(support::Texts(world.Log), expected) << mask.Text;
-        for (const support::Fields& record : support::Records(world.Log)) {
-            EXPECT_EQ(record[3] == "WARN", record[5] == Invalid);
-            EXPECT_EQ(record[3] == "DBUG", record[5].starts_with("bit "));
+        EXPECT_EQ(testkit::Texts(machine.Log), expected) << mask.Text;
+        const testkit::LogFile log = testkit::WholeLog(machine.Log);
+        for (const testkit::Record& record : log.Records()) {
+            EXPECT_EQ(record.Level == "WARN", record.Text == Invalid);
+            EXPECT_EQ(record.Level == "DBUG", record.Text.starts_with("bit "));
         }
     }
 }
 
-TEST(DebugMask, BitsOutsideAreRefusedBeforeAnythingIsRead)
+TEST(DebugMask, RefusesBitsOutsideTheMaskBeforeFormatting)
 {
-    const LogWorld world("1");
-    RunAlone(world, [](const LogWorld&) {
+    const LogMachine machine("1");
+    RunAlone(machine, [](const LogMachine&) {
         CLog* const log = CLog::GetInstance();
         for (const LONG bit : {LONG{64}, LONG{-1}, LONG{0x7FFFFFFF}, static_cast<LONG>(0x80000000)}) {
             try {
@@ -75,16 +81,16 @@ TEST(DebugMask, BitsOutsideAreRefusedBeforeAnythingIsRead)
                 EXPECT_STREQ(failure.what(), "invalid bitset<N> position");
             }
         }
-        // A bit that is off is not formatted: the argument that %s asks for is not there.
+        // If the bit is off, nothing is formatted: the arguments of %s do not exist.
         EXPECT_EQ(log->LogDebug(1, u"%s%s%s%s"_w, u"Test"_w), 0);
     });
-    EXPECT_EQ(support::Texts(world.Log).size(), 5U);
+    EXPECT_EQ(testkit::Texts(machine.Log).size(), 5U);
 }
 
-TEST(DebugMask, RefusalsReachTheirOwnThreads)
+TEST(DebugMask, ThrowsRefusalsInTheCallingThread)
 {
-    const LogWorld world;
-    RunAlone(world, [](const LogWorld&) {
+    const LogMachine machine;
+    RunAlone(machine, [](const LogMachine&) {
         CLog* const log = CLog::GetInstance();
         std::atomic<int> caught{0};
         std::vector<std::thread> threads;
@@ -105,19 +111,19 @@ TEST(DebugMask, RefusalsReachTheirOwnThreads)
     });
 }
 
-TEST(DebugMask, IsReadOnceAnOpening)
+TEST(DebugMask, IsReadOnceForEachOpening)
 {
-    const LogWorld world("1");
-    RunAlone(world, [](const LogWorld& sameWorld) {
+    const LogMachine machine("1");
+    RunAlone(machine, [](const LogMachine& sameMachine) {
         CLog* const log = CLog::GetInstance();
-        sameWorld.SetLog(sameWorld.Log, "10");
+        sameMachine.SetLog(sameMachine.Log, "10");
         log->LogDebug(0, u"old mask"_w, u"Test"_w);
         log->LogDebug(1, u"not yet"_w, u"Test"_w);
         log->Initialise();
         log->LogDebug(0, u"no more"_w, u"Test"_w);
         log->LogDebug(1, u"new mask"_w, u"Test"_w);
     });
-    EXPECT_EQ(support::Texts(world.Log),
+    EXPECT_EQ(testkit::Texts(machine.Log),
               std::vector<std::string>({"Debug mask: 1 bits ON", "----------", "Log opened", "old mask",
                                         "Debug mask: 1 bits ON", "new mask", "Log closing", "-----------"}));
 }

@@ -1,8 +1,8 @@
-// Failures as lines: of every code that has a name, of codes that have none, and of exceptions.
+// Failures as lines: every code that has a name, codes without a name, and exceptions.
 #include "tessmaru/errors.h"
-#include "counted.h"
-#include "support.h"
 #include "system.h"
+#include "testkit/fake_error_info.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -15,8 +15,8 @@ namespace {
 
 using namespace utility::literals;
 
-using support::Narrow;
-using support::Wide;
+using testkit::Narrow;
+using testkit::Wide;
 
 struct Row {
     DWORD Value;
@@ -56,7 +56,7 @@ std::string FacilityOf(DWORD code)
     return std::string("FACILITY_") + names[(code >> 16) & 0x1FFF];
 }
 
-/// The message service's text for a code, up to its last line end; row 148 where it has none.
+/// The message service's text for a code, up to its last line end; row 148 if it has none.
 std::string Description(DWORD code)
 {
     unsigned short text[1024];
@@ -113,7 +113,7 @@ TEST(HResultText, WholeValuesGoBeforeLowWords)
         EXPECT_EQ(Line(row.Code), Description(row.Code) + Tail(row.Code, row.Name, row.Facility));
 }
 
-TEST(HResultText, InterfacesHaveCodesOfTheirOwn)
+TEST(HResultText, InterfacesHaveTheirOwnCodes)
 {
     for (const DWORD code : {0x80040200U, 0x00040200U, 0x8004FFFFU, 0xE0040200U})
         EXPECT_EQ(Line(code), "Interface specific FACILITY_ITF error" + Tail(code, "Unknown name", "FACILITY_ITF"));
@@ -122,12 +122,12 @@ TEST(HResultText, InterfacesHaveCodesOfTheirOwn)
                   "Interface specific FACILITY_CONTROL error" + Tail(code, "Unknown name", "FACILITY_CONTROL"));
 }
 
-TEST(HResultText, TheProgramsOwnMessages)
+TEST(HResultText, MessagesOfTheProgram)
 {
     const auto tail = [](DWORD code) { return Tail(code, "Unknown name", "Unknown or new FACILITY code"); };
     EXPECT_EQ(Line(0x80051000), "First line\r\nsecond line" + tail(0x80051000));
-    EXPECT_EQ(Line(0x80051001), "Unknown or new error" + tail(0x80051001)) << "a mark and no insert";
-    EXPECT_EQ(Line(0x80051002), "Head" + tail(0x80051002)) << "what stands behind the last line end goes";
+    EXPECT_EQ(Line(0x80051001), "Unknown or new error" + tail(0x80051001)) << "an insert mark without an insert";
+    EXPECT_EQ(Line(0x80051002), "Head" + tail(0x80051002)) << "the text after the last line end is dropped";
     EXPECT_EQ(Line(0x80051003), "Plain" + tail(0x80051003));
 }
 
@@ -150,12 +150,12 @@ TEST(ExceptionText, StandardExceptions)
     unsigned short wide[32]{};
     ASSERT_NE(MultiByteToWideChar(CP_ACP, 0, foreign.c_str(), -1, platform::Wide(wide), 32), 0);
     EXPECT_EQ(utility::getStdExceptionAsString(BadText(foreign)), utility::wstring(wide))
-        << "as the active page reads it";
+        << "converted by the active code page";
 }
 
-using support::Telling;
+using testkit::FakeErrorInfo;
 
-std::string ComLine(Telling& object, DWORD code)
+std::string ComLine(FakeErrorInfo& object, DWORD code)
 {
     const std::string line =
         Narrow(utility::getComErrorAsString(_com_error(static_cast<HRESULT>(code), &object, true)));
@@ -169,8 +169,8 @@ TEST(ExceptionText, ComErrors)
     const std::string middle = " [0x8004FFFF: IDispatch error #65023 - ";
     EXPECT_EQ(Narrow(utility::getComErrorAsString(_com_error(static_cast<HRESULT>(code)))),
               "ComError: n/a" + middle + "n/a]");
-    Telling object;
-    EXPECT_EQ(ComLine(object, code), "ComError: n/a" + middle + "n/a]") << "calls that deliver nothing";
+    FakeErrorInfo object;
+    EXPECT_EQ(ComLine(object, code), "ComError: n/a" + middle + "n/a]") << "methods that fail";
     object.Source = u"Site.Import"_w;
     EXPECT_EQ(ComLine(object, code), "ComError: n/a" + middle + "Site.Import]");
     object.Description = u"no such site"_w;
@@ -181,11 +181,11 @@ TEST(ExceptionText, ComErrors)
               "ComError: n/a [0x80004005: " + Description(0x80004005) + " - n/a]");
 }
 
-TEST(ExceptionText, ALineThatDoesNotFitVanishesWhole)
+TEST(ExceptionText, LineThatDoesNotFitIsEmpty)
 {
     const std::string middle = " [0x8004FFFF: IDispatch error #65023 - n/a]";
     const std::size_t room = 1022 - std::string("ComError: ").size() - middle.size();
-    Telling object;
+    FakeErrorInfo object;
     const utility::wstring fits(room, u'x');
     object.Description = fits.c_str();
     EXPECT_EQ(ComLine(object, 0x8004FFFF).size(), 1022U);
@@ -194,10 +194,10 @@ TEST(ExceptionText, ALineThatDoesNotFitVanishesWhole)
     EXPECT_EQ(ComLine(object, 0x8004FFFF), "");
 }
 
-TEST(ExceptionText, APendingErrorObjectStays)
+TEST(ExceptionText, PendingErrorObjectStays)
 {
     EXPECT_FALSE(utility::testIErrorInfoGenerated());
-    Telling object;
+    FakeErrorInfo object;
     ASSERT_EQ(SetErrorInfo(0, &object), S_OK);
     EXPECT_TRUE(utility::testIErrorInfoGenerated());
     EXPECT_TRUE(utility::testIErrorInfoGenerated());

@@ -1,7 +1,10 @@
+// Faults of the processor as exceptions, and their texts.
 #include "errors/structured_exception.h"
-#include "faulting.h"
-#include "processes.h"
 #include "tessmaru/structured_exception.h"
+#include "testkit/faulting_calls.h"
+#include "testkit/open_handles.h"
+#include "testkit/scratch_folder.h"
+#include "testkit/test_process.h"
 
 #include <gtest/gtest.h>
 
@@ -13,11 +16,11 @@
 #include <utility>
 #include <vector>
 
-using support::Faulting;
-using support::Invoke;
-using support::ReadNull;
-using support::RunAlone;
-using support::ScratchFolder;
+using testkit::Faulting;
+using testkit::Invoke;
+using testkit::ReadNull;
+using testkit::RunAlone;
+using testkit::ScratchFolder;
 
 namespace {
 
@@ -44,7 +47,7 @@ TEST(StructuredExceptionText, NamesTheAccess)
         << "all digits of an address";
 }
 
-TEST(StructuredExceptionText, TellsTheCodesApart)
+TEST(StructuredExceptionText, DescribesEachCode)
 {
     const std::pair<DWORD, const char*> rows[] = {
         {0x80000002, "misaligned on hardware"},  {0x80000004, "one instruction has been executed. "},
@@ -69,19 +72,20 @@ TEST(StructuredExceptionText, TellsTheCodesApart)
     }
 }
 
+/// A function that faults, and a part of the fault's text.
 struct Kind {
     Faulting Function;
     const char* Text;
 };
 
 constexpr Kind Kinds[] = {
-    {support::ReadNull, "attempted to read from a virtual address at 0x00000000 for"},
-    {support::WriteNull, "attempted to write to a virtual address at 0x00000000 for"},
-    {support::DivideByZero, "attempted to divide an integer value by an integer divisor of zero. "},
-    {support::RunIllegal, "Code: 0xC000001D"},
-    {support::RunBreakpoint, "Code: 0x80000003"},
-    {support::RunPrivileged, "not allowed in the current machine mode. "},
-    {support::CallNull, "SE exception at address 0x00000000: The thread attempted to "},
+    {testkit::ReadNull, "attempted to read from a virtual address at 0x00000000 for"},
+    {testkit::WriteNull, "attempted to write to a virtual address at 0x00000000 for"},
+    {testkit::DivideByZero, "attempted to divide an integer value by an integer divisor of zero. "},
+    {testkit::RunIllegal, "Code: 0xC000001D"},
+    {testkit::RunBreakpoint, "Code: 0x80000003"},
+    {testkit::RunPrivileged, "not allowed in the current machine mode. "},
+    {testkit::CallNull, "SE exception at address 0x00000000: The thread attempted to "},
 };
 
 /// Counts the objects that unwinding has destroyed.
@@ -119,7 +123,7 @@ void ExpectAllTranslated()
     }
 }
 
-TEST(Faults, AreThrownOnEachThreadThatAsksForIt)
+TEST(Faults, AreThrownOnEachThreadWithATranslator)
 {
     ExpectAllTranslated();
     std::thread(ExpectAllTranslated).join();
@@ -129,19 +133,19 @@ TEST(Faults, AreStandardExceptions)
 {
     const InstallSETranslator translator;
     try {
-        Invoke(support::DivideByZero);
+        Invoke(testkit::DivideByZero);
         FAIL() << "no fault";
     } catch (const std::exception& fault) {
         EXPECT_NE(std::string(fault.what()).find("divisor of zero"), std::string::npos);
     }
 }
 
-#ifndef __clang__  // which keeps no handler for an access, whatever its flags
-TESSMARU_FAULTING int StepsOfAFailure()
+#ifndef __clang__  // clang drops handlers around a single access, with any flags
+TESSMARU_FAULTING int StepsOfAFault()
 {
     volatile int steps = 1;
     try {
-        support::Target = *support::Null<int>;
+        testkit::Target = *testkit::Null<int>;
         steps = 2;
     } catch (const structured_exception&) {
         steps = steps + 10;
@@ -149,10 +153,10 @@ TESSMARU_FAULTING int StepsOfAFailure()
     return steps;
 }
 
-TEST(Faults, ReachAHandlerInTheFailingFunctionItself)
+TEST(Faults, ReachAHandlerInTheFaultingFunction)
 {
     const InstallSETranslator translator;
-    EXPECT_EQ(StepsOfAFailure(), 11);
+    EXPECT_EQ(StepsOfAFault(), 11);
 }
 #endif
 
@@ -189,13 +193,13 @@ void ExpectCaught(int count)
     EXPECT_EQ(caught, count);
 }
 
-TEST(Faults, MayFollowOneAnother)
+TEST(Faults, CanBeRepeated)
 {
     const InstallSETranslator translator;
-    ExpectCaught(1);  // what the language's runtime keeps from the first exception on
-    const int handles = support::OpenHandles();
+    ExpectCaught(1);  // the first exception opens handles that the runtime keeps
+    const int handles = testkit::OpenHandles();
     ExpectCaught(1000);
-    EXPECT_EQ(support::OpenHandles(), handles);
+    EXPECT_EQ(testkit::OpenHandles(), handles);
 }
 
 TEST(Faults, OfSeveralThreadsAtOnceStayApart)
@@ -219,7 +223,7 @@ TEST(Faults, OfSeveralThreadsAtOnceStayApart)
     EXPECT_EQ(wrong, 0);
 }
 
-TEST(InstallSETranslator, MayBeInstalledAgainAndAgain)
+TEST(InstallSETranslator, CanBeInstalledAgain)
 {
     InstallSETranslator translator;
     translator.install();
@@ -230,7 +234,7 @@ TEST(InstallSETranslator, MayBeInstalledAgainAndAgain)
     EXPECT_THROW(Invoke(ReadNull), structured_exception);
 }
 
-/// What a process does that has to end by a fault, though a handler stands ready.
+/// Faults within a handler that must not be reached.
 [[noreturn]] void FaultUntranslated()
 {
     try {
@@ -240,29 +244,29 @@ TEST(InstallSETranslator, MayBeInstalledAgainAndAgain)
     std::_Exit(0);
 }
 
-void ExpectToEnd(void (*work)(const ScratchFolder&))
+void ExpectEndByFault(void (*work)(const ScratchFolder&))
 {
     const ScratchFolder folder;
-    support::Process process(folder, work);
+    testkit::TestProcess process(folder, work);
     EXPECT_NE(process.Wait(), 0) << "the fault was caught";
 }
 
 TEST(InstallSETranslator, ProtectsNoThreadButItsOwn)
 {
-    ExpectToEnd([](const ScratchFolder&) {
+    ExpectEndByFault([](const ScratchFolder&) {
         const InstallSETranslator translator;
         std::thread(FaultUntranslated).join();
     });
 }
 
-TEST(InstallSETranslator, IsOverWithUninstallAndWithItsDestructor)
+TEST(InstallSETranslator, EndsWithUninstallAndWithItsDestructor)
 {
-    ExpectToEnd([](const ScratchFolder&) {
+    ExpectEndByFault([](const ScratchFolder&) {
         InstallSETranslator translator;
         translator.uninstall();
         FaultUntranslated();
     });
-    ExpectToEnd([](const ScratchFolder&) {
+    ExpectEndByFault([](const ScratchFolder&) {
         {
             const InstallSETranslator translator;
         }
@@ -272,7 +276,7 @@ TEST(InstallSETranslator, IsOverWithUninstallAndWithItsDestructor)
 
 TEST(InstallSETranslator, DoesNotNest)
 {
-    ExpectToEnd([](const ScratchFolder&) {
+    ExpectEndByFault([](const ScratchFolder&) {
         const InstallSETranslator outer;
         {
             const InstallSETranslator inner;

@@ -1,8 +1,9 @@
+// The frame cipher in all its forms, its checksum, and the key of a password.
 #include "tessmaru/frame.h"
 
 #include "frame/cipher.h"
 #include "frame/crc32.h"
-#include "support.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +12,7 @@
 
 namespace {
 
-using support::Wide;
+using testkit::Wide;
 using utility::decryptFrame;
 using utility::encryptFrame;
 using utility::genEncryptKeyFromPassword;
@@ -25,7 +26,7 @@ std::uint32_t Crc(std::string_view text)
     return frame::calcCrc32(reinterpret_cast<const unsigned char*>(text.data()), text.size());
 }
 
-TEST(Crc32, IsThePublishedOne)
+TEST(Crc32, HasThePublishedValues)
 {
     EXPECT_EQ(Crc("The quick red fox jumped over the lazy brown dog."), 0x378420CFU);
     EXPECT_EQ(Crc("123456789"), 0xCBF43926U);
@@ -43,7 +44,7 @@ TEST(PasswordKey, IsTheChecksumOfEightCharacters)
     EXPECT_NE(genEncryptKeyFromPassword(Wide("passwore")), 0x35C246D5U);
 }
 
-TEST(Frame, ByHand)
+TEST(Frame, BytesComputedByHand)
 {
     // The low bytes of the key rotated by 0, 1, 2 and 3 bits: F0, E1, C2, 84.
     Bytes frame = {0x10, 0x20, 0x30, 0xFF};
@@ -53,7 +54,7 @@ TEST(Frame, ByHand)
     EXPECT_EQ(frame, (Bytes{0x10, 0x20, 0x30, 0xFF}));
 }
 
-TEST(Frame, LowSixteenBitsOfTheLengthCount)
+TEST(Frame, UsesTheLowSixteenBitsOfTheLength)
 {
     const Bytes plain(65600, 0x5A);
     Bytes frame = plain;
@@ -70,7 +71,7 @@ TEST(Frame, LowSixteenBitsOfTheLengthCount)
     EXPECT_EQ(frame, plain) << "one byte";
 }
 
-TEST(Frame, AChangeOfAScrambledByteRunsOn)
+TEST(Frame, ChangedByteChangesAllLaterBytes)
 {
     const Bytes plain(100, 7);
     Bytes frame = plain;
@@ -81,7 +82,7 @@ TEST(Frame, AChangeOfAScrambledByteRunsOn)
         EXPECT_EQ(frame[i], i < 40 ? 7 : i % 2 == 0 ? 10 : 4) << i;
 }
 
-/// A form of the cipher, and whether this processor has it.
+/// A form of the cipher, and whether this processor supports it.
 struct Form {
     const char* Name;
     frame::Transforms Transforms;
@@ -92,7 +93,7 @@ const Form forms[] = {{"ssse3", {frame::EncryptSsse3, frame::DecryptSsse3}, __bu
                       {"avx2", {frame::EncryptAvx2, frame::DecryptAvx2}, __builtin_cpu_supports("avx2") != 0},
                       {"chosen", frame::Chosen(), true}};
 
-/// Expects of a form what the plain one does with these bytes, at a place of this alignment, and nothing around them.
+/// Expects that a form changes these bytes as the plain form does, at an address of this alignment, and nothing else.
 void ExpectAlike(const Form& form, const Bytes& plain, std::size_t alignment, std::uint32_t withKey)
 {
     constexpr std::size_t around = 64;

@@ -1,10 +1,14 @@
-// The shared library as a program meets it: loading, unloading, the end of the program.
-#include "loaded.h"
-#include "log_world.h"
+// The shared library in a program that loads it: loading, unloading, the end of the program.
+#include "testkit/debug_output.h"
+#include "testkit/file_content.h"
+#include "testkit/loaded_library.h"
+#include "testkit/log_machine.h"
+#include "testkit/test_process.h"
+#include "testkit/whole_log.h"
 
-using support::Loaded;
-using support::LogWorld;
-using support::RunAlone;
+using testkit::LoadedLibrary;
+using testkit::LogMachine;
+using testkit::RunAlone;
 
 namespace {
 
@@ -13,51 +17,48 @@ constexpr const char* Deleted = "CLOG - Logging module successfully deleted.\n";
 
 class Library : public testing::Test {
 protected:
-    std::string Output() const { return support::ReadFile(World.Folder / "output"); }
+    std::string Output() const { return testkit::ReadFile(Machine.Folder / "output"); }
 
-    const LogWorld World;
+    const LogMachine Machine;
     const std::vector<std::string> Whole{"----------", "Log opened", "Log closing", "-----------"};
 };
 
 TEST_F(Library, ClosesTheLogWhenItIsUnloaded)
 {
-    RunAlone(World, [](const LogWorld& world) {
-        support::SendDebugOutputTo(world.Folder / "output");
+    RunAlone(Machine, [](const LogMachine& machine) {
+        testkit::SendDebugOutputTo(machine.Folder / "output");
         for (int round = 0; round < 2; ++round) {
-            Loaded library;
-            ASSERT_TRUE(library);
+            LoadedLibrary library;
             ASSERT_NE(library.OpenLog(), nullptr);
             EXPECT_TRUE(library.Unload());
-            EXPECT_EQ(support::Texts(world.Log).size(), 4U) << "closed by now";
+            EXPECT_EQ(testkit::Texts(machine.Log).size(), 4U) << "the log is closed";
         }
     });
     EXPECT_EQ(Output(), std::string(Created) + Deleted + Created + Deleted);
-    EXPECT_EQ(support::Texts(World.Log), Whole);
-    EXPECT_EQ(support::Texts(World.Previous), Whole);
+    EXPECT_EQ(testkit::Texts(Machine.Log), Whole);
+    EXPECT_EQ(testkit::Texts(Machine.Previous), Whole);
 }
 
 TEST_F(Library, ClosesTheLogAtTheEndOfTheProgram)
 {
-    RunAlone(World, [](const LogWorld& world) {
-        support::SendDebugOutputTo(world.Folder / "output");
-        const Loaded library;
-        ASSERT_TRUE(library);
+    RunAlone(Machine, [](const LogMachine& machine) {
+        testkit::SendDebugOutputTo(machine.Folder / "output");
+        const LoadedLibrary library;
         ASSERT_NE(library.OpenLog(), nullptr);
     });
     EXPECT_EQ(Output(), std::string(Created) + Deleted);
-    EXPECT_EQ(support::Texts(World.Log), Whole);
+    EXPECT_EQ(testkit::Texts(Machine.Log), Whole);
 }
 
-TEST_F(Library, SaysThatItGoesWithoutALogToo)
+TEST_F(Library, ReportsItsUnloadingWithoutALogToo)
 {
-    RunAlone(World, [](const LogWorld& world) {
-        support::SendDebugOutputTo(world.Folder / "output");
-        Loaded library;
-        ASSERT_TRUE(library);
+    RunAlone(Machine, [](const LogMachine& machine) {
+        testkit::SendDebugOutputTo(machine.Folder / "output");
+        LoadedLibrary library;
         library.Unload();
     });
     EXPECT_EQ(Output(), Deleted);
-    EXPECT_FALSE(std::filesystem::exists(World.Log)) << "loading opens no log";
+    EXPECT_FALSE(std::filesystem::exists(Machine.Log)) << "loading opens no log";
 }
 
 }  // namespace

@@ -1,11 +1,19 @@
-// What the log answers when the machine fails it: each failure is made to happen.
-#include "log_world.h"
+// Failures of the log, each of which the test causes.
 #include "system.h"
+#include "tessmaru/log.h"
+#include "testkit/file_content.h"
+#include "testkit/log_machine.h"
+#include "testkit/paths.h"
+#include "testkit/settings_text.h"
+#include "testkit/test_process.h"
+#include "testkit/whole_log.h"
+
+#include <fstream>
 
 using namespace utility::literals;
-using support::LogWorld;
-using support::Process;
-using support::RunAlone;
+using testkit::LogMachine;
+using testkit::RunAlone;
+using testkit::TestProcess;
 using utilities::CLog;
 
 namespace {
@@ -17,16 +25,11 @@ LONG OpeningCode()
 
 std::string LogKey(const std::string& values)
 {
-    return "[" + std::string(support::SuiteKey) + "Log\\Application]\r\n" + values;
+    return testkit::Section(testkit::SuiteKey + "Log\\Application", values);
 }
 
-std::string PathValue(const std::string& path)
-{
-    return LogKey("\"FilePath\"=\"" + support::Escaped(path) + "\"\r\n");
-}
-
-/// A text that fills the room of a path and has no end.
-std::string UnendedPathValue()
+/// A text that fills the buffer of a path and has no terminator.
+std::string UnterminatedPath()
 {
     std::string value = "\"FilePath\"=hex(1):";
     for (int i = 0; i < 513; ++i)
@@ -37,94 +40,94 @@ std::string UnendedPathValue()
 
 class LogFailures : public testing::Test {
 protected:
-    const LogWorld World;
+    const LogMachine Machine;
 };
 
-TEST_F(LogFailures, OpeningTellsWhyAndTriesAgain)
+TEST_F(LogFailures, OpeningReportsItsCodeAndTriesAgain)
 {
     EXPECT_EQ(CLog::GetInitError(), 0);
-    std::filesystem::create_directory(World.Folder / "folder.log");
-    RunAlone(World, [](const LogWorld& world) {
+    std::filesystem::create_directory(Machine.Folder / "folder.log");
+    RunAlone(Machine, [](const LogMachine& machine) {
         struct Case {
             std::string Settings;
             unsigned Code;
         };
-        const std::string longest = (world.Folder.path() / std::string(200, 'a') / std::string(200, 'b')).string();
+        const std::string longest = (machine.Folder.path() / std::string(200, 'a') / std::string(200, 'b')).string();
         const Case cases[] = {
             {"", 0x80070002},
             {LogKey(""), 0x80070002},
-            {PathValue(""), 0x80070002},
+            {testkit::LogSection(""), 0x80070002},
             {LogKey("\"FilePath\"=hex(1):\r\n"), 0x80070002},
-            {PathValue((world.Folder.path() / "missing" / "App.log").string()), 0x80070003},
-            {PathValue(world.Folder / "folder.log"), 0x80070005},
-            {PathValue("/" + std::string(512, 'x')), 0x800700EA},
-            {UnendedPathValue(), 0x800700EA},
-            {PathValue(longest), 0x80070003},
+            {testkit::LogSection((machine.Folder.path() / "missing" / "App.log").string()), 0x80070003},
+            {testkit::LogSection((machine.Folder / "folder.log").string()), 0x80070005},
+            {testkit::LogSection("/" + std::string(512, 'x')), 0x800700EA},
+            {UnterminatedPath(), 0x800700EA},
+            {testkit::LogSection(longest), 0x80070003},
         };
         for (const Case& failure : cases) {
-            world.SetRegistry(failure.Settings);
+            machine.Settings.Set(failure.Settings);
             EXPECT_EQ(static_cast<unsigned>(OpeningCode()), failure.Code) << failure.Settings;
         }
-        world.SetLog(world.Log);
+        machine.SetLog(machine.Log);
         EXPECT_EQ(OpeningCode(), 0);
         EXPECT_EQ(CLog::GetInitError(), 0);
     });
-    EXPECT_TRUE(std::filesystem::is_directory(World.Folder / "folder.log"));
-    EXPECT_EQ(support::Texts(World.Log).size(), 4U);
+    EXPECT_TRUE(std::filesystem::is_directory(Machine.Folder / "folder.log"));
+    EXPECT_EQ(testkit::Texts(Machine.Log).size(), 4U);
 }
 
-TEST_F(LogFailures, PathOfTheGreatestLengthWorks)
+TEST_F(LogFailures, PathOfTheMaximumLengthWorks)
 {
     const auto separator = static_cast<char>(std::filesystem::path::preferred_separator);
-    std::vector<std::string> made{support::LongPath(World.Folder.path().string())};
+    std::vector<std::string> made{testkit::LongPath(Machine.Folder.path().string())};
     for (const std::size_t length : {200U, 320U, 440U, 512U}) {
         const std::string& parent = made.back();
         made.push_back(parent + separator + std::string(length - parent.size() - 1, 'd'));
         if (length != 512)
             std::filesystem::create_directory(made.back());
     }
-    World.SetLog(made.back());
-    RunAlone(World, [](const LogWorld&) { EXPECT_EQ(OpeningCode(), 0); });
-    EXPECT_EQ(support::Texts(made.back()).size(), 4U);
+    Machine.SetLog(made.back());
+    RunAlone(Machine, [](const LogMachine&) { EXPECT_EQ(OpeningCode(), 0); });
+    EXPECT_EQ(testkit::Texts(made.back()).size(), 4U);
     for (; made.size() > 1; made.pop_back())
         std::filesystem::remove(made.back());
 }
 
-/// Dies as a writer at its record does, which has written the front of it that the file "front" holds.
-void DieHolding(const LogWorld& world)
+/// Dies as a writer dies within its record, after it has written the start that the file "start" holds.
+void DieHolding(const LogMachine& machine)
 {
-    const HANDLE mutex = CreateMutexW(nullptr, FALSE, platform::Wide(world.MutexName().c_str()));
+    const HANDLE mutex = CreateMutexW(nullptr, FALSE, platform::Wide(machine.MutexName().c_str()));
     WaitForSingleObject(mutex, INFINITE);
-    std::ofstream(world.Log, std::ios::app | std::ios::binary) << support::ReadFile(world.Folder / "front");
-    support::Die();
+    std::ofstream(machine.Log, std::ios::app | std::ios::binary) << testkit::ReadFile(machine.Folder / "start");
+    testkit::Die();
 }
 
-TEST_F(LogFailures, HolderKilledAtItsRecordCostsNobodyElseARecord)
+TEST_F(LogFailures, WriterKilledWithinItsRecordCostsNoOtherRecord)
 {
-    RunAlone(World, [](const LogWorld& world) {
+    RunAlone(Machine, [](const LogMachine& machine) {
         CLog* const log = CLog::GetInstance();
-        const auto dieWriting = [&world](std::string_view front) {
-            support::WriteFile(world.Folder / "front", front);
-            EXPECT_NE(Process(world, DieHolding).Wait(), 0);
+        const auto dieWriting = [&machine](std::string_view start) {
+            testkit::WriteFile(machine.Folder / "start", start);
+            EXPECT_NE(TestProcess(machine, DieHolding).Wait(), 0);
         };
-        // What a killed writer may leave: nothing, or the front of its record up to a page of the file.
-        const utility::wstring fronts[] = {u""_w, u"2026-11-22 09:0"_w, utility::wstring(4000, u'x')};
-        for (const utility::wstring& front : fronts) {
-            const std::string_view bytes(reinterpret_cast<const char*>(front.data()), front.size() * 2);
+        // A killed writer may leave nothing, or the start of its record up to a page of the file.
+        const utility::wstring starts[] = {u""_w, u"2026-11-22 09:0"_w, utility::wstring(4000, u'x')};
+        for (const utility::wstring& start : starts) {
+            const std::string_view bytes(reinterpret_cast<const char*>(start.data()), start.size() * 2);
             dieWriting(bytes);
             EXPECT_EQ(log->LogInfo(u"as usual"_w, u"Test"_w), 0);
             if (bytes.size() > 1) {
                 dieWriting(bytes.substr(1));
                 EXPECT_EQ(log->LogInfo(u"as usual"_w, u"Test"_w), 0);
             }
-            // The next to take the lock may also be one that opens the log.
+            // The next process that takes the lock may also open the log.
             dieWriting(bytes);
             EXPECT_EQ(log->Initialise(), 0);
         }
     });
     const std::vector<std::string> whole{"----------", "Log opened", "as usual",    "as usual",   "as usual",
                                          "as usual",   "as usual",   "Log closing", "-----------"};
-    EXPECT_EQ(support::Texts(World.Log), whole);
+    EXPECT_EQ(testkit::Texts(Machine.Log), whole);
 }
 
 }  // namespace

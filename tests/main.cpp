@@ -1,7 +1,8 @@
-#include "processes.h"
+// The `main` of every test program.
+#include "testkit/test_process.h"
 
 int main(int count, char** arguments)
 {
     testing::InitGoogleTest(&count, arguments);
-    return support::StartedAnew() ? support::RunStarted() : RUN_ALL_TESTS();
+    return testkit::IsTestProcess() ? testkit::RunTestProcess() : RUN_ALL_TESTS();
 }

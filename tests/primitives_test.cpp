@@ -1,7 +1,8 @@
+// The primitives: critical section, security descriptor, stop watch.
 #include "tessmaru/primitives.h"
 
-#include "support.h"
 #include "system.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -27,7 +28,7 @@ public:
     using CSecurityDescriptor::initSecurityDescriptor;
 };
 
-/// Whether another thread gets the lock at once. It keeps trying until it does.
+/// A thread that takes the lock once, and waits for it if it must.
 class Contender {
 public:
     explicit Contender(CCriticalSection& section)
@@ -50,7 +51,7 @@ private:
     std::thread Thread;
 };
 
-TEST(CriticalSection, FlagIsNoCount)
+TEST(CriticalSection, CountsItsLocksThoughItsFlagDoesNot)
 {
     CCriticalSection section;
     EXPECT_FALSE(section.IsLocked());
@@ -72,7 +73,7 @@ TEST(CriticalSection, CopiesShareTheLockAndTheLastReleasesIt)
     CCriticalSection assigned;
     assigned = copy;
     assigned.Lock();
-    EXPECT_FALSE(copy.IsLocked()) << "each has a flag of its own";
+    EXPECT_FALSE(copy.IsLocked()) << "each copy has its own flag";
     Contender contender(*first);
     std::this_thread::yield();
     EXPECT_FALSE(contender.IsInside());
@@ -85,7 +86,7 @@ TEST(CriticalSection, CopiesShareTheLockAndTheLastReleasesIt)
     copy.Unlock();
 }
 
-TEST(SecurityDescriptor, HoldsTheListThatItPromises)
+TEST(SecurityDescriptor, HasTheDocumentedAccessList)
 {
     CSecurityDescriptor object;
     auto* const attributes = object.getSecurityAttributes();
@@ -135,7 +136,7 @@ public:
     using CStopWatch::getTimeSince;
 };
 
-TEST(StopWatch, TellsSecondsSinceItsStartAndItsMark)
+TEST(StopWatch, MeasuresSecondsSinceItsStartAndItsMark)
 {
     const LONG before = platform::Clock();
     OpenWatch watch;
@@ -144,13 +145,13 @@ TEST(StopWatch, TellsSecondsSinceItsStartAndItsMark)
     EXPECT_GT(watch.getTimeSince(before), 0);
     const double first = watch.ElapsedTime();
     const double span = watch.Mark();
-    EXPECT_GE(span, first) << "the first mark ends what began with the watch";
+    EXPECT_GE(span, first) << "the first span starts with the watch";
     const double sinceMark = watch.ElapsedTimeSinceMark();
     EXPECT_GE(watch.ElapsedTime() - sinceMark, first) << "a mark does not move the start";
     EXPECT_GE(sinceMark, 0);
 }
 
-TEST(StopWatch, CountsAcrossTheEndOfItsBits)
+TEST(StopWatch, MeasuresAcrossTheOverflowOfTheClock)
 {
     const OpenWatch watch;
     const auto now = static_cast<ULONG>(platform::Clock());
@@ -164,13 +165,13 @@ TEST(StopWatch, CountsAcrossTheEndOfItsBits)
 TEST(StopWatch, GivesText)
 {
     const CStopWatch watch;
-    const auto text = [&watch](double seconds) { return support::Narrow(watch.getAsStr(seconds)); };
+    const auto text = [&watch](double seconds) { return testkit::Narrow(watch.getAsStr(seconds)); };
     EXPECT_EQ(text(0), "0.000000 seconds");
     EXPECT_EQ(text(2.5), "2.500000 seconds");
     EXPECT_EQ(text(-0.001), "-0.001000 seconds");
     EXPECT_EQ(text(1e60).size(), 63U) << "cut";
     for (const std::string& elapsed :
-         {support::Narrow(watch.strElapsedTime()), support::Narrow(watch.strElapsedTimeSinceMark())}) {
+         {testkit::Narrow(watch.strElapsedTime()), testkit::Narrow(watch.strElapsedTimeSinceMark())}) {
         EXPECT_EQ(elapsed.substr(elapsed.find('.') + 4), "000 seconds") << "ticks of a millisecond: " << elapsed;
     }
 }

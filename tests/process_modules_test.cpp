@@ -1,11 +1,18 @@
-#include "log_world.h"
+// The list of modules in the log. The source is compiled a second time here, with platform operations that fail where a
+// test says so.
 #include "primitives/unique_handle.h"
 #include "system.h"
 #include "tessmaru/errors.h"
+#include "tessmaru/log.h"
+#include "testkit/known_modules.h"
+#include "testkit/log_machine.h"
+#include "testkit/log_reader.h"
+#include "testkit/test_process.h"
+#include "testkit/text.h"
+#include "testkit/whole_log.h"
 
 #include <regex>
 
-// The source once more, over operations that fail when a test says so.
 namespace {
 
 struct {
@@ -44,19 +51,20 @@ void LogProcessModulesOrFail(utilities::CLog* log);
 
 namespace {
 
-using support::LogWorld;
-using support::Narrow;
+using testkit::LogMachine;
+using testkit::Narrow;
 using utilities::CLog;
 
-/// The texts of a log's records from the source "Lib"; all are information.
-std::vector<std::string> ModuleLines(const LogWorld& world)
+/// The texts of a log's records from the source "Lib". All have the level of information.
+std::vector<std::string> ModuleLines(const LogMachine& machine)
 {
     std::vector<std::string> lines;
-    for (const support::Fields& record : support::Records(world.Log)) {
-        if (record[4] != "         Lib")
+    const testkit::LogFile log = testkit::WholeLog(machine.Log);
+    for (const testkit::Record& record : log.Records()) {
+        if (record.Source != "         Lib")
             continue;
-        EXPECT_EQ(record[3], "INFO");
-        lines.push_back(record.back());
+        EXPECT_EQ(record.Level, "INFO");
+        lines.emplace_back(record.Text);
     }
     return lines;
 }
@@ -84,7 +92,7 @@ struct Listed {
 
 Listed Parse(const std::string& line)
 {
-    // Eight digits, or as many more as the address has.
+    // Eight digits, or more if the address has more.
     static const std::regex form(
         "Module: 0x([0-9a-f]{8}|[1-9a-f][0-9a-f]{8,15})\\. Base: 0x([0-9a-f]{8,16})\\. "
         "Size: 0x([0-9a-f]{8})\\. Name: '(.+)'");
@@ -100,14 +108,14 @@ Listed Parse(const std::string& line)
 
 TEST(ProcessModules, AreAllListed)
 {
-    RunAlone(LogWorld(), [](const LogWorld& world) {
+    RunAlone(LogMachine(), [](const LogMachine& machine) {
         utility::LogProcessModules(CLog::GetInstance());
-        const std::vector<std::string> lines = ModuleLines(world);
+        const std::vector<std::string> lines = ModuleLines(machine);
         ASSERT_GT(lines.size(), 3U);
         EXPECT_EQ(lines.front(), ProcessLine("follows"));
         EXPECT_EQ(lines.back(), ProcessLine("complete"));
         const HMODULE program = GetModuleHandleW(nullptr);
-        const HMODULE modules[] = {program, support::SystemModule()};
+        const HMODULE modules[] = {program, testkit::SystemModule()};
         int found = 0;
         for (std::size_t i = 1; i + 1 < lines.size(); ++i) {
             const Listed listed = Parse(lines[i]);
@@ -127,7 +135,7 @@ TEST(ProcessModules, AreAllListed)
     });
 }
 
-TEST(ProcessModules, OfANullLogAreNotEvenLookedAt)
+TEST(ProcessModules, AreNotReadForANullLog)
 {
     failing.Snapshot = true;
     SetLastError(4711);
@@ -136,24 +144,24 @@ TEST(ProcessModules, OfANullLogAreNotEvenLookedAt)
     failing.Snapshot = false;
 }
 
-TEST(ProcessModules, TellWhyTheyCannotBeListed)
+TEST(ProcessModules, ReportWhyTheyCannotBeListed)
 {
-    RunAlone(LogWorld(), [](const LogWorld& world) {
+    RunAlone(LogMachine(), [](const LogMachine& machine) {
         failing.Snapshot = true;
         utility::LogProcessModulesOrFail(CLog::GetInstance());
         const std::string reason = Narrow(utility::genHResultAsString(E_ACCESSDENIED));
         EXPECT_NE(reason, "");
-        EXPECT_EQ(ModuleLines(world),
+        EXPECT_EQ(ModuleLines(machine),
                   (std::vector{ProcessLine("follows"), "Unable to log process modules (" + reason + ")"}));
     });
 }
 
-TEST(ProcessModules, TellThatTheListCannotBeWalked)
+TEST(ProcessModules, ReportThatTheListCannotBeWalked)
 {
-    RunAlone(LogWorld(), [](const LogWorld& world) {
+    RunAlone(LogMachine(), [](const LogMachine& machine) {
         failing.Walk = true;
         utility::LogProcessModulesOrFail(CLog::GetInstance());
-        EXPECT_EQ(ModuleLines(world),
+        EXPECT_EQ(ModuleLines(machine),
                   (std::vector<std::string>{ProcessLine("follows"),
                                             "Unable to log process modules (unable to walk process module list)",
                                             ProcessLine("complete")}));

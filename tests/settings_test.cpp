@@ -1,6 +1,10 @@
+// The settings: each accessor, the protected operations, and texts of the library.
 #include "tessmaru/settings.h"
 #include "settings/tag_specification.h"
-#include "support.h"
+#include "testkit/known_modules.h"
+#include "testkit/settings_text.h"
+#include "testkit/test_machine.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -8,15 +12,15 @@
 
 using namespace tag_specification;
 using namespace utility::literals;
-using support::Narrow;
-using support::Wide;
+using testkit::Narrow;
+using testkit::Wide;
 using utility::wstring;
 
 namespace {
 
-const std::string Root(support::SuiteKey);
+const std::string& Root = testkit::SuiteKey;
 
-/// The protected operations, and an override that the base has to notice.
+/// Makes the protected operations public, and overrides a virtual one that the base must call.
 class OpenSettings : public CSettingsRegistry {
 public:
     using CSettingsRegistry::CloseKey;
@@ -37,14 +41,14 @@ class Settings : public testing::Test {
 protected:
     void Set(const std::string& key, const std::string& values) const
     {
-        Machine.SetRegistry("[" + Root + key + "]\r\n" + values + "\r\n");
+        Machine.Settings.Set(testkit::Section(Root + key, values));
     }
 
-    const support::Machine Machine;
+    const testkit::TestMachine Machine;
     const OpenSettings Registry{};
 };
 
-TEST_F(Settings, EveryAccessorReadsItsOwnValueAndHasItsOwnDefault)
+TEST_F(Settings, EveryAccessorReadsItsValueAndHasItsDefault)
 {
     struct Case {
         const char* Key;
@@ -77,7 +81,7 @@ TEST_F(Settings, EveryAccessorReadsItsOwnValueAndHasItsOwnDefault)
         const bool isSigned =
             std::string(setting.Value) == "RequestTimeout" || std::string(setting.Value) == "ResponseTimeout";
         EXPECT_EQ(setting.Read(), !isNumber ? "Some Text" : isSigned ? "-1" : "4294967295") << setting.Value;
-        Machine.SetRegistry("");
+        Machine.Settings.Set("");
     }
     EXPECT_EQ("HKEY_LOCAL_MACHINE\\" + Narrow(Registry.getLogRegKey()), Root + "Log\\Application");
 }
@@ -104,9 +108,9 @@ TEST_F(Settings, FlagsCompareTheWholeTextWithoutCase)
     for (const Case& flag : cases) {
         const std::string value = flag.Text == nullptr ? "" : "=\"" + std::string(flag.Text) + "\"\r\n";
         if (flag.Text != nullptr)
-            Machine.SetRegistry("[" + Root + "Tag Server]\r\n\"ValidationDisabled\"" + value +
-                                "\"CancelRequestMethod\"" + value + "[" + Root + "Protocol]\r\n\"EncryptionEnabled\"" +
-                                value);
+            Machine.Settings.Set("[" + Root + "Tag Server]\r\n\"ValidationDisabled\"" + value +
+                                 "\"CancelRequestMethod\"" + value + "[" + Root + "Protocol]\r\n\"EncryptionEnabled\"" +
+                                 value);
         const std::string shown = flag.Text == nullptr ? "missing" : flag.Text;
         EXPECT_EQ(Registry.getValidationDisabled(), flag.ValidationDisabled) << shown;
         EXPECT_EQ(Registry.CancelRequestsIsAsync(), flag.Async) << shown;
@@ -128,7 +132,7 @@ TEST_F(Settings, DatabaseNameDependsOnTheArguments)
     EXPECT_EQ(names, (std::vector<wstring>{Wide("first"), Wide("Site.mdb"), Wide("overridden")}));
 }
 
-TEST_F(Settings, ValuesOfAnotherTypeAreTakenByTheirBytes)
+TEST_F(Settings, ValuesOfAnotherTypeAreReadAsBytes)
 {
     std::string fits = "hex(1):";
     for (int i = 0; i < 1024; ++i)
@@ -150,7 +154,7 @@ TEST_F(Settings, ValuesOfAnotherTypeAreTakenByTheirBytes)
     EXPECT_EQ(Narrow(Registry.GetValueString(key, Wide("Zero"))), "A");
 }
 
-TEST_F(Settings, KeyThatDoesNotOpenLeavesTheOneBefore)
+TEST_F(Settings, KeyThatDoesNotOpenLeavesTheEarlierKeyOpen)
 {
     Set("UDP", "\"PortNumber\"=dword:00000007");
     EXPECT_EQ(Registry.QueryValueDWord(Wide("PortNumber")), 0U) << "no key is open";
@@ -166,12 +170,12 @@ TEST_F(Settings, KeyThatDoesNotOpenLeavesTheOneBefore)
 TEST(Strings, RowsOfTheLibraryAndOfOthers)
 {
     EXPECT_EQ(Narrow(utility::GetVersionString()), "4.09.00-en");
-    const HINSTANCE library = support::LibraryModule();
+    const HINSTANCE library = testkit::LibraryModule();
     EXPECT_EQ(Narrow(utility::genStringFromResourceModule(library, 256, nullptr)),
               "SOFTWARE\\Orvane Electronics Limited\\Veltrix\\");
     EXPECT_EQ(Narrow(utility::genStringFromResourceModule(library, 260, nullptr)), "Token Processing");
     EXPECT_EQ(Narrow(utility::genStringFromResourceModule(library, 999, nullptr)), "");
-    EXPECT_EQ(Narrow(utility::genStringFromResourceModule(support::SystemModule(), 260, nullptr)), "");
+    EXPECT_EQ(Narrow(utility::genStringFromResourceModule(testkit::SystemModule(), 260, nullptr)), "");
 }
 
 TEST(TagSpecification, TextsAreExact)

@@ -1,4 +1,4 @@
-/* The exports of the version number as a C program calls them. */
+/* The exports of the version number, called by a C program. */
 #include "tessmaru/version_number.h"
 
 #include <stdio.h>

@@ -1,7 +1,13 @@
+// Version information of modules, and the exports of the version number.
 #include "tessmaru/version.h"
 
-#include "support.h"
 #include "tessmaru/settings.h"
+#include "testkit/file_content.h"
+#include "testkit/known_modules.h"
+#include "testkit/scratch_folder.h"
+#include "testkit/settings_text.h"
+#include "testkit/test_machine.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -10,10 +16,10 @@
 namespace {
 
 using namespace utility::literals;
-using support::Narrow;
-using support::Wide;
+using testkit::Narrow;
+using testkit::Wide;
 
-/// Values by any name.
+/// Makes the reads by any name public.
 class Version : public utility::CVersionInfo {
 public:
     using CVersionInfo::getVersionInfoFixedValue;
@@ -38,7 +44,7 @@ void ExpectNothing(const Version& version)
 TEST(VersionInfo, OfTheLibraryItself)
 {
     Version version;
-    version.setModule(support::LibraryModule());
+    version.setModule(testkit::LibraryModule());
     EXPECT_EQ(Narrow(version.getVersionInfoFixedValue(Version::eFIXED_FILE_VERSION)), "03,10,00,00");
     EXPECT_EQ(Narrow(version.getVersionInfoFixedValue(Version::eFIXED_PRODUCT_VERSION)), "04,09,00,00");
     const struct {
@@ -64,21 +70,21 @@ TEST(VersionInfo, OfTheLibraryItself)
     EXPECT_EQ(Narrow(version.getVersionInfoFixedValue(u"fileversion"_w)), "") << "these names are exact";
     EXPECT_EQ(Narrow(version.getVersionInfoLanguageValue(utility::wstring(1000, u'x'), language, codePage)), "");
 
-    // The same by its path, and again by its handle: nothing changes.
+    // By its path and by its handle the values are the same.
     Version byPath;
     byPath.setModule(version.getModuleFileName());
     EXPECT_EQ(Text(byPath, Version::eLANG_INTERNAL_NAME), "tessmarU");
-    byPath.setModule(support::LibraryModule());
+    byPath.setModule(testkit::LibraryModule());
     EXPECT_EQ(Text(byPath, Version::eLANG_INTERNAL_NAME), "tessmarU");
 }
 
-TEST(VersionInfo, RefusesMisuseAndStaysAsItWas)
+TEST(VersionInfo, RefusesMisuseAndKeepsItsModule)
 {
     Version version;
     EXPECT_TRUE(version.getModuleFileName().empty());
     ExpectNothing(version);
     EXPECT_THROW(version.setModule(HINSTANCE{nullptr}), std::exception);
-    version.setModule(support::LibraryModule());
+    version.setModule(testkit::LibraryModule());
     const utility::wstring path = version.getModuleFileName();
     EXPECT_FALSE(path.empty());
     const auto nowhere = reinterpret_cast<HINSTANCE>(std::uintptr_t{0x10000});
@@ -100,13 +106,14 @@ TEST(VersionInfo, RefusesMisuseAndStaysAsItWas)
     }
 }
 
-TEST(VersionInfo, NeverAnswersWithAnotherModule)
+TEST(VersionInfo, NeverGivesTheValuesOfAnEarlierModule)
 {
-    const support::ScratchFolder folder;
-    support::WriteFile(folder / "plain.dll", "no module");
+    const testkit::ScratchFolder folder;
+    testkit::WriteFile(folder / "plain.dll", "no module");
     Version version;
-    for (const std::string& path : {folder / "plain.dll", folder / "missing.dll", std::string(2000, 'x')}) {
-        version.setModule(support::LibraryModule());
+    for (const std::string& path :
+         {(folder / "plain.dll").string(), (folder / "missing.dll").string(), std::string(2000, 'x')}) {
+        version.setModule(testkit::LibraryModule());
         ASSERT_EQ(Text(version, Version::eLANG_INTERNAL_NAME), "tessmarU");
         version.setModule(Wide(path));
         EXPECT_EQ(Narrow(version.getModuleFileName()), path);
@@ -116,19 +123,19 @@ TEST(VersionInfo, NeverAnswersWithAnotherModule)
 
 TEST(VersionInfo, DefaultModuleIsASetting)
 {
-    const support::Machine machine;
-    machine.SetRegistry("");
+    const testkit::TestMachine machine;
+    machine.Settings.Set("");
     Version version;
-    version.setModule(support::LibraryModule());
+    version.setModule(testkit::LibraryModule());
     EXPECT_TRUE(version.getDefaultModule().empty());
     EXPECT_THROW(version.setModule(version.getDefaultModule()), std::exception);
-    machine.SetRegistry("[" + std::string(support::SuiteKey) +
-                        "Tag Server]\r\n\"MessageResource\"=\"Messages.dll\"\r\n");
+    machine.Settings.Set(
+        testkit::Section(testkit::SuiteKey + "Tag Server", testkit::TextValue("MessageResource", "Messages.dll")));
     EXPECT_EQ(Narrow(version.getDefaultModule()), "Messages.dll");
-    EXPECT_EQ(Text(version, Version::eLANG_INTERNAL_NAME), "tessmarU") << "asking selects nothing";
+    EXPECT_EQ(Text(version, Version::eLANG_INTERNAL_NAME), "tessmarU") << "the call selects no module";
 }
 
-/// Fills a buffer by one of the exports, and gives what stands in it up to its first untouched place.
+/// Fills a buffer by one of the exports. @return its content up to the first untouched character.
 template <class Character>
 std::string Filled(int (*fill)(Character*, unsigned int), unsigned int count, int& result)
 {
@@ -139,7 +146,7 @@ std::string Filled(int (*fill)(Character*, unsigned int), unsigned int count, in
     return text.substr(0, text.find('#'));
 }
 
-TEST(VersionNumber, FillsTheBufferByItsRule)
+TEST(VersionNumber, FillsTheBufferAndIsCutToIt)
 {
     const std::string whole("4.09.00-en");
     for (unsigned int count = 0; count <= 16; ++count) {

@@ -1,13 +1,14 @@
-// Prints the version block of module files: both versions in numbers, and the texts of one section.
+// Prints the version blocks of module files: both versions in numbers, and the texts of one section.
 //
 //     module_version [--section 040904b0] [--name further-value ...] file ...
 //
 // Without --section it takes the first of the usual sections that has a text. Control characters and backslashes in a
-// text show as \xNN. The result is 1 if a file has no block.
+// text show as \xNN. The exit status is 1 if a file has no block.
 #include "tessmaru/version.h"
 
-#include "tools/family.h"
-#include "tools/log_records.h"
+#include "testkit/paths.h"
+#include "testkit/program.h"
+#include "testkit/utf16.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -20,25 +21,25 @@ struct Section {
     unsigned short CodePage;
 };
 
-constexpr Section usualSections[] = {{0x0409, 0x04B0}, {0x1409, 0x04B0}, {0x0000, 0x04B0}, {0x0409, 0x04E4}};
+constexpr Section UsualSections[] = {{0x0409, 0x04B0}, {0x1409, 0x04B0}, {0x0000, 0x04B0}, {0x0409, 0x04E4}};
 
-const char* const usualNames[] = {"Comments",     "CompanyName",    "FileDescription", "FileVersion",
+const char* const UsualNames[] = {"Comments",     "CompanyName",    "FileDescription", "FileVersion",
                                   "InternalName", "LegalCopyright", "LegalTrademarks", "OriginalFilename",
                                   "PrivateBuild", "ProductName",    "ProductVersion",  "SpecialBuild"};
 
-/// Values of any name.
+/// Reads a value by any name.
 class Version : public utility::CVersionInfo {
 public:
     utility::wstring Text(const std::string& name, Section section) const
     {
-        const std::u16string wide = tools::FromUtf8(name).u16string();
+        const std::u16string wide = testkit::FromUtf8(name).u16string();
         return getVersionInfoLanguageValue({wide.begin(), wide.end()}, section.Language, section.CodePage);
     }
 };
 
 struct Request {
-    std::vector<Section> Sections{std::begin(usualSections), std::end(usualSections)};
-    std::vector<std::string> Names{std::begin(usualNames), std::end(usualNames)};
+    std::vector<Section> Sections{std::begin(UsualSections), std::end(UsualSections)};
+    std::vector<std::string> Names{std::begin(UsualNames), std::end(UsualNames)};
     std::vector<std::string> Files;
 };
 
@@ -74,7 +75,7 @@ std::string Shown(const utility::wstring& text)
 {
     std::string shown;
     for (const char byte :
-         tools::DecodeUtf16({reinterpret_cast<const char*>(text.data()), text.size() * sizeof(unsigned short)})) {
+         testkit::DecodeUtf16({reinterpret_cast<const char*>(text.data()), text.size() * sizeof(unsigned short)})) {
         if (static_cast<unsigned char>(byte) >= 0x20 && byte != '\\' && byte != 0x7F) {
             shown += byte;
         } else {
@@ -89,7 +90,7 @@ std::string Shown(const utility::wstring& text)
 bool Print(const std::string& file, const Request& request)
 {
     Version version;
-    const std::u16string path = tools::FromUtf8(file).u16string();
+    const std::u16string path = testkit::FromUtf8(file).u16string();
     version.setModule(utility::wstring(path.begin(), path.end()));
     std::printf("%s\n", file.c_str());
     const utility::wstring numbers = version.getVersionInfoFixedValue(Version::eFIXED_FILE_VERSION);
@@ -116,7 +117,7 @@ bool Print(const std::string& file, const Request& request)
 
 int main(int count, char** arguments)
 try {
-    const Request request = ParseRequest(tools::Arguments(count, arguments));
+    const Request request = ParseRequest(testkit::Arguments(count, arguments));
     int result = 0;
     for (const std::string& file : request.Files)
         result |= Print(file, request) ? 0 : 1;

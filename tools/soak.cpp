@@ -1,23 +1,27 @@
-// Many processes write one log while some of them are killed, started again and stopped, and every record is
-// accounted for: what was reported written stands in the file once, whole and in its thread's order.
+// The soak: many processes write one log while some of them are killed, restarted and stopped. Then every record is
+// accounted for: each record that was reported as written is in the file once, whole and in its thread's order.
 //
-// Each record's text follows from its mark and the seed, so a single unit that is out of place shows. A call
-// that gave a failure code wrote nothing: the thread tries the same number again, and were the record in the
-// file in spite of the code, the number would stand there twice.
+// The text of a record follows from its mark and the seed, so a single wrong unit shows. A call that returns a failure
+// must have written nothing: the thread tries the same number again, so a record that is in the file in spite of the
+// failure shows as a duplicate.
 #include "tessmaru/log.h"
 #include "tessmaru/text.h"
 
-#include "family.h"
-#include "ledger.h"
-#include "log_records.h"
-#include "world.h"
+#include "testkit/file_content.h"
+#include "testkit/ledger.h"
+#include "testkit/log_reader.h"
+#include "testkit/paths.h"
+#include "testkit/process_family.h"
+#include "testkit/scratch_folder.h"
+#include "testkit/settings_store.h"
+#include "testkit/settings_text.h"
+#include "testkit/writer_reports.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <fstream>
 #include <map>
 #include <random>
 #include <stdexcept>
@@ -33,7 +37,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::uint32_t TimedOut = 0x80040302;
-constexpr std::string_view OldContent = "left by the family before";
+constexpr std::string_view OldContent = "left by an earlier family";
 
 struct Options {
     unsigned Processes = 8;
@@ -51,9 +55,9 @@ struct Options {
     unsigned AllProcesses() const { return Incarnations() + 1; }
 };
 
-/// The text of a record: its mark, and letters whose number and choice follow from the mark. Most texts are
-/// short; some fill the log's buffer of 1022 units.
-std::string TextOf(const tools::Mark& mark, unsigned seed)
+/// The text of a record: its mark, and letters that follow from the mark and the seed. Most texts are short, some fill
+/// the log's buffer of 1022 units.
+std::string TextOf(const testkit::Mark& mark, unsigned seed)
 {
     std::string text = "p" + std::to_string(mark.Process) + " t" + std::to_string(mark.Thread) + " n" +
                        std::to_string(mark.Number) + " ";
@@ -67,7 +71,7 @@ std::string TextOf(const tools::Mark& mark, unsigned seed)
 
 // ---- A writing process
 
-LONG WriteRecord(CLog& log, const tools::Mark& mark, const char* text)
+LONG WriteRecord(CLog& log, const testkit::Mark& mark, const char* text)
 {
     switch (mark.Number % 4) {
         case 0: return log.LogError(u"%S"_w, u"Soak"_w, text);
@@ -77,7 +81,7 @@ LONG WriteRecord(CLog& log, const tools::Mark& mark, const char* text)
     }
 }
 
-void WriteUpToGoal(CLog& log, tools::Mark mark, unsigned seed, tools::Report& report)
+void WriteUpToGoal(CLog& log, testkit::Mark mark, unsigned seed, testkit::WriterReport& report)
 {
     for (mark.Number = 1; mark.Number <= report.Goal;) {
         const auto code = static_cast<std::uint32_t>(WriteRecord(log, mark, TextOf(mark, seed).c_str()));
@@ -93,7 +97,7 @@ void WriteUpToGoal(CLog& log, tools::Mark mark, unsigned seed, tools::Report& re
     }
 }
 
-int Write(const tools::Board& board, unsigned process, unsigned seed)
+int Write(const testkit::WriterReports& reports, unsigned process, unsigned seed)
 {
     CLog* log = CLog::GetInstance();
     if (log == nullptr) {
@@ -101,26 +105,26 @@ int Write(const tools::Board& board, unsigned process, unsigned seed)
                      static_cast<unsigned>(CLog::GetInitError()));
         return EXIT_FAILURE;
     }
-    board.At(process, 0).Opened = 1;
+    reports.At(process, 0).Opened = 1;
     std::vector<std::thread> threads;
-    for (unsigned thread = 0; thread < board.Threads(); ++thread) {
+    for (unsigned thread = 0; thread < reports.threads(); ++thread) {
         threads.emplace_back([&, thread] {
-            WriteUpToGoal(*log, tools::Mark{process, thread, 1}, seed, board.At(process, thread));
+            WriteUpToGoal(*log, testkit::Mark{process, thread, 1}, seed, reports.At(process, thread));
         });
     }
     for (std::thread& thread : threads)
         thread.join();
-    tools::WaitToLeave();
+    testkit::WaitToEnd();
     return EXIT_SUCCESS;
 }
 
-// ---- The disturbing process
+// ---- The process that disturbs the writers and checks their log
 
 class Soak {
 public:
-    Soak(const Options& options, const tools::ScratchFolder& scratch)
-        : Given(options), BoardPath(scratch / "board"), Log(scratch / "App.log"), Old(scratch / "Previous App.log"),
-          Board(BoardPath, options.AllProcesses(), options.Threads), Killed(options.Incarnations()),
+    Soak(const Options& options, const testkit::ScratchFolder& scratch)
+        : Given(options), ReportsPath(scratch / "reports"), Log(scratch / "App.log"), Old(scratch / "Previous App.log"),
+          Reports(ReportsPath, options.AllProcesses(), options.Threads), Killed(options.Incarnations()),
           Chance(options.Seed), Limit(Clock::now() + std::chrono::seconds(options.Seconds))
     {
     }
@@ -128,42 +132,42 @@ public:
     void Run()
     {
         const auto begin = Clock::now();
-        std::ofstream(Log, std::ios::binary) << OldContent;
+        testkit::WriteFile(Log, OldContent);
         for (unsigned slot = 0; slot < Given.Processes; ++slot)
             Start(slot, std::vector<unsigned>(Given.Threads, Given.Records));
 
-        // All processes opened the log at once, so one of them moved the old file aside. From here on a process that
-        // is not killed has the log too, or the last survivor's death would end the family too early.
+        // All processes opened the log at once, and one of them moved the old file aside. From here on a process that
+        // is never killed keeps the log open: the file must not be moved again while the others are killed.
         WaitUntil([this] { return AllOpen(); });
         StartProcess(Given.Holder());
-        WaitUntil([this] { return Board.At(Given.Holder(), 0).Opened != 0; });
+        WaitUntil([this] { return Reports.At(Given.Holder(), 0).Opened != 0; });
         for (const Disturbance& disturbance : Plan())
             Disturb(disturbance);
-        // Who starts late and finds the others gone would be the first of a new family.
+        // A process that opens the log after all others have closed it would move the file again.
         WaitUntil([this] { return Written() >= Total() && AllOpen(); });
         Elapsed = Clock::now() - begin;
-        if (!Members.Leave())
-            throw std::runtime_error("a process did not end as it should");
+        if (!Members.End())
+            throw std::runtime_error("a process ended with a failure");
     }
 
     bool Check() const
     {
-        const tools::LogFile file(Log);
-        tools::Ledger ledger(Board, 0, Incarnation, Killed);
+        const testkit::LogFile file(Log);
+        testkit::Ledger ledger(Reports, 0, Incarnation, Killed);
         std::vector<std::string_view> torn = file.Torn();
         unsigned closings = 0;
-        for (const tools::Record& record : file.Records()) {
+        for (const testkit::Record& record : file.Records()) {
             if (record.Source.ends_with(" Log")) {
                 closings += record.Text == "Log closing";
                 continue;
             }
-            const auto mark = tools::ReadMark(record.Text);
+            const auto mark = testkit::ReadMark(record.Text);
             if (mark && record.Text == TextOf(*mark, Given.Seed))
                 ledger.Enter(*mark);
             else
                 torn.push_back(record.Line);
         }
-        const tools::Findings found = ledger.Close();
+        const testkit::Findings found = ledger.Close();
         const bool rolled = RolledOver();
         Print(found, torn, closings, rolled);
         return found.Sound() && torn.empty() && closings == Survivors() && rolled && found.Written == Total();
@@ -171,23 +175,23 @@ public:
 
 private:
     struct Disturbance {
-        std::uint64_t At;  // number of records that stand in the file by then
+        std::uint64_t At;  // number of records that are in the file by then
         bool Kill;
     };
 
     void Start(unsigned slot, const std::vector<unsigned>& goals)
     {
         for (unsigned thread = 0; thread < Given.Threads; ++thread)
-            Board.At(Incarnation, thread).Goal = goals[thread];
+            Reports.At(Incarnation, thread).Goal = goals[thread];
         Slots.resize(Given.Processes);
         Slots[slot] = {StartProcess(Incarnation), Incarnation};
         ++Incarnation;
     }
 
-    std::uint32_t StartProcess(unsigned process)
+    testkit::Process* StartProcess(unsigned process)
     {
-        return Members.Start({"--write", tools::ToUtf8(BoardPath), std::to_string(Given.AllProcesses()),
-                              std::to_string(Given.Threads), std::to_string(process), std::to_string(Given.Seed)});
+        return &Members.Start({"--write", testkit::ToUtf8(ReportsPath), std::to_string(Given.AllProcesses()),
+                               std::to_string(Given.Threads), std::to_string(process), std::to_string(Given.Seed)});
     }
 
     /// Kills and stops, spread over the whole run.
@@ -205,43 +209,43 @@ private:
     {
         WaitUntil([&] { return Written() >= disturbance.At; });
         const unsigned slot = std::uniform_int_distribution<unsigned>(0, Given.Processes - 1)(Chance);
-        const std::uint32_t process = Slots[slot].Process;
+        testkit::Process& process = *Slots[slot].Process;
         if (!disturbance.Kill) {
-            Members.Stop(process);
+            process.Stop();
             std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-            Members.Continue(process);
+            process.Continue();
             return;
         }
-        Members.Kill(process);
+        process.Kill();
         const unsigned dead = Slots[slot].Incarnation;
         Killed[dead] = true;
         std::vector<unsigned> goals;
         for (unsigned thread = 0; thread < Given.Threads; ++thread)
-            goals.push_back(Board.At(dead, thread).Goal - Board.At(dead, thread).Written);
+            goals.push_back(Reports.At(dead, thread).Goal - Reports.At(dead, thread).Written);
         Start(slot, goals);
     }
 
-    /// The processes that close the log: those that wrote last, and the holder.
+    /// The number of processes that close the log: the last writers and the holder.
     unsigned Survivors() const { return Given.Processes + 1; }
 
     std::uint64_t Total() const { return std::uint64_t{Given.Processes} * Given.Threads * Given.Records; }
 
-    std::uint64_t Sum(std::atomic<std::uint32_t> tools::Report::*count) const
+    std::uint64_t Sum(std::atomic<std::uint32_t> testkit::WriterReport::*count) const
     {
         std::uint64_t sum = 0;
         for (unsigned process = 0; process < Incarnation; ++process) {
             for (unsigned thread = 0; thread < Given.Threads; ++thread)
-                sum += Board.At(process, thread).*count;
+                sum += Reports.At(process, thread).*count;
         }
         return sum;
     }
 
-    std::uint64_t Written() const { return Sum(&tools::Report::Written); }
+    std::uint64_t Written() const { return Sum(&testkit::WriterReport::Written); }
 
     bool AllOpen() const
     {
         return std::all_of(Slots.begin(), Slots.end(),
-                           [this](const Slot& slot) { return Board.At(slot.Incarnation, 0).Opened != 0; });
+                           [this](const Slot& slot) { return Reports.At(slot.Incarnation, 0).Opened != 0; });
     }
 
     template <class Condition>
@@ -249,11 +253,11 @@ private:
     {
         while (!condition()) {
             if (!Members.AllRun())
-                throw std::runtime_error("a process ended by itself");
-            if (Sum(&tools::Report::Failures) != 0)
+                throw std::runtime_error("a process ended unexpectedly");
+            if (Sum(&testkit::WriterReport::Failures) != 0)
                 throw std::runtime_error("a call failed with " + LastFailure());
             if (Clock::now() > Limit)
-                throw std::runtime_error("not done in time; " + std::to_string(Written()) + " records written");
+                throw std::runtime_error("not done in time: " + std::to_string(Written()) + " records written");
             std::this_thread::sleep_for(std::chrono::microseconds(500));
         }
     }
@@ -263,21 +267,17 @@ private:
         std::uint32_t code = 0;
         for (unsigned process = 0; process < Incarnation; ++process) {
             for (unsigned thread = 0; thread < Given.Threads; ++thread)
-                code = std::max<std::uint32_t>(code, Board.At(process, thread).LastFailure);
+                code = std::max<std::uint32_t>(code, Reports.At(process, thread).LastFailure);
         }
         char text[16];
         std::snprintf(text, sizeof text, "0x%08X", code);
         return text;
     }
 
-    /// Whether exactly the content of before was moved aside.
-    bool RolledOver() const
-    {
-        std::ifstream file(Old, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(file), {}) == OldContent;
-    }
+    /// Whether the old content, and nothing else, was moved aside.
+    bool RolledOver() const { return std::filesystem::exists(Old) && testkit::ReadFile(Old) == OldContent; }
 
-    void Print(const tools::Findings& found, const std::vector<std::string_view>& torn, unsigned closings,
+    void Print(const testkit::Findings& found, const std::vector<std::string_view>& torn, unsigned closings,
                bool rolled) const
     {
         const double seconds = std::chrono::duration<double>(Elapsed).count();
@@ -288,27 +288,27 @@ private:
                     found.Misplaced, found.Unexpected);
         std::printf("whole but not reported by killed processes: %u\n", found.Unreported);
         std::printf("calls that timed out (0x80040302) and were tried again: %llu\n",
-                    static_cast<unsigned long long>(Sum(&tools::Report::Timeouts)));
+                    static_cast<unsigned long long>(Sum(&testkit::WriterReport::Timeouts)));
         std::printf("closing records: %u of %u; old file moved aside: %s\n", closings, Survivors(),
                     rolled ? "yes" : "NO");
         std::printf("%.2f s, %.0f records/s\n", seconds, static_cast<double>(found.Written) / seconds);
     }
 
     struct Slot {
-        std::uint32_t Process = 0;
+        testkit::Process* Process = nullptr;
         unsigned Incarnation = 0;
     };
 
     const Options Given;
-    const std::filesystem::path BoardPath;
+    const std::filesystem::path ReportsPath;
     const std::filesystem::path Log;
     const std::filesystem::path Old;
-    const tools::Board Board;
+    const testkit::WriterReports Reports;
     std::vector<bool> Killed;
     std::mt19937 Chance;
     Clock::time_point Limit;
     Clock::duration Elapsed{};
-    tools::Family Members;
+    testkit::ProcessFamily Members;
     std::vector<Slot> Slots;
     unsigned Incarnation = 0;  // of the next process
 };
@@ -342,25 +342,26 @@ Options ReadOptions(const std::vector<std::string>& words)
 
 int main(int count, char** arguments)
 try {
-    const std::vector<std::string> words = tools::Arguments(count, arguments);
+    const std::vector<std::string> words = testkit::Arguments(count, arguments);
     if (words.size() == 6 && words[0] == "--write") {
-        tools::JoinWorld();
-        return Write(tools::Board(tools::FromUtf8(words[1]), Number(words[2]), Number(words[3])), Number(words[4]),
-                     Number(words[5]));
+        testkit::JoinSettingsStore();
+        return Write(testkit::WriterReports(testkit::FromUtf8(words[1]), Number(words[2]), Number(words[3])),
+                     Number(words[4]), Number(words[5]));
     }
 
     const Options options = ReadOptions(words);
     std::printf("%u processes of %u threads, %u records each, %u kills, %u stops, seed %u\n", options.Processes,
                 options.Threads, options.Records, options.Kills, options.Stops, options.Seed);
     std::fflush(stdout);
-    tools::ScratchFolder scratch;
-    const tools::World world(scratch, tools::ExportHeading + tools::LogSection(scratch / "App.log"));
+    testkit::ScratchFolder scratch;
+    const testkit::SettingsStore settings(scratch);
+    settings.Set(testkit::LogSection(testkit::ToUtf8(scratch / "App.log")));
     Soak soak(options, scratch);
     soak.Run();
     if (soak.Check())
         return EXIT_SUCCESS;
     scratch.Keep();
-    std::printf("the files stay in %s\n", tools::ToUtf8(scratch.Path()).c_str());
+    std::printf("the files are kept in %s\n", testkit::ToUtf8(scratch.path()).c_str());
     return EXIT_FAILURE;
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "soak: %s\n", failure.what());

@@ -1,4 +1,4 @@
-// A plug-in of a service: it reads the sites of a region. What it says and which version it is stand in its resources.
+// The plug-in of the example: it reads the sites of a region. Its texts and its version are in its resources.
 #include "site_import.h"
 
 #include <cstring>

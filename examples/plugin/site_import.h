@@ -1,4 +1,4 @@
-// What a service calls in the plug-in.
+// The function of the plug-in that the service calls.
 #pragma once
 
 struct SitesRead {

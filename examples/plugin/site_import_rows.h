@@ -1,4 +1,4 @@
-/* Rows of the plug-in's string table, for its script and for those who read it. */
+/* Rows of the plug-in's string table, for the resource script and for the service. */
 #ifndef SITE_IMPORT_ROWS_H
 #define SITE_IMPORT_ROWS_H
 

@@ -1,8 +1,8 @@
-// Text to another form and back, as a test looks at it.
+// Converts text to another form and back, for tests of the conversion.
 #pragma once
 
-#include "support.h"
 #include "system.h"
+#include "tessmaru/text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-// Dates and times as text, the machine's short date, and the local time.
-#include "support.h"
+// Contract of dates and times as text.
 #include "system.h"
+#include "testkit/text.h"
 
 #include <algorithm>
 #include <chrono>
@@ -10,8 +10,8 @@
 
 namespace {
 
-using support::Narrow;
-using support::Wide;
+using testkit::Narrow;
+using testkit::Wide;
 
 constexpr unsigned short Guard = 0xBEEF;
 constexpr SYSTEMTIME Afternoon{2026, 3, 0, 7, 15, 4, 9, 250};
@@ -21,19 +21,19 @@ constexpr LCID English = 0x409;
 
 using Formatter = decltype(&GetDateFormatW);
 
-std::string Print(Formatter format, const SYSTEMTIME& time, const char* picture)
+std::string Print(Formatter format, const SYSTEMTIME& time, const char* pattern)
 {
     unsigned short buffer[128]{};
-    const utility::wstring wide = Wide(picture);
+    const utility::wstring wide = Wide(pattern);
     const int units = format(English, 0, &time, platform::Wide(wide.c_str()), platform::Wide(buffer), 128);
     EXPECT_EQ(units, format(English, 0, &time, platform::Wide(wide.c_str()), nullptr, 0));
     return units > 0 ? Narrow({buffer, static_cast<std::size_t>(units) - 1}) : "failed";
 }
 
-TEST(Time, DatePictures)
+TEST(Time, DatePatterns)
 {
     const struct {
-        const char* Picture;
+        const char* Pattern;
         const char* Expected;
     } rows[] = {
         {"d/M/y", "7/3/26"},
@@ -52,11 +52,11 @@ TEST(Time, DatePictures)
         {"'", ""},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(row.Expected, Print(GetDateFormatW, Afternoon, row.Picture)) << row.Picture;
+        EXPECT_EQ(row.Expected, Print(GetDateFormatW, Afternoon, row.Pattern)) << row.Pattern;
     EXPECT_EQ("05 2005", Print(GetDateFormatW, {2005, 1, 0, 1, 0, 0, 0, 0}, "yy yyyy"));
 }
 
-TEST(Time, DaysOfTheWeekFollowFromTheDate)
+TEST(Time, DayOfTheWeekFollowsFromTheDate)
 {
     const struct {
         SYSTEMTIME Date;
@@ -70,30 +70,30 @@ TEST(Time, DaysOfTheWeekFollowFromTheDate)
         EXPECT_EQ(row.Day, Print(GetDateFormatW, row.Date, "dddd"));
 }
 
-TEST(Time, TimePictures)
+TEST(Time, TimePatterns)
 {
     const struct {
-        const char* Picture;
+        const char* Pattern;
         const char* Expected;
     } rows[] = {
         {"HH':'mm':'ss", "15:04:09"}, {"H:m:s", "15:4:9"}, {"h:mm tt", "3:04 PM"}, {"hh t", "03 P"},
         {"HHH mmm", "15 04"},         {"d.M", "d.M"},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(row.Expected, Print(GetTimeFormatW, Afternoon, row.Picture));
+        EXPECT_EQ(row.Expected, Print(GetTimeFormatW, Afternoon, row.Pattern));
     EXPECT_EQ("12 AM 0", Print(GetTimeFormatW, {2026, 1, 0, 1, 0, 0, 0, 0}, "h tt H"));
     EXPECT_EQ("12 PM 12", Print(GetTimeFormatW, {2026, 1, 0, 1, 12, 0, 0, 0}, "h tt H"));
     EXPECT_EQ("11 PM 23", Print(GetTimeFormatW, {2026, 1, 0, 1, 23, 0, 0, 0}, "h tt H"));
 }
 
-TEST(Time, RoomAndTerminator)
+TEST(Time, SizeOfTheBufferAndTerminator)
 {
-    const utility::wstring picture = Wide("dd.MM.yyyy");
+    const utility::wstring pattern = Wide("dd.MM.yyyy");
     for (int size = 1; size <= 13; ++size) {
         std::vector<unsigned short> buffer(16, Guard);
         SetLastError(0);
         const int result =
-            GetDateFormatW(0, 0, &Afternoon, platform::Wide(picture.c_str()), platform::Wide(buffer.data()), size);
+            GetDateFormatW(0, 0, &Afternoon, platform::Wide(pattern.c_str()), platform::Wide(buffer.data()), size);
         EXPECT_EQ(size < 11 ? 0 : 11, result) << size;
         EXPECT_EQ(size < 11 ? ERROR_INSUFFICIENT_BUFFER : 0, GetLastError());
         EXPECT_EQ(Guard, buffer[static_cast<std::size_t>(size)]);
@@ -103,7 +103,7 @@ TEST(Time, RoomAndTerminator)
     }
 }
 
-TEST(Time, WhatIsNoTimeFails)
+TEST(Time, InvalidTimesAreRefused)
 {
     unsigned short buffer[32];
     const auto refusal = [&](Formatter format, const SYSTEMTIME& time, int size = 32) {
@@ -135,11 +135,11 @@ TEST(Time, WhatIsNoTimeFails)
 TEST(Time, NullMeansNow)
 {
     unsigned short buffer[32];
-    const utility::wstring picture = Wide("yyyy-MM-dd");
-    // By the clock itself: `time` may lag behind it.
+    const utility::wstring pattern = Wide("yyyy-MM-dd");
+    // The clock itself: `time` may be behind it.
     const auto now = [] { return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now()); };
     const std::time_t before = now();
-    ASSERT_EQ(11, GetDateFormatW(LOCALE_SYSTEM_DEFAULT, 0, nullptr, platform::Wide(picture.c_str()),
+    ASSERT_EQ(11, GetDateFormatW(LOCALE_SYSTEM_DEFAULT, 0, nullptr, platform::Wide(pattern.c_str()),
                                  platform::Wide(buffer), 32));
     const auto dateAt = [](std::time_t at) {
         char text[16];

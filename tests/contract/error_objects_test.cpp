@@ -1,6 +1,6 @@
-// Error objects, the thread that they belong to, and the exception that carries them.
-#include "support.h"
+// Contract of error objects, of the thread that they belong to, and of the exception that carries them.
 #include "system.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -44,14 +44,14 @@ utility::wstring Take(BSTR string)
     return text;
 }
 
-TEST(ErrorObjects, TellWhatTheyWereTold)
+TEST(ErrorObjects, ReturnTheirTexts)
 {
     const Held<ICreateErrorInfo> made = Create();
     const Held<IErrorInfo> info = OtherSide(made);
     BSTR text = nullptr;
     EXPECT_EQ(info->GetSource(&text), S_OK);
     EXPECT_EQ(text, nullptr);
-    const utility::wstring source = support::Wide("Site.Import");
+    const utility::wstring source = testkit::Wide("Site.Import");
     EXPECT_EQ(made->SetSource(const_cast<LPOLESTR>(platform::Wide(source.c_str()))), S_OK);
     EXPECT_EQ(info->GetSource(&text), S_OK);
     EXPECT_EQ(Take(text), source);
@@ -100,7 +100,7 @@ TEST(ErrorObjects, BelongToTheThread)
     IErrorInfo* mine = nullptr;
     ASSERT_EQ(GetErrorInfo(0, &mine), S_OK);
     EXPECT_EQ(mine, info.get());
-    EXPECT_EQ(References(*info), before + 1) << "the thread's reference is the caller's now";
+    EXPECT_EQ(References(*info), before + 1) << "the caller got the thread's reference";
     mine->Release();
     EXPECT_EQ(GetErrorInfo(0, &mine), S_FALSE);
     EXPECT_EQ(SetErrorInfo(0, info.get()), S_OK);
@@ -136,11 +136,11 @@ std::string Message(unsigned code)
 {
     const _com_error failure(static_cast<HRESULT>(code));
     const auto* const text = reinterpret_cast<const unsigned short*>(failure.ErrorMessage());
-    EXPECT_EQ(failure.ErrorMessage(), platform::Wide(text)) << "asked for once";
-    return support::Narrow(text);
+    EXPECT_EQ(failure.ErrorMessage(), platform::Wide(text)) << "made once";
+    return testkit::Narrow(text);
 }
 
-TEST(ErrorObjects, TheExceptionsMessage)
+TEST(ErrorObjects, MessageOfTheException)
 {
     EXPECT_EQ(Message(0x8004FFFE), "IDispatch error #65022");
     EXPECT_EQ(Message(0x8004FFFF), "IDispatch error #65023");

@@ -1,8 +1,8 @@
-// A message template with its inserts, as a test looks at it.
+// Expands a message template with its inserts, for tests of the message service.
 #pragma once
 
-#include "support.h"
 #include "system.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -25,12 +25,12 @@ inline std::ostream& operator<<(std::ostream& out, const Expanded& expanded)
     return out << '"' << expanded.Text << "\", error " << expanded.Error;
 }
 
-/// Expands into a buffer of `size` units. What a failure leaves in it is anybody's guess, unless it has to be what
-/// was there.
+/// Expands into a buffer of `size` units, and checks that nothing after the text is written. @param kept a failure must
+/// leave the buffer alone; the contract does not promise that
 inline Expanded Expand(DWORD flags, const std::string& text, DWORD size, va_list* arguments, bool kept = false)
 {
     std::vector<unsigned short> buffer(size + 4, Guard);
-    const utility::wstring wide = support::Wide(text);
+    const utility::wstring wide = testkit::Wide(text);
     SetLastError(ERROR_SUCCESS);
     const DWORD units = FormatMessageW(flags, wide.c_str(), 0, 0, platform::Wide(buffer.data()), size, arguments);
     const DWORD error = units == 0 ? GetLastError() : DWORD{ERROR_SUCCESS};
@@ -38,7 +38,7 @@ inline Expanded Expand(DWORD flags, const std::string& text, DWORD size, va_list
     for (std::size_t i = failed ? 0 : units + 1; (kept || units != 0) && i < buffer.size(); ++i)
         EXPECT_EQ(Guard, buffer[i]) << text;
     EXPECT_TRUE(units == 0 || buffer[units] == 0) << text;
-    return {support::Narrow({buffer.data(), units}), error};
+    return {testkit::Narrow({buffer.data(), units}), error};
 }
 
 inline Expanded ExpandArray(const std::string& text, std::vector<DWORD_PTR> values, DWORD size = 256, bool kept = false)

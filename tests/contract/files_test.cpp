@@ -1,6 +1,9 @@
-// Files: what opens, where a position is, what is found, moved and deleted.
-#include "processes.h"
+// Contract of files: opening, positions, search, moving and deleting.
 #include "system.h"
+#include "testkit/file_content.h"
+#include "testkit/test_machine.h"
+#include "testkit/test_process.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -14,7 +17,7 @@ namespace {
 constexpr DWORD ReadWrite = GENERIC_READ | GENERIC_WRITE;
 constexpr DWORD ShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE;
 
-class FileWorld : public support::Machine {
+class FileMachine : public testkit::TestMachine {
 public:
     HANDLE Open(DWORD disposition, const std::string& name = "file", DWORD access = ReadWrite) const
     {
@@ -31,14 +34,18 @@ public:
         return FindFirstFileW(Wide(Path(name).c_str()), &found);
     }
 
-    void Put(const std::string& name, std::string_view content) const { support::WriteFile(Folder / name, content); }
-    std::string Content(const std::string& name = "file") const { return support::ReadFile(Folder / name); }
+    void Put(const std::string& name, std::string_view content) const { testkit::WriteFile(Folder / name, content); }
+    /// Empty if there is no file.
+    std::string Content(const std::string& name = "file") const
+    {
+        return Has(name) ? testkit::ReadFile(Folder / name) : std::string();
+    }
     bool Has(const std::string& name) const { return std::filesystem::exists(Folder / name); }
 
-    /// A name in the test's folder; one with a drive stands for itself.
+    /// A name in the test's folder. A name with a drive is used as it is.
     utility::wstring Path(const std::string& name) const
     {
-        return support::Wide(name.find(':') != std::string::npos ? name : Folder / name);
+        return testkit::Wide(name.find(':') != std::string::npos ? name : (Folder / name).string());
     }
 };
 
@@ -60,7 +67,7 @@ protected:
         text.resize(got);
         return text;
     }
-    /// The reason of a call that has to fail.
+    /// The error of a call that must fail.
     static DWORD Refused(bool done)
     {
         const DWORD error = GetLastError();
@@ -69,15 +76,15 @@ protected:
     }
     static DWORD Refused(HANDLE handle) { return Refused(handle != INVALID_HANDLE_VALUE); }
 
-    const FileWorld World{};
+    const FileMachine Machine{};
 };
 
-TEST_F(Files, DispositionsDecideWhatIsOpened)
+TEST_F(Files, EachDispositionOpensOrMakesItsFile)
 {
     const struct {
         DWORD Disposition;
         bool Exists;
-        std::optional<DWORD> Error;  // where one is promised
+        std::optional<DWORD> Error;  // if the contract names one
         bool Opens;
         std::string Content;
     } cases[] = {
@@ -96,27 +103,27 @@ TEST_F(Files, DispositionsDecideWhatIsOpened)
     };
     for (const auto& opening : cases) {
         SCOPED_TRACE(std::to_string(opening.Disposition) + (opening.Exists ? " of a file" : " of nothing"));
-        std::filesystem::remove(World.Folder / "file");
+        std::filesystem::remove(Machine.Folder / "file");
         if (opening.Exists)
-            World.Put("file", "old");
+            Machine.Put("file", "old");
         SetLastError(99);
-        const HANDLE file = World.Open(opening.Disposition);
+        const HANDLE file = Machine.Open(opening.Disposition);
         if (opening.Error) {
             EXPECT_EQ(GetLastError(), *opening.Error);
         }
         ASSERT_EQ(file != INVALID_HANDLE_VALUE, opening.Opens);
-        EXPECT_EQ(World.Has("file"), opening.Exists || opening.Opens);
-        EXPECT_EQ(World.Content(), opening.Content);
+        EXPECT_EQ(Machine.Has("file"), opening.Exists || opening.Opens);
+        EXPECT_EQ(Machine.Content(), opening.Content);
         if (opening.Opens) {
             EXPECT_TRUE(CloseHandle(file));
         }
     }
 }
 
-TEST_F(Files, WhereNoFileCanBeIsTold)
+TEST_F(Files, OpeningReportsWhyThereCanBeNoFile)
 {
-    std::filesystem::create_directory(World.Folder / "folder");
-    World.Put("plain", "old");
+    std::filesystem::create_directory(Machine.Folder / "folder");
+    Machine.Put("plain", "old");
     const struct {
         std::string Name;
         DWORD Disposition;
@@ -136,48 +143,48 @@ TEST_F(Files, WhereNoFileCanBeIsTold)
         {"q:/folder/file", OPEN_ALWAYS, ERROR_PATH_NOT_FOUND},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(Refused(World.Open(row.Disposition, row.Name)), row.Error) << row.Name << ' ' << row.Disposition;
+        EXPECT_EQ(Refused(Machine.Open(row.Disposition, row.Name)), row.Error) << row.Name << ' ' << row.Disposition;
     const unsigned short nothing[] = {0};
     EXPECT_EQ(Refused(CreateFileW(Wide(nothing), ReadWrite, ShareAll, nullptr, OPEN_ALWAYS, 0, nullptr)),
               DWORD{ERROR_PATH_NOT_FOUND});
-    EXPECT_EQ(Refused(World.Open(OPEN_EXISTING, "folder", GENERIC_READ)), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(Refused(Machine.Open(OPEN_EXISTING, "folder", GENERIC_READ)), DWORD{ERROR_ACCESS_DENIED});
 }
 
-TEST_F(Files, BothSeparatorsAndRelativePathsLeadToAFile)
+TEST_F(Files, PathsMayHaveBothSeparatorsAndBeRelative)
 {
-    std::filesystem::create_directory(World.Folder / "folder");
+    std::filesystem::create_directory(Machine.Folder / "folder");
     const auto before = std::filesystem::current_path();
-    std::filesystem::current_path(World.Folder.path());
+    std::filesystem::current_path(Machine.Folder.path());
     for (const char* const name : {"folder\\file", "folder/file", ".\\folder\\..\\folder/file"}) {
         SetLastError(99);
-        const HANDLE file = CreateFileW(Wide(support::Wide(name).c_str()), ReadWrite, ShareAll, nullptr, OPEN_ALWAYS,
+        const HANDLE file = CreateFileW(Wide(testkit::Wide(name).c_str()), ReadWrite, ShareAll, nullptr, OPEN_ALWAYS,
                                         FILE_ATTRIBUTE_NORMAL, nullptr);
         EXPECT_NE(file, INVALID_HANDLE_VALUE) << name;
-        EXPECT_TRUE(World.Has("folder/file")) << name;
+        EXPECT_TRUE(Machine.Has("folder/file")) << name;
         CloseHandle(file);
-        EXPECT_TRUE(World.Delete(name)) << name;
+        EXPECT_TRUE(Machine.Delete(name)) << name;
     }
     std::filesystem::current_path(before);
 }
 
-TEST_F(Files, AccessIsWhatWasAskedFor)
+TEST_F(Files, HandleHasOnlyTheRequestedAccess)
 {
-    World.Put("file", "old");
-    const HANDLE reader = World.Open(OPEN_EXISTING, "file", GENERIC_READ);
+    Machine.Put("file", "old");
+    const HANDLE reader = Machine.Open(OPEN_EXISTING, "file", GENERIC_READ);
     EXPECT_EQ(Read(reader, 9), "old");
     EXPECT_EQ(Refused(Write(reader, "x")), DWORD{ERROR_ACCESS_DENIED});
-    const HANDLE writer = World.Open(OPEN_EXISTING, "file", GENERIC_WRITE);
+    const HANDLE writer = Machine.Open(OPEN_EXISTING, "file", GENERIC_WRITE);
     EXPECT_TRUE(Write(writer, "new"));
     EXPECT_EQ(Refused(Read(writer, 1).has_value()), DWORD{ERROR_ACCESS_DENIED});
     CloseHandle(writer);
     CloseHandle(reader);
-    EXPECT_EQ(World.Content(), "new");
+    EXPECT_EQ(Machine.Content(), "new");
 }
 
 TEST_F(Files, TwoHandlesAppendInTurn)
 {
-    const HANDLE one = World.Open(OPEN_ALWAYS);
-    const HANDLE two = World.Open(OPEN_ALWAYS);
+    const HANDLE one = Machine.Open(OPEN_ALWAYS);
+    const HANDLE two = Machine.Open(OPEN_ALWAYS);
     std::string whole;
     for (int i = 0; i < 3; ++i) {
         for (const HANDLE file : {one, two}) {
@@ -188,27 +195,27 @@ TEST_F(Files, TwoHandlesAppendInTurn)
             EXPECT_EQ(SetFilePointer(file, 0, nullptr, FILE_CURRENT), whole.size());
         }
     }
-    EXPECT_EQ(World.Content(), whole);
+    EXPECT_EQ(Machine.Content(), whole);
     EXPECT_EQ(SetFilePointer(one, 0, nullptr, FILE_BEGIN), 0U);
-    EXPECT_EQ(Read(one, 3), whole.substr(0, 3)) << "a handle that has appended reads where it is";
+    EXPECT_EQ(Read(one, 3), whole.substr(0, 3)) << "a handle that has appended reads at its position";
     EXPECT_TRUE(Write(one, "X"));
     whole[3] = 'X';
     EXPECT_EQ(SetFilePointer(one, -1, nullptr, FILE_END), whole.size() - 1);
     EXPECT_TRUE(Write(one, "Y"));
     whole.back() = 'Y';
-    EXPECT_EQ(World.Content(), whole);
+    EXPECT_EQ(Machine.Content(), whole);
     CloseHandle(one);
     CloseHandle(two);
 }
 
 TEST_F(Files, ReadingStopsAtTheEnd)
 {
-    World.Put("file", "12345");
-    const HANDLE file = World.Open(OPEN_EXISTING);
+    Machine.Put("file", "12345");
+    const HANDLE file = Machine.Open(OPEN_EXISTING);
     for (const char* const part : {"123", "45", "", ""})
         EXPECT_EQ(Read(file, 3), part);
     EXPECT_EQ(SetFilePointer(file, 100, nullptr, FILE_BEGIN), 100U);
-    EXPECT_EQ(Read(file, 3), "") << "beyond the end too";
+    EXPECT_EQ(Read(file, 3), "") << "also after the end";
     EXPECT_EQ(SetFilePointer(file, -2, nullptr, FILE_END), 3U);
     EXPECT_EQ(Read(file, 0), "");
     EXPECT_EQ(Read(file, 9), "45");
@@ -217,25 +224,25 @@ TEST_F(Files, ReadingStopsAtTheEnd)
 
 TEST_F(Files, EndMovesToThePosition)
 {
-    World.Put("file", "12345");
-    const HANDLE file = World.Open(OPEN_EXISTING);
+    Machine.Put("file", "12345");
+    const HANDLE file = Machine.Open(OPEN_EXISTING);
     SetFilePointer(file, 2, nullptr, FILE_BEGIN);
     EXPECT_TRUE(SetEndOfFile(file));
-    EXPECT_EQ(World.Content(), "12");
+    EXPECT_EQ(Machine.Content(), "12");
     SetFilePointer(file, 4, nullptr, FILE_BEGIN);
     EXPECT_TRUE(SetEndOfFile(file));
-    EXPECT_EQ(World.Content(), std::string("12\0\0", 4));
+    EXPECT_EQ(Machine.Content(), std::string("12\0\0", 4));
     SetFilePointer(file, 5, nullptr, FILE_BEGIN);
     EXPECT_TRUE(Write(file, ""));
-    EXPECT_EQ(World.Content().size(), 4U) << "a write of nothing";
+    EXPECT_EQ(Machine.Content().size(), 4U) << "a write of no bytes";
     EXPECT_TRUE(Write(file, "x"));
-    EXPECT_EQ(World.Content(), std::string("12\0\0\0x", 6));
+    EXPECT_EQ(Machine.Content(), std::string("12\0\0\0x", 6));
     CloseHandle(file);
 }
 
 TEST_F(Files, PositionsBeyondFourGigabytesNeedTheHighHalf)
 {
-    const HANDLE file = World.Open(OPEN_ALWAYS);
+    const HANDLE file = Machine.Open(OPEN_ALWAYS);
     const auto seek = [file](DWORD low, LONG& high, DWORD method) {
         return SetFilePointer(file, static_cast<LONG>(low), &high, method);
     };
@@ -249,8 +256,8 @@ TEST_F(Files, PositionsBeyondFourGigabytesNeedTheHighHalf)
     high = -1;
     EXPECT_EQ(seek(static_cast<DWORD>(-2), high, FILE_END), 3U);
     EXPECT_EQ(high, 1);
-    EXPECT_EQ(SetFilePointer(file, 7, nullptr, FILE_BEGIN), 7U) << "low positions do without";
-    // The one position whose low half looks like the failure.
+    EXPECT_EQ(SetFilePointer(file, 7, nullptr, FILE_BEGIN), 7U) << "low positions need no high half";
+    // The low half of this position equals the result of a failure.
     high = 0;
     SetLastError(99);
     EXPECT_EQ(seek(0xFFFFFFFF, high, FILE_BEGIN), DWORD{INVALID_SET_FILE_POINTER});
@@ -259,9 +266,9 @@ TEST_F(Files, PositionsBeyondFourGigabytesNeedTheHighHalf)
     CloseHandle(file);
 }
 
-TEST_F(Files, SeekThatLeadsNowhereIsRefused)
+TEST_F(Files, SeekBeforeTheStartIsRefused)
 {
-    const HANDLE file = World.Open(OPEN_ALWAYS);
+    const HANDLE file = Machine.Open(OPEN_ALWAYS);
     SetFilePointer(file, 4, nullptr, FILE_BEGIN);
     const auto refused = [file](LONG distance, DWORD method) {
         return Refused(SetFilePointer(file, distance, nullptr, method) != INVALID_SET_FILE_POINTER);
@@ -276,7 +283,7 @@ TEST_F(Files, SeekThatLeadsNowhereIsRefused)
 
 TEST_F(Files, ClosedHandleIsRefused)
 {
-    const HANDLE file = World.Open(OPEN_ALWAYS);
+    const HANDLE file = Machine.Open(OPEN_ALWAYS);
     EXPECT_TRUE(CloseHandle(file));
     constexpr DWORD invalid = ERROR_INVALID_HANDLE;
     EXPECT_EQ(Refused(CloseHandle(file) != FALSE), invalid);
@@ -289,40 +296,40 @@ TEST_F(Files, ClosedHandleIsRefused)
 
 TEST_F(Files, OpenFileIsNeitherMovedNorDeleted)
 {
-    const HANDLE file = World.Open(OPEN_ALWAYS);
-    const auto keeps = [](const FileWorld& world) {
-        EXPECT_EQ(Refused(world.Delete("file")), DWORD{ERROR_SHARING_VIOLATION});
-        EXPECT_EQ(Refused(world.Move("file", "moved")), DWORD{ERROR_SHARING_VIOLATION});
-        const HANDLE further = world.Open(OPEN_EXISTING);
-        EXPECT_NE(further, INVALID_HANDLE_VALUE) << "to be opened once more is another matter";
+    const HANDLE file = Machine.Open(OPEN_ALWAYS);
+    const auto keeps = [](const FileMachine& machine) {
+        EXPECT_EQ(Refused(machine.Delete("file")), DWORD{ERROR_SHARING_VIOLATION});
+        EXPECT_EQ(Refused(machine.Move("file", "moved")), DWORD{ERROR_SHARING_VIOLATION});
+        const HANDLE further = machine.Open(OPEN_EXISTING);
+        EXPECT_NE(further, INVALID_HANDLE_VALUE) << "it can still be opened";
         CloseHandle(further);
     };
-    keeps(World);
-    support::RunAlone(World, keeps);
+    keeps(Machine);
+    testkit::RunAlone(Machine, keeps);
     CloseHandle(file);
-    EXPECT_TRUE(World.Move("file", "moved"));
-    EXPECT_TRUE(World.Delete("moved"));
-    EXPECT_FALSE(World.Has("file") || World.Has("moved"));
+    EXPECT_TRUE(Machine.Move("file", "moved"));
+    EXPECT_TRUE(Machine.Delete("moved"));
+    EXPECT_FALSE(Machine.Has("file") || Machine.Has("moved"));
 }
 
-TEST_F(Files, HolderThatDiesLetsGo)
+TEST_F(Files, DeathOfTheHolderClosesTheFile)
 {
-    EXPECT_NE(support::Process(World,
-                               [](const FileWorld& world) {
-                                   world.Open(OPEN_ALWAYS);
-                                   support::Die();
-                               })
+    EXPECT_NE(testkit::TestProcess(Machine,
+                                   [](const FileMachine& machine) {
+                                       machine.Open(OPEN_ALWAYS);
+                                       testkit::Die();
+                                   })
                   .Wait(),
               0);
-    EXPECT_TRUE(World.Has("file"));
-    EXPECT_TRUE(World.Delete("file"));
+    EXPECT_TRUE(Machine.Has("file"));
+    EXPECT_TRUE(Machine.Delete("file"));
 }
 
 TEST_F(Files, MoveReplacesNothing)
 {
-    World.Put("file", "content");
-    World.Put("taken", "other");
-    std::filesystem::create_directory(World.Folder / "folder");
+    Machine.Put("file", "content");
+    Machine.Put("taken", "other");
+    std::filesystem::create_directory(Machine.Folder / "folder");
     const struct {
         const char* From;
         const char* To;
@@ -334,18 +341,18 @@ TEST_F(Files, MoveReplacesNothing)
         {"taken\\none", "moved", ERROR_PATH_NOT_FOUND},   {"file", "Q:\\folder\\moved", ERROR_PATH_NOT_FOUND},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(Refused(World.Move(row.From, row.To)), row.Error) << row.From << " to " << row.To;
-    EXPECT_EQ(World.Content("taken"), "other");
-    EXPECT_TRUE(World.Move("file", "folder\\moved"));
-    EXPECT_TRUE(World.Move("folder", "another"));
-    EXPECT_EQ(World.Content("another/moved"), "content");
-    EXPECT_FALSE(World.Has("file") || World.Has("folder"));
+        EXPECT_EQ(Refused(Machine.Move(row.From, row.To)), row.Error) << row.From << " to " << row.To;
+    EXPECT_EQ(Machine.Content("taken"), "other");
+    EXPECT_TRUE(Machine.Move("file", "folder\\moved"));
+    EXPECT_TRUE(Machine.Move("folder", "another"));
+    EXPECT_EQ(Machine.Content("another/moved"), "content");
+    EXPECT_FALSE(Machine.Has("file") || Machine.Has("folder"));
 }
 
-TEST_F(Files, DeleteTellsWhatItDidNotFind)
+TEST_F(Files, DeleteReportsWhatIsMissing)
 {
-    std::filesystem::create_directory(World.Folder / "folder");
-    World.Put("plain", "");
+    std::filesystem::create_directory(Machine.Folder / "folder");
+    Machine.Put("plain", "");
     const struct {
         const char* Name;
         DWORD Error;
@@ -357,24 +364,24 @@ TEST_F(Files, DeleteTellsWhatItDidNotFind)
         {"Q:\\folder\\none", ERROR_PATH_NOT_FOUND},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(Refused(World.Delete(row.Name)), row.Error) << row.Name;
-    EXPECT_TRUE(World.Has("folder"));
-    EXPECT_TRUE(World.Delete("plain"));
-    EXPECT_EQ(Refused(World.Delete("plain")), DWORD{ERROR_FILE_NOT_FOUND});
+        EXPECT_EQ(Refused(Machine.Delete(row.Name)), row.Error) << row.Name;
+    EXPECT_TRUE(Machine.Has("folder"));
+    EXPECT_TRUE(Machine.Delete("plain"));
+    EXPECT_EQ(Refused(Machine.Delete("plain")), DWORD{ERROR_FILE_NOT_FOUND});
 }
 
-TEST_F(Files, SearchTellsWhatIsThere)
+TEST_F(Files, SearchDescribesTheFile)
 {
-    std::filesystem::create_directory(World.Folder / "folder");
-    World.Put("file", "12345");
+    std::filesystem::create_directory(Machine.Folder / "folder");
+    Machine.Put("file", "12345");
     WIN32_FIND_DATAW found;
-    HANDLE search = World.Find("file", found);
+    HANDLE search = Machine.Find("file", found);
     ASSERT_NE(search, INVALID_HANDLE_VALUE);
     EXPECT_EQ(found.nFileSizeLow, 5U);
     EXPECT_EQ(found.nFileSizeHigh, 0U);
     EXPECT_EQ(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY, 0U);
     EXPECT_EQ(std::string(std::begin(found.cFileName), std::begin(found.cFileName) + 5), std::string("file\0", 5));
-    EXPECT_EQ(Refused(CloseHandle(search) != FALSE), DWORD{ERROR_INVALID_HANDLE}) << "a search has its own closing";
+    EXPECT_EQ(Refused(CloseHandle(search) != FALSE), DWORD{ERROR_INVALID_HANDLE}) << "FindClose closes a search";
     EXPECT_TRUE(FindClose(search));
 
     // Ticks of 100 ns since the year 1601.
@@ -384,7 +391,7 @@ TEST_F(Files, SearchTellsWhatIsThere)
         std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch());
     EXPECT_LE(std::abs(now.count() - written / 10'000'000), 60);
 
-    search = World.Find("folder", found);
+    search = Machine.Find("folder", found);
     EXPECT_NE(search, INVALID_HANDLE_VALUE);
     EXPECT_NE(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY, 0U);
     EXPECT_TRUE(FindClose(search));
@@ -399,17 +406,17 @@ TEST_F(Files, SearchTellsWhatIsThere)
         {"Q:\\none", ERROR_PATH_NOT_FOUND},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(Refused(World.Find(row.Name, found)), row.Error) << row.Name;
+        EXPECT_EQ(Refused(Machine.Find(row.Name, found)), row.Error) << row.Name;
 }
 
-TEST_F(Files, NamesKeepTheirLetters)
+TEST_F(Files, NamesKeepAllCharacters)
 {
     const unsigned short letters[] = {0xE4, 0x4E2D, 0xD834, 0xDD1E, 0};
-    const utility::wstring path = World.Path("x") + letters;
+    const utility::wstring path = Machine.Path("x") + letters;
     const HANDLE file = CreateFileW(Wide(path.c_str()), ReadWrite, ShareAll, nullptr, CREATE_NEW, 0, nullptr);
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
     CloseHandle(file);
-    EXPECT_TRUE(std::filesystem::exists(World.Folder.path() / u8"x\u00e4\u4e2d\U0001D11E"));
+    EXPECT_TRUE(std::filesystem::exists(Machine.Folder.path() / u8"x\u00e4\u4e2d\U0001D11E"));
     WIN32_FIND_DATAW found;
     const HANDLE search = FindFirstFileW(Wide(path.c_str()), &found);
     ASSERT_NE(search, INVALID_HANDLE_VALUE);

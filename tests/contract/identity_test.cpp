@@ -1,6 +1,11 @@
-// Who runs: modules, processes, threads, what belongs to a thread, and what goes to the debug output.
-#include "processes.h"
+// Contract of identities: modules, processes, threads, the last error, critical sections and debug output.
 #include "system.h"
+#include "testkit/debug_output.h"
+#include "testkit/file_content.h"
+#include "testkit/known_modules.h"
+#include "testkit/test_machine.h"
+#include "testkit/test_process.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -9,11 +14,11 @@
 
 using namespace utility::literals;
 using platform::Wide;
-using support::Machine;
+using testkit::TestMachine;
 
 namespace {
 
-/// What a thread of its own gives.
+/// The result of `work` in another thread.
 template <class Work>
 auto Elsewhere(Work work)
 {
@@ -22,35 +27,35 @@ auto Elsewhere(Work work)
     return result;
 }
 
-TEST(Modules, ProgramAndWhatItLoadedAreFound)
+TEST(Modules, ProgramAndLoadedModulesAreFound)
 {
     const HMODULE program = GetModuleHandleW(nullptr);
     ASSERT_NE(program, nullptr);
     EXPECT_EQ(GetModuleHandleW(nullptr), program);
-    ASSERT_NE(support::SystemModule(), nullptr);
-    EXPECT_EQ(support::SystemModule(), support::SystemModule());
-    EXPECT_NE(support::SystemModule(), program);
+    ASSERT_NE(testkit::SystemModule(), nullptr);
+    EXPECT_EQ(testkit::SystemModule(), testkit::SystemModule());
+    EXPECT_NE(testkit::SystemModule(), program);
     for (const unsigned short* const name : {u"no such module"_w, u"no.such.module"_w, u"\\none\\module.x"_w}) {
         SetLastError(0);
-        EXPECT_EQ(GetModuleHandleW(Wide(name)), nullptr) << support::Narrow(name);
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_MOD_NOT_FOUND}) << support::Narrow(name);
+        EXPECT_EQ(GetModuleHandleW(Wide(name)), nullptr) << testkit::Narrow(name);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_MOD_NOT_FOUND}) << testkit::Narrow(name);
     }
 }
 
-TEST(Identity, ProcessIsKnownByItsId)
+TEST(Identity, ProcessHasItsOwnId)
 {
-    const Machine machine;
-    support::Process process(machine, [](const Machine& world) {
-        support::WriteFile(world.Folder / "id", std::to_string(GetCurrentProcessId()));
+    const TestMachine machine;
+    testkit::TestProcess process(machine, [](const TestMachine& same) {
+        testkit::WriteFile(same.Folder / "id", std::to_string(GetCurrentProcessId()));
         EXPECT_EQ(Elsewhere(GetCurrentProcessId), GetCurrentProcessId());
     });
     const std::string id = std::to_string(process.id());
     EXPECT_EQ(process.Wait(), 0);
-    EXPECT_EQ(support::ReadFile(machine.Folder / "id"), id);
+    EXPECT_EQ(testkit::ReadFile(machine.Folder / "id"), id);
     EXPECT_NE(std::to_string(GetCurrentProcessId()), id);
 }
 
-TEST(Identity, ThreadsThatLiveHaveDifferentIds)
+TEST(Identity, RunningThreadsHaveDifferentIds)
 {
     const DWORD own = GetCurrentThreadId();
     EXPECT_EQ(GetCurrentThreadId(), own);
@@ -65,9 +70,9 @@ TEST(Identity, ThreadsThatLiveHaveDifferentIds)
     EXPECT_EQ(GetCurrentThreadId(), own);
 }
 
-TEST(LastError, IsEachThreadsOwn)
+TEST(LastError, BelongsToTheThread)
 {
-    // The threads hand over without a call that could have an error of its own.
+    // The threads take turns without a call that could set an error.
     enum Turn { Here, There, Back };
     std::atomic<Turn> turn{Here};
     const auto await = [&turn](Turn wanted) {
@@ -89,11 +94,11 @@ TEST(LastError, IsEachThreadsOwn)
     seen[1] = GetLastError();
     other.join();
     EXPECT_EQ(seen[0], 77U);
-    EXPECT_EQ(seen[1], 77U) << "looking at it changes nothing";
+    EXPECT_EQ(seen[1], 77U) << "reading it changes nothing";
     EXPECT_EQ(seen[2], DWORD{ERROR_INVALID_HANDLE});
 }
 
-TEST(CriticalSections, KeepOtherThreadsOutUntilTheLastLeaving)
+TEST(CriticalSections, ExcludeOtherThreadsUntilTheLastLeave)
 {
     CRITICAL_SECTION section;
     InitializeCriticalSection(&section);
@@ -140,17 +145,17 @@ TEST(CriticalSections, LetOneThreadInAtATime)
     DeleteCriticalSection(&section);
 }
 
-TEST(DebugOutput, TextsGoOutWholeAndInOrder)
+TEST(DebugOutput, TextsAreWholeAndInOrder)
 {
-    const Machine machine;
-    support::RunAlone(machine, [](const Machine& world) {
-        support::SendDebugOutputTo(world.Folder / "output");
+    const TestMachine machine;
+    testkit::RunAlone(machine, [](const TestMachine& same) {
+        testkit::SendDebugOutputTo(same.Folder / "output");
         OutputDebugStringW(Wide(u"one,"_w));
         OutputDebugStringW(Wide(u""_w));
         OutputDebugStringW(Wide(utility::wstring(10000, 'x').c_str()));
         OutputDebugStringW(Wide(u",%s\\two\n"_w));
     });
-    EXPECT_EQ(support::ReadFile(machine.Folder / "output"), "one," + std::string(10000, 'x') + ",%s\\two\n");
+    EXPECT_EQ(testkit::ReadFile(machine.Folder / "output"), "one," + std::string(10000, 'x') + ",%s\\two\n");
 }
 
 }  // namespace

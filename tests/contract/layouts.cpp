@@ -1,4 +1,4 @@
-// The records of the platform, field by field, as published. Checked by the compiler on each platform.
+// Contract of the records of the platform: the compiler checks their published layouts on each platform.
 #include "system.h"
 
 #include <cstddef>
@@ -86,7 +86,7 @@ static_assert(offsetof(MODULEENTRY32W, hModule) == (Pointer == 8 ? 40 : 28));
 static_assert(offsetof(MODULEENTRY32W, szModule) == (Pointer == 8 ? 48 : 32));
 static_assert(offsetof(MODULEENTRY32W, szExePath) == (Pointer == 8 ? 560 : 544));
 
-// The rule by which a system's error becomes a code.
+// The conversion of a system error to a code.
 static_assert(HRESULT_FROM_WIN32(5) == static_cast<HRESULT>(0x80070005) && HRESULT_FROM_WIN32(0) == 0);
 static_assert(HRESULT_FROM_WIN32(0x12345) == static_cast<HRESULT>(0x80072345));
 static_assert(HRESULT_FROM_WIN32(0x80040302) == static_cast<HRESULT>(0x80040302));

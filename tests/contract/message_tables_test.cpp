@@ -1,6 +1,7 @@
-// The message service where the texts are the system's or a module's.
-#include "support.h"
+// Contract of the message service for messages of the system and of modules.
 #include "system.h"
+#include "testkit/known_modules.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -19,7 +20,7 @@ struct Found {
     DWORD Error;
 };
 
-/// Looks a message up, and checks that a failure leaves the buffer alone.
+/// Looks up a message, and checks that a failure leaves the buffer alone.
 Found LookUp(DWORD flags, DWORD code, const void* module = nullptr)
 {
     unsigned short buffer[512];
@@ -31,10 +32,10 @@ Found LookUp(DWORD flags, DWORD code, const void* module = nullptr)
         return {"", GetLastError()};
     }
     EXPECT_EQ(buffer[units], 0);
-    return {support::Narrow({buffer, units}), ERROR_SUCCESS};
+    return {testkit::Narrow({buffer, units}), ERROR_SUCCESS};
 }
 
-TEST(SystemMessages, OneForACodeInEachOfItsForms)
+TEST(SystemMessages, AreTheSameForEachFormOfACode)
 {
     const std::string text = LookUp(FromSystem, 5).Text;
     EXPECT_GT(text.size(), 5U);
@@ -47,7 +48,7 @@ TEST(SystemMessages, OneForACodeInEachOfItsForms)
     EXPECT_EQ(LookUp(FromSystem, 0x8FF70005).Error, ERROR_MR_MID_NOT_FOUND);
 }
 
-TEST(SystemMessages, AreMadeToMeasure)
+TEST(SystemMessages, AreAllocatedOnRequest)
 {
     LPWSTR text = nullptr;
     const auto get = [&](DWORD code) {
@@ -56,17 +57,17 @@ TEST(SystemMessages, AreMadeToMeasure)
     };
     const DWORD units = get(5);
     ASSERT_NE(units, 0U);
-    EXPECT_EQ(support::Narrow({reinterpret_cast<unsigned short*>(text), units}), LookUp(FromSystem, 5).Text);
+    EXPECT_EQ(testkit::Narrow({reinterpret_cast<unsigned short*>(text), units}), LookUp(FromSystem, 5).Text);
     LocalFree(text);
     text = platform::Wide(const_cast<unsigned short*>(&Guard));
     EXPECT_EQ(get(0xDEAD), 0U);
     EXPECT_EQ(text, nullptr);
-    unsigned short little[4];
-    EXPECT_EQ(FormatMessageW(FromSystem, nullptr, 5, 0, platform::Wide(little), 4, nullptr), 0U);
+    unsigned short small[4];
+    EXPECT_EQ(FormatMessageW(FromSystem, nullptr, 5, 0, platform::Wide(small), 4, nullptr), 0U);
     EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
 }
 
-TEST(ModuleMessages, AreTheProgramsOwn)
+TEST(ModuleMessages, OfTheProgram)
 {
     const HMODULE program = GetModuleHandleW(nullptr);
     EXPECT_EQ(LookUp(FromModule, 0x80051000, program).Text, "First line\r\nsecond line\r\n");
@@ -74,20 +75,20 @@ TEST(ModuleMessages, AreTheProgramsOwn)
     EXPECT_EQ(LookUp(FromModule, 0x80052001, program).Text, "narrow\r\n");
     unsigned short text[64];
     EXPECT_EQ(FormatMessageW(FromModule, program, 0x80051001, 0, platform::Wide(text), 64, nullptr), 0U)
-        << "its insert is not given";
+        << "its insert is missing";
     EXPECT_EQ(LookUp(FromModule | FORMAT_MESSAGE_IGNORE_INSERTS, 0x80051001, program).Text, "Site %1 is lost\r\n");
     for (const DWORD code : {0x80050FFFU, 0x80051004U, 0x80052002U, 5U})
         EXPECT_EQ(LookUp(FromModule, code, program).Error, ERROR_MR_MID_NOT_FOUND) << code;
 }
 
-TEST(ModuleMessages, GoBeforeTheSystems)
+TEST(ModuleMessages, PrecedeThoseOfTheSystem)
 {
     const HMODULE program = GetModuleHandleW(nullptr);
     EXPECT_EQ(LookUp(FromModule | FromSystem, 0x80051003, program).Text, "Plain");
     EXPECT_EQ(LookUp(FromModule | FromSystem, 5, program).Text, LookUp(FromSystem, 5).Text);
     EXPECT_EQ(LookUp(FromModule | FromSystem, 0x80051004, program).Error, ERROR_MR_MID_NOT_FOUND);
-    EXPECT_EQ(LookUp(FromModule | FromSystem, 5, support::SystemModule()).Text, LookUp(FromSystem, 5).Text)
-        << "of a module without messages";
+    EXPECT_EQ(LookUp(FromModule | FromSystem, 5, testkit::SystemModule()).Text, LookUp(FromSystem, 5).Text)
+        << "a module without messages";
 }
 
 }  // namespace

@@ -1,12 +1,13 @@
-// Message templates: escapes, inserts and their pictures, and what does not fit.
+// Contract of message templates: escapes, inserts and their conversions, and the size of the buffer.
 #include "expand.h"
+#include "testkit/text.h"
 
 namespace {
 
 using contract::Expand;
 using contract::ExpandArray;
 using contract::Expanded;
-using support::Wide;
+using testkit::Wide;
 
 DWORD_PTR Word(const utility::wstring& text)
 {

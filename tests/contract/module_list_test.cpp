@@ -1,6 +1,7 @@
-// The list of a process's modules.
-#include "support.h"
+// Contract of the list of a process's modules.
 #include "system.h"
+#include "testkit/known_modules.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -20,7 +21,7 @@ utility::wstring Text(const WCHAR* text)
     return reinterpret_cast<const unsigned short*>(text);
 }
 
-TEST(ModuleList, HasTheProgramFirstAndEveryModuleOnce)
+TEST(ModuleList, HasTheProgramFirstAndEachModuleOnce)
 {
     for (const DWORD process : {DWORD{0}, GetCurrentProcessId()}) {
         const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, process);
@@ -38,12 +39,12 @@ TEST(ModuleList, HasTheProgramFirstAndEveryModuleOnce)
             const utility::wstring path = Text(entry.szExePath);
             const utility::wstring name = Text(entry.szModule);
             EXPECT_FALSE(name.empty());
-            EXPECT_TRUE(path.ends_with(name)) << support::Narrow(path);
+            EXPECT_TRUE(path.ends_with(name)) << testkit::Narrow(path);
         } while (Module32NextW(snapshot, &entry));
         EXPECT_EQ(GetLastError(), ERROR_NO_MORE_FILES);
-        EXPECT_TRUE(modules.contains(support::SystemModule()));
+        EXPECT_TRUE(modules.contains(testkit::SystemModule()));
 
-        // A walk may begin again.
+        // The list can be read again.
         entry = EmptyEntry();
         EXPECT_TRUE(Module32FirstW(snapshot, &entry));
         EXPECT_EQ(entry.hModule, GetModuleHandleW(nullptr));
@@ -51,7 +52,7 @@ TEST(ModuleList, HasTheProgramFirstAndEveryModuleOnce)
     }
 }
 
-TEST(ModuleList, RefusesWhatItCannotServe)
+TEST(ModuleList, RefusesBadArguments)
 {
     const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, 0);
     ASSERT_NE(snapshot, INVALID_HANDLE_VALUE);

@@ -1,6 +1,10 @@
-// Mutexes: found by name in the whole session, owned by threads, gone with their last handle.
-#include "processes.h"
+// Contract of mutexes: found by name in the whole session, owned by threads, removed with their last handle.
 #include "system.h"
+#include "testkit/file_content.h"
+#include "testkit/gate.h"
+#include "testkit/test_machine.h"
+#include "testkit/test_process.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -14,12 +18,12 @@ using platform::Wide;
 
 namespace {
 
-class MutexWorld : public support::Machine {
+class MutexMachine : public testkit::TestMachine {
 public:
-    /// A name of this test alone.
+    /// A name that only this test uses.
     utility::wstring Name(std::string_view end = "") const
     {
-        return support::Wide(Folder.path().filename().string() + ".Mutex" + std::string(end));
+        return testkit::Wide(Folder.path().filename().string() + ".Mutex" + std::string(end));
     }
     HANDLE Create(BOOL owned = FALSE, std::string_view end = "") const { return CreateCalled(Name(end), owned); }
 
@@ -28,11 +32,10 @@ public:
         return CreateMutexW(nullptr, owned, Wide(name.c_str()));
     }
 
-    std::string Counter() const { return Folder / "counter"; }
-    std::string Gate(const char* name) const { return Folder / name; }
+    std::filesystem::path Counter() const { return Folder / "counter"; }
 };
 
-/// What another thread gets that tries for the mutex. It lets go of it at once.
+/// Waits for the mutex in another thread, which releases it at once. @return the result of the wait.
 DWORD TryElsewhere(HANDLE mutex, DWORD limit = 0)
 {
     DWORD result = 0;
@@ -47,33 +50,33 @@ DWORD TryElsewhere(HANDLE mutex, DWORD limit = 0)
 
 class NamedMutex : public testing::Test {
 protected:
-    /// Makes or opens a mutex that has to be there already, or not to be.
-    HANDLE Create(bool wasThere, BOOL owned = FALSE, std::string_view end = "") const
+    /// Creates or opens a mutex. @param exists whether it must exist already
+    HANDLE Create(bool exists, BOOL owned = FALSE, std::string_view end = "") const
     {
-        SetLastError(wasThere ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
-        const HANDLE mutex = World.Create(owned, end);
+        SetLastError(exists ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
+        const HANDLE mutex = Machine.Create(owned, end);
         const DWORD error = GetLastError();
         EXPECT_NE(mutex, nullptr);
-        EXPECT_EQ(error, wasThere ? DWORD{ERROR_ALREADY_EXISTS} : DWORD{ERROR_SUCCESS}) << end;
+        EXPECT_EQ(error, exists ? DWORD{ERROR_ALREADY_EXISTS} : DWORD{ERROR_SUCCESS}) << end;
         return mutex;
     }
 
-    const MutexWorld World{};
+    const MutexMachine Machine{};
 };
 
-TEST_F(NamedMutex, BelongsToItsCreatorAndToNoLaterOpener)
+TEST_F(NamedMutex, BelongsToItsCreatorAndNotToLaterOpeners)
 {
     const HANDLE first = Create(false, TRUE);
     const HANDLE second = Create(true, TRUE);
     EXPECT_NE(first, second);
-    support::RunAlone(World, [](const MutexWorld& world) {
-        const HANDLE mutex = world.Create(TRUE);
+    testkit::RunAlone(Machine, [](const MutexMachine& machine) {
+        const HANDLE mutex = machine.Create(TRUE);
         EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
         EXPECT_EQ(WaitForSingleObject(mutex, 0), DWORD{WAIT_TIMEOUT});
         EXPECT_FALSE(ReleaseMutex(mutex));
         EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_OWNER});
     });
-    // The second handle brought no ownership of its own: one release, by either, frees the mutex.
+    // The second handle added no ownership: one release by either handle frees the mutex.
     EXPECT_TRUE(ReleaseMutex(second));
     EXPECT_FALSE(ReleaseMutex(first));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_OWNER});
@@ -82,7 +85,7 @@ TEST_F(NamedMutex, BelongsToItsCreatorAndToNoLaterOpener)
     CloseHandle(second);
 }
 
-TEST_F(NamedMutex, WithoutAnInitialOwnerItIsFree)
+TEST_F(NamedMutex, IsFreeWithoutAnInitialOwner)
 {
     const HANDLE mutex = Create(false);
     EXPECT_FALSE(ReleaseMutex(mutex));
@@ -91,38 +94,38 @@ TEST_F(NamedMutex, WithoutAnInitialOwnerItIsFree)
     CloseHandle(mutex);
 }
 
-TEST_F(NamedMutex, LivesFromItsFirstHandleToItsLast)
+TEST_F(NamedMutex, ExistsFromItsFirstHandleToItsLast)
 {
-    const support::Gate opened(World.Gate("opened"));
-    const support::Gate end(World.Gate("end"));
+    const testkit::Gate opened(Machine.Folder / "opened");
+    const testkit::Gate end(Machine.Folder / "end");
     const HANDLE first = Create(false);
     {
-        support::Process holder(World, [](const MutexWorld& world) {
-            const support::Gate isOpened(world.Gate("opened"));
-            const support::Gate mayEnd(world.Gate("end"));
-            EXPECT_NE(world.Create(), nullptr);
+        testkit::TestProcess holder(Machine, [](const MutexMachine& machine) {
+            const testkit::Gate isOpened(machine.Folder / "opened");
+            const testkit::Gate mayEnd(machine.Folder / "end");
+            EXPECT_NE(machine.Create(), nullptr);
             isOpened.Open();
             mayEnd.Pass();
         });
         opened.Pass();
         EXPECT_TRUE(CloseHandle(first));
-        EXPECT_TRUE(CloseHandle(Create(true))) << "another process still has it";
+        EXPECT_TRUE(CloseHandle(Create(true))) << "another process still has a handle";
         end.Open();
         EXPECT_EQ(holder.Wait(), 0);
     }
     EXPECT_TRUE(CloseHandle(Create(false)));
 }
 
-TEST_F(NamedMutex, EndsWithItsOnlyHolderHoweverThatEnds)
+TEST_F(NamedMutex, IsRemovedWhenItsOnlyHolderEndsOrDies)
 {
-    const auto returns = [](const MutexWorld& world) { world.Create(TRUE); };
-    const auto dies = [](const MutexWorld& world) {
-        world.Create(TRUE);
-        support::Die();
+    const auto returns = [](const MutexMachine& machine) { machine.Create(TRUE); };
+    const auto dies = [](const MutexMachine& machine) {
+        machine.Create(TRUE);
+        testkit::Die();
     };
-    EXPECT_EQ(support::Process(World, returns).Wait(), 0);
+    EXPECT_EQ(testkit::TestProcess(Machine, returns).Wait(), 0);
     CloseHandle(Create(false, TRUE));
-    EXPECT_NE(support::Process(World, dies).Wait(), 0);
+    EXPECT_NE(testkit::TestProcess(Machine, dies).Wait(), 0);
     CloseHandle(Create(false, TRUE));
 }
 
@@ -140,7 +143,7 @@ TEST_F(NamedMutex, CountsTheWaitsOfItsOwner)
     CloseHandle(mutex);
 }
 
-TEST_F(NamedMutex, StaysItsOwnersWhenOneOfItsHandlesCloses)
+TEST_F(NamedMutex, StaysOwnedWhenOneOfItsHandlesCloses)
 {
     const HANDLE owned = Create(false, TRUE);
     const HANDLE other = Create(true);
@@ -151,12 +154,12 @@ TEST_F(NamedMutex, StaysItsOwnersWhenOneOfItsHandlesCloses)
     CloseHandle(other);
 }
 
-TEST_F(NamedMutex, WaitsAsLongAsItIsTold)
+TEST_F(NamedMutex, WaitsForTheGivenTime)
 {
     const HANDLE mutex = Create(false, TRUE);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(TryElsewhere(mutex, 150), DWORD{WAIT_TIMEOUT});
-    // The platform's clock may tick as coarsely as every 16 ms.
+    // The platform's clock may have ticks of 16 ms.
     EXPECT_GE(std::chrono::steady_clock::now() - start, 130ms);
     for (const DWORD limit : {DWORD{10000}, DWORD{INFINITE}}) {
         std::thread waiter([mutex, limit] {
@@ -171,7 +174,7 @@ TEST_F(NamedMutex, WaitsAsLongAsItIsTold)
     CloseHandle(mutex);
 }
 
-TEST_F(NamedMutex, ThreadThatEndsLeavesItAbandoned)
+TEST_F(NamedMutex, IsAbandonedByAThreadThatEnds)
 {
     const HANDLE mutexes[] = {Create(false), CreateMutexW(nullptr, FALSE, nullptr)};
     for (const HANDLE mutex : mutexes) {
@@ -180,43 +183,43 @@ TEST_F(NamedMutex, ThreadThatEndsLeavesItAbandoned)
                 EXPECT_EQ(WaitForSingleObject(mutex, INFINITE), DWORD{WAIT_OBJECT_0});
         }).join();
         EXPECT_EQ(WaitForSingleObject(mutex, INFINITE), DWORD{WAIT_ABANDONED});
-        EXPECT_EQ(WaitForSingleObject(mutex, 0), DWORD{WAIT_OBJECT_0}) << "it is said once";
+        EXPECT_EQ(WaitForSingleObject(mutex, 0), DWORD{WAIT_OBJECT_0}) << "reported once";
         EXPECT_TRUE(ReleaseMutex(mutex));
         EXPECT_TRUE(ReleaseMutex(mutex));
-        EXPECT_FALSE(ReleaseMutex(mutex)) << "and belongs to the one who was told";
+        EXPECT_FALSE(ReleaseMutex(mutex)) << "the waiter became the owner";
         EXPECT_EQ(TryElsewhere(mutex), DWORD{WAIT_OBJECT_0});
         CloseHandle(mutex);
     }
 }
 
-TEST_F(NamedMutex, ProcessThatEndsLeavesItAbandoned)
+TEST_F(NamedMutex, IsAbandonedByAProcessThatEnds)
 {
     const HANDLE mutex = Create(false);
-    const auto returns = [](const MutexWorld& world) {
-        EXPECT_EQ(WaitForSingleObject(world.Create(), INFINITE), DWORD{WAIT_OBJECT_0});
+    const auto returns = [](const MutexMachine& machine) {
+        EXPECT_EQ(WaitForSingleObject(machine.Create(), INFINITE), DWORD{WAIT_OBJECT_0});
     };
-    const auto dies = [](const MutexWorld& world) {
-        WaitForSingleObject(world.Create(), INFINITE);
-        support::Die();
+    const auto dies = [](const MutexMachine& machine) {
+        WaitForSingleObject(machine.Create(), INFINITE);
+        testkit::Die();
     };
-    EXPECT_EQ(support::Process(World, returns).Wait(), 0);
+    EXPECT_EQ(testkit::TestProcess(Machine, returns).Wait(), 0);
     EXPECT_EQ(TryElsewhere(mutex), DWORD{WAIT_ABANDONED});
     EXPECT_EQ(TryElsewhere(mutex), DWORD{WAIT_OBJECT_0});
-    EXPECT_NE(support::Process(World, dies).Wait(), 0);
+    EXPECT_NE(testkit::TestProcess(Machine, dies).Wait(), 0);
     EXPECT_EQ(WaitForSingleObject(mutex, 0), DWORD{WAIT_ABANDONED});
     EXPECT_TRUE(ReleaseMutex(mutex));
     EXPECT_EQ(TryElsewhere(mutex), DWORD{WAIT_OBJECT_0});
     CloseHandle(mutex);
 }
 
-TEST_F(NamedMutex, OwnerThatIsKilledWakesWhoWaits)
+TEST_F(NamedMutex, DeathOfTheOwnerWakesAWaiter)
 {
     const HANDLE mutex = Create(false);
-    const support::Gate taken(World.Gate("taken"));
-    support::Process holder(World, [](const MutexWorld& world) {
-        const support::Gate isTaken(world.Gate("taken"));
-        const support::Gate never(world.Gate("never"));
-        WaitForSingleObject(world.Create(), INFINITE);
+    const testkit::Gate taken(Machine.Folder / "taken");
+    testkit::TestProcess holder(Machine, [](const MutexMachine& machine) {
+        const testkit::Gate isTaken(machine.Folder / "taken");
+        const testkit::Gate never(machine.Folder / "never");
+        WaitForSingleObject(machine.Create(), INFINITE);
         isTaken.Open();
         never.Pass();
     });
@@ -231,7 +234,7 @@ TEST_F(NamedMutex, OwnerThatIsKilledWakesWhoWaits)
     CloseHandle(mutex);
 }
 
-TEST_F(NamedMutex, HandleThatIsNotOpenIsRefused)
+TEST_F(NamedMutex, ClosedHandleIsRefused)
 {
     const HANDLE closed = Create(false);
     ASSERT_TRUE(CloseHandle(closed));
@@ -244,7 +247,7 @@ TEST_F(NamedMutex, HandleThatIsNotOpenIsRefused)
         SetLastError(0);
         EXPECT_TRUE(!ReleaseMutex(stale) && isRefused());
     }
-    EXPECT_TRUE(CloseHandle(Create(false))) << "what was closed is gone";
+    EXPECT_TRUE(CloseHandle(Create(false))) << "the closed mutex was removed";
 }
 
 TEST_F(NamedMutex, NamesCompareExactly)
@@ -258,8 +261,8 @@ TEST_F(NamedMutex, NamesCompareExactly)
         Create(false, FALSE, "/var/log_C:.*"),
         Create(false, FALSE, path.substr(1)),
         Create(false, FALSE, path.substr(1) + "y"),
-        MutexWorld::CreateCalled(World.Name() + u"\u00e4\u4e2d"_w),
-        MutexWorld::CreateCalled(World.Name() + u"\u00c4\u4e2d"_w),
+        MutexMachine::CreateCalled(Machine.Name() + u"\u00e4\u4e2d"_w),
+        MutexMachine::CreateCalled(Machine.Name() + u"\u00c4\u4e2d"_w),
     };
     EXPECT_EQ(GetLastError(), DWORD{ERROR_SUCCESS});
     CloseHandle(Create(true, FALSE, path.substr(1)));
@@ -271,14 +274,14 @@ TEST_F(NamedMutex, NamesCompareExactly)
     }
 }
 
-TEST_F(NamedMutex, PrefixesOfSessionsAreNoPartOfTheName)
+TEST_F(NamedMutex, SessionPrefixIsNotPartOfTheName)
 {
     const HANDLE plain = Create(false);
-    const HANDLE local = MutexWorld::CreateCalled(u"Local\\"_w + World.Name());
+    const HANDLE local = MutexMachine::CreateCalled(u"Local\\"_w + Machine.Name());
     EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
-    const HANDLE global = MutexWorld::CreateCalled(u"Global\\"_w + World.Name("wide"));
+    const HANDLE global = MutexMachine::CreateCalled(u"Global\\"_w + Machine.Name("wide"));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_SUCCESS});
-    const HANDLE again = MutexWorld::CreateCalled(u"Global\\"_w + World.Name("wide"));
+    const HANDLE again = MutexMachine::CreateCalled(u"Global\\"_w + Machine.Name("wide"));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
     for (const HANDLE mutex : {plain, local, global, again})
         EXPECT_TRUE(CloseHandle(mutex));
@@ -292,12 +295,12 @@ TEST_F(NamedMutex, PrefixesOfSessionsAreNoPartOfTheName)
         {u"\\"_w, DWORD{ERROR_BAD_PATHNAME}},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(MutexWorld::CreateCalled(row.Folder + World.Name()), nullptr) << support::Narrow(row.Folder);
-        EXPECT_EQ(GetLastError(), row.Error) << support::Narrow(row.Folder);
+        EXPECT_EQ(MutexMachine::CreateCalled(row.Folder + Machine.Name()), nullptr) << testkit::Narrow(row.Folder);
+        EXPECT_EQ(GetLastError(), row.Error) << testkit::Narrow(row.Folder);
     }
 }
 
-TEST_F(NamedMutex, WithoutANameItIsNobodyElses)
+TEST_F(NamedMutex, WithoutANameIsNotShared)
 {
     for (const unsigned short* const name : {u""_w, static_cast<const unsigned short*>(nullptr)}) {
         const HANDLE one = CreateMutexW(nullptr, TRUE, Wide(name));
@@ -311,25 +314,25 @@ TEST_F(NamedMutex, WithoutANameItIsNobodyElses)
     }
 }
 
-/// Counts on in a file, which goes well only for one at a time.
-void CountOn(const std::string& path)
+/// Increments the number in a file. Only one thread at a time can do that without losing counts.
+void Increment(const std::filesystem::path& path)
 {
-    const std::string before = support::ReadFile(path);
+    const std::string before = testkit::ReadFile(path);
     std::this_thread::yield();
-    support::WriteFile(path, std::to_string(std::stoi(before) + 1));
+    testkit::WriteFile(path, std::to_string(std::stoi(before) + 1));
 }
 
-TEST_F(NamedMutex, ThreadsOfSeveralProcessesNeverMeet)
+TEST_F(NamedMutex, ExcludesThreadsOfSeveralProcesses)
 {
-    support::WriteFile(World.Counter(), "0");
-    const auto work = [](const MutexWorld& world) {
-        const HANDLE shared = world.Create();
-        const auto count = [&world, shared] {
-            const HANDLE own = world.Create();
+    testkit::WriteFile(Machine.Counter(), "0");
+    const auto work = [](const MutexMachine& machine) {
+        const HANDLE shared = machine.Create();
+        const auto count = [&machine, shared] {
+            const HANDLE own = machine.Create();
             for (int i = 0; i < 200; ++i) {
                 const HANDLE mutex = i % 2 == 0 ? own : shared;
                 EXPECT_EQ(WaitForSingleObject(mutex, i % 3 == 0 ? INFINITE : DWORD{60000}), DWORD{WAIT_OBJECT_0});
-                CountOn(world.Counter());
+                Increment(machine.Counter());
                 EXPECT_TRUE(ReleaseMutex(mutex));
             }
             CloseHandle(own);
@@ -339,12 +342,12 @@ TEST_F(NamedMutex, ThreadsOfSeveralProcessesNeverMeet)
         one.join();
         two.join();
     };
-    support::Process first(World, work);
-    support::Process second(World, work);
-    support::Process third(World, work);
-    for (support::Process* const process : {&first, &second, &third})
+    testkit::TestProcess first(Machine, work);
+    testkit::TestProcess second(Machine, work);
+    testkit::TestProcess third(Machine, work);
+    for (testkit::TestProcess* const process : {&first, &second, &third})
         EXPECT_EQ(process->Wait(), 0);
-    EXPECT_EQ(support::ReadFile(World.Counter()), "1200");
+    EXPECT_EQ(testkit::ReadFile(Machine.Counter()), "1200");
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
-// The settings store as the registry calls show it. Every call gives its result directly.
-#include "support.h"
+// Contract of the settings store, read by the registry calls. Each call returns its result directly.
 #include "system.h"
+#include "testkit/test_machine.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -19,7 +20,7 @@ class Registry : public testing::Test {
 protected:
     Registry()
     {
-        Machine.SetRegistry(
+        Machine.Settings.Set(
             "[HKEY_LOCAL_MACHINE]\r\n\"top\"=\"of the hive\"\r\n"
             "[HKEY_LOCAL_MACHINE\\Suite\\Log]\r\n\"text\"=\"abc\"\r\n@=dword:12345678\r\n\"empty\"=\"\"\r\n"
             "\"bytes\"=hex:01,00,ff\r\n\"none\"=hex(0):05\r\n\"typed\"=hex(2):61,00,00,00,62,00,00,00\r\n"
@@ -42,10 +43,10 @@ protected:
         return RegQueryValueExW(key, Wide(name), nullptr, type, data, bytes);
     }
 
-    const support::Machine Machine;
+    const testkit::TestMachine Machine;
 };
 
-TEST_F(Registry, ValuesComeAsTheyWereStored)
+TEST_F(Registry, ValuesAreReadAsStored)
 {
     using Bytes = std::vector<BYTE>;
     const struct {
@@ -67,7 +68,7 @@ TEST_F(Registry, ValuesComeAsTheyWereStored)
     };
     const HKEY key = OpenLog();
     for (const auto& row : rows) {
-        const std::string name = row.Name == nullptr ? "null" : support::Narrow(row.Name);
+        const std::string name = row.Name == nullptr ? "null" : testkit::Narrow(row.Name);
         DWORD type = 99;
         DWORD bytes = 99;
         EXPECT_EQ(Query(key, row.Name, &type, nullptr, &bytes), 0) << name;
@@ -83,7 +84,7 @@ TEST_F(Registry, ValuesComeAsTheyWereStored)
     EXPECT_EQ(RegCloseKey(key), 0);
 }
 
-TEST_F(Registry, BufferHasToBeLargeEnough)
+TEST_F(Registry, ValueNeedsALargeEnoughBuffer)
 {
     const HKEY key = OpenLog();
     for (const DWORD room : {DWORD{0}, DWORD{1}, DWORD{7}, DWORD{8}, DWORD{9}}) {
@@ -93,18 +94,18 @@ TEST_F(Registry, BufferHasToBeLargeEnough)
         DWORD bytes = room;
         const LSTATUS result = Query(key, u"text"_w, &type, data, &bytes);
         EXPECT_EQ(static_cast<DWORD>(result), room < 8 ? DWORD{ERROR_MORE_DATA} : DWORD{ERROR_SUCCESS}) << room;
-        EXPECT_EQ(bytes, 8U) << room << ": the size that is wanted comes back either way";
+        EXPECT_EQ(bytes, 8U) << room << ": the size of the value is returned in any case";
         EXPECT_EQ(type, DWORD{REG_SZ}) << room;
-        EXPECT_EQ(data[std::max(room, bytes)], 0xEE) << room << ": nothing behind the buffer is touched";
+        EXPECT_EQ(data[std::max(room, bytes)], 0xEE) << room << ": nothing after the buffer is written";
     }
     DWORD type = 0;
     EXPECT_EQ(Query(key, u"text"_w, &type, nullptr, nullptr), 0) << "the type alone";
     EXPECT_EQ(type, DWORD{REG_SZ});
-    EXPECT_EQ(Query(key, u"text"_w, nullptr, nullptr, nullptr), 0) << "whether it is there";
+    EXPECT_EQ(Query(key, u"text"_w, nullptr, nullptr, nullptr), 0) << "whether it exists";
     RegCloseKey(key);
 }
 
-TEST_F(Registry, QueryRefusesWhatItCannotAnswer)
+TEST_F(Registry, QueryRefusesMissingValuesAndBadArguments)
 {
     const HKEY key = OpenLog();
     BYTE data[8] = {9};
@@ -145,8 +146,8 @@ TEST_F(Registry, PathsLeadToKeys)
     for (const auto& row : rows) {
         HKEY key = nullptr;
         const LSTATUS result = Open(row.Path, HKEY_LOCAL_MACHINE, key);
-        EXPECT_EQ(static_cast<DWORD>(result), row.Result) << support::Narrow(row.Path);
-        EXPECT_EQ(key != nullptr, row.Result == 0) << support::Narrow(row.Path);
+        EXPECT_EQ(static_cast<DWORD>(result), row.Result) << testkit::Narrow(row.Path);
+        EXPECT_EQ(key != nullptr, row.Result == 0) << testkit::Narrow(row.Path);
         if (key != nullptr) {
             EXPECT_EQ(RegCloseKey(key), 0);
         }
@@ -167,7 +168,7 @@ TEST_F(Registry, KeysOpenBelowOpenKeys)
         EXPECT_EQ(RegCloseKey(same), 0);
     }
     EXPECT_EQ(RegCloseKey(above), 0);
-    EXPECT_EQ(Query(below, u"text"_w, nullptr, nullptr, nullptr), 0) << "it does not need the key above it";
+    EXPECT_EQ(Query(below, u"text"_w, nullptr, nullptr, nullptr), 0) << "independent of the key above it";
     EXPECT_EQ(RegCloseKey(below), 0);
 }
 
@@ -182,7 +183,7 @@ TEST_F(Registry, HiveIsAlwaysOpen)
     }
 }
 
-TEST_F(Registry, HandleThatIsNoOpenKeyIsRefused)
+TEST_F(Registry, ClosedKeyIsRefused)
 {
     HKEY key = nullptr;
     EXPECT_EQ(Open(u"Suite"_w, nullptr, key), LSTATUS{ERROR_INVALID_HANDLE});
@@ -196,15 +197,15 @@ TEST_F(Registry, HandleThatIsNoOpenKeyIsRefused)
     EXPECT_EQ(key, nullptr);
 }
 
-TEST_F(Registry, ChangeShowsAtTheNextOpening)
+TEST_F(Registry, ChangeIsReadAfterTheNextOpening)
 {
     for (const char* const text : {"one", "another", "last"}) {
-        Machine.SetRegistry("[HKEY_LOCAL_MACHINE\\Suite\\Log]\r\n\"text\"=\"" + std::string(text) + "\"\r\n");
+        Machine.Settings.Set("[HKEY_LOCAL_MACHINE\\Suite\\Log]\r\n\"text\"=\"" + std::string(text) + "\"\r\n");
         const HKEY key = OpenLog();
         unsigned short data[16]{};
         DWORD bytes = sizeof data;
         EXPECT_EQ(Query(key, u"text"_w, nullptr, reinterpret_cast<BYTE*>(data), &bytes), 0);
-        EXPECT_EQ(support::Narrow(data), text);
+        EXPECT_EQ(testkit::Narrow(data), text);
         EXPECT_EQ(RegCloseKey(key), 0);
     }
 }

@@ -1,6 +1,7 @@
-// Rows of a module's string table.
-#include "support.h"
+// Contract of rows of a module's string table.
 #include "system.h"
+#include "testkit/known_modules.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -10,13 +11,13 @@ namespace {
 
 constexpr unsigned short Guard = 0xBEEF;
 
-struct Loaded {
+struct LoadedRow {
     int Units;
     utility::wstring Text;
 };
 
-/// Loads a row into room for `size` units and looks at what stands behind it.
-Loaded Load(HINSTANCE module, UINT row, int size)
+/// Loads a row into a buffer of `size` units, and checks that nothing after it is written.
+LoadedRow Load(HINSTANCE module, UINT row, int size)
 {
     std::vector<unsigned short> buffer(static_cast<std::size_t>(size) + 4, Guard);
     buffer[0] = 0;
@@ -31,30 +32,30 @@ TEST(Rows, AreFoundByNumber)
     const struct {
         UINT Row;
         utility::wstring Text;
-    } rows[] = {{0, support::Wide("row 0")},
-                {7, support::Wide("seven ") + utility::wstring{0xE4, 0x4E2D}},
-                {15, support::Wide("the last of its block")},
-                {16, support::Wide("the first of the next")},
-                {65535, support::Wide("the last of all")},
+    } rows[] = {{0, testkit::Wide("row 0")},
+                {7, testkit::Wide("seven ") + utility::wstring{0xE4, 0x4E2D}},
+                {15, testkit::Wide("the last of its block")},
+                {16, testkit::Wide("the first of the next")},
+                {65535, testkit::Wide("the last of all")},
                 {1, {}},
                 {17, {}},
                 {4711, {}}};
     const HMODULE program = GetModuleHandleW(nullptr);
     for (const auto& row : rows) {
         for (const HINSTANCE module : {program, HMODULE{nullptr}}) {
-            const Loaded loaded = Load(module, row.Row, 64);
+            const LoadedRow loaded = Load(module, row.Row, 64);
             EXPECT_EQ(loaded.Text, row.Text) << row.Row;
             EXPECT_EQ(loaded.Units, static_cast<int>(row.Text.size())) << row.Row;
         }
-        EXPECT_EQ(Load(support::SystemModule(), row.Row, 64).Units, 0) << "a module without rows";
+        EXPECT_EQ(Load(testkit::SystemModule(), row.Row, 64).Units, 0) << "a module without rows";
     }
 }
 
-TEST(Rows, AreCutToTheRoom)
+TEST(Rows, AreCutToTheBuffer)
 {
-    const utility::wstring whole = support::Wide("row 0");
+    const utility::wstring whole = testkit::Wide("row 0");
     for (int size = 1; size < 8; ++size) {
-        const Loaded loaded = Load(nullptr, 0, size);
+        const LoadedRow loaded = Load(nullptr, 0, size);
         EXPECT_EQ(loaded.Text, whole.substr(0, static_cast<std::size_t>(size) - 1)) << size;
         EXPECT_EQ(loaded.Units, std::min(size - 1, 5));
     }

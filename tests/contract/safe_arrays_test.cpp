@@ -1,6 +1,8 @@
-// Safe arrays: shapes, locks, elements and what they own.
-#include "counted.h"
-#include "support.h"
+// Contract of safe arrays: dimensions, locks, elements and the ownership of elements.
+#include "system.h"
+#include "tessmaru/text.h"
+#include "testkit/counted_object.h"
+#include "testkit/safe_array.h"
 
 #include <gtest/gtest.h>
 
@@ -12,26 +14,17 @@ namespace {
 
 using namespace utility::literals;
 
-using Counted = support::Counted<IUnknown>;
+using testkit::MakeSafeArray;
+using testkit::SafeArray;
 
-struct Ender {
-    void operator()(SAFEARRAY* array) const { SafeArrayDestroy(array); }
-};
-using Array = std::unique_ptr<SAFEARRAY, Ender>;
-
-Array Make(VARTYPE type, std::vector<SAFEARRAYBOUND> bounds)
-{
-    return Array(SafeArrayCreate(type, static_cast<UINT>(bounds.size()), bounds.data()));
-}
-
-Array CopyOf(const Array& array)
+SafeArray CopyOf(const SafeArray& array)
 {
     SAFEARRAY* copy = nullptr;
     EXPECT_EQ(SafeArrayCopy(array.get(), &copy), S_OK);
-    return Array(copy);
+    return SafeArray(copy);
 }
 
-TEST(SafeArrays, HoldTheseTypes)
+TEST(SafeArrays, TypesAndTheirFeatures)
 {
     const struct {
         VARTYPE Type;
@@ -59,7 +52,7 @@ TEST(SafeArrays, HoldTheseTypes)
                 {VT_UNKNOWN, sizeof(void*), 0x240},
                 {VT_DISPATCH, sizeof(void*), 0x440}};
     for (const auto& row : rows) {
-        const Array array = Make(row.Type, {{2, 0}});
+        const SafeArray array = MakeSafeArray(row.Type, {{2, 0}});
         ASSERT_NE(array, nullptr) << row.Type;
         VARTYPE type = 0;
         EXPECT_EQ(SafeArrayGetVartype(array.get(), &type), S_OK);
@@ -72,12 +65,12 @@ TEST(SafeArrays, HoldTheseTypes)
     }
     for (const VARTYPE type : {VARTYPE(VT_EMPTY), VARTYPE(VT_NULL), VARTYPE(15), VARTYPE(VT_VOID), VARTYPE(VT_CLSID),
                                VARTYPE(VT_BYREF | VT_I4), VARTYPE(VT_ARRAY | VT_I4)})
-        EXPECT_EQ(Make(type, {{2, 0}}), nullptr) << type;
+        EXPECT_EQ(MakeSafeArray(type, {{2, 0}}), nullptr) << type;
 }
 
 TEST(SafeArrays, AreLaidOutFromTheFirstDimension)
 {
-    const Array array = Make(VT_I4, {{2, 5}, {3, -1}});
+    const SafeArray array = MakeSafeArray(VT_I4, {{2, 5}, {3, -1}});
     EXPECT_EQ(SafeArrayGetDim(array.get()), 2U);
     EXPECT_EQ(array->rgsabound[0].cElements, 3U) << "the last dimension comes first";
     EXPECT_EQ(array->rgsabound[1].lLbound, 5);
@@ -106,7 +99,7 @@ TEST(SafeArrays, AreLaidOutFromTheFirstDimension)
 
 TEST(SafeArrays, BoundsCountFromOne)
 {
-    const Array array = Make(VT_I4, {{2, 5}, {0, -1}});
+    const SafeArray array = MakeSafeArray(VT_I4, {{2, 5}, {0, -1}});
     LONG bound = 99;
     EXPECT_EQ(SafeArrayGetLBound(array.get(), 1, &bound), S_OK);
     EXPECT_EQ(bound, 5);
@@ -121,15 +114,15 @@ TEST(SafeArrays, BoundsCountFromOne)
     EXPECT_EQ(bound, -2);
 }
 
-TEST(SafeArrays, WhatCannotBeMade)
+TEST(SafeArrays, ImpossibleArraysAreRefused)
 {
     SAFEARRAYBOUND bound{1, 0};
     EXPECT_EQ(SafeArrayCreate(VT_I4, 0, &bound), nullptr);
     EXPECT_EQ(SafeArrayCreate(VT_I4, 1, nullptr), nullptr);
     std::vector<SAFEARRAYBOUND> many(65536, SAFEARRAYBOUND{1, 0});
     EXPECT_EQ(SafeArrayCreate(VT_I4, 65536, many.data()), nullptr);
-    EXPECT_NE(Make(VT_I4, std::vector<SAFEARRAYBOUND>(65535, {1, 0})), nullptr);
-    EXPECT_NE(Make(VT_I4, {{0, 0}, {3, 0}}), nullptr) << "no elements";
+    EXPECT_NE(MakeSafeArray(VT_I4, std::vector<SAFEARRAYBOUND>(65535, {1, 0})), nullptr);
+    EXPECT_NE(MakeSafeArray(VT_I4, {{0, 0}, {3, 0}}), nullptr) << "no elements";
 }
 
 TEST(SafeArrays, NullIsRefused)
@@ -138,7 +131,7 @@ TEST(SafeArrays, NullIsRefused)
     LONG index = 0;
     void* data = nullptr;
     SAFEARRAYBOUND newBound{1, 0};
-    const Array array = Make(VT_I4, {{1, 0}});
+    const SafeArray array = MakeSafeArray(VT_I4, {{1, 0}});
     EXPECT_EQ(SafeArrayGetDim(nullptr), 0U);
     EXPECT_EQ(SafeArrayGetElemsize(nullptr), 0U);
     EXPECT_EQ(SafeArrayDestroy(nullptr), S_OK);
@@ -161,7 +154,7 @@ TEST(SafeArrays, NullIsRefused)
 
 TEST(SafeArrays, LocksCountAndHold)
 {
-    const Array array = Make(VT_I4, {{2, 0}});
+    const SafeArray array = MakeSafeArray(VT_I4, {{2, 0}});
     SAFEARRAYBOUND bound{3, 0};
     ASSERT_EQ(SafeArrayLock(array.get()), S_OK);
     EXPECT_EQ(array->cLocks, 1U);
@@ -180,11 +173,11 @@ TEST(SafeArrays, LocksCountAndHold)
 
 TEST(SafeArrays, StringsAreCopiedInAndOut)
 {
-    const Array array = Make(VT_BSTR, {{2, 0}});
+    const SafeArray array = MakeSafeArray(VT_BSTR, {{2, 0}});
     auto* const slots = static_cast<BSTR*>(array->pvData);
     const BSTR given = SysAllocStringLen(platform::Wide(u"a\0b"_w), 3);
     LONG index = 0;
-    for (int i = 0; i < 2; ++i)  // the second releases what the first has put there
+    for (int i = 0; i < 2; ++i)  // the second call releases the string of the first
         ASSERT_EQ(SafeArrayPutElement(array.get(), &index, given), S_OK);
     EXPECT_NE(slots[0], given);
     EXPECT_EQ(SysStringLen(slots[0]), 3U);
@@ -197,7 +190,7 @@ TEST(SafeArrays, StringsAreCopiedInAndOut)
     index = 1;
     ASSERT_EQ(SafeArrayGetElement(array.get(), &index, &got), S_OK);
     EXPECT_EQ(got, nullptr);
-    const Array copy = CopyOf(array);
+    const SafeArray copy = CopyOf(array);
     EXPECT_NE(static_cast<BSTR*>(copy->pvData)[0], slots[0]);
     EXPECT_EQ(SysStringLen(static_cast<BSTR*>(copy->pvData)[0]), 3U);
     EXPECT_EQ(static_cast<BSTR*>(copy->pvData)[1], nullptr);
@@ -205,9 +198,9 @@ TEST(SafeArrays, StringsAreCopiedInAndOut)
     EXPECT_EQ(SafeArrayPutElement(array.get(), &index, nullptr), S_OK);
 }
 
-TEST(SafeArrays, VariantsAreCopiedInDepth)
+TEST(SafeArrays, VariantsAreCopiedDeeply)
 {
-    const Array array = Make(VT_VARIANT, {{1, 0}});
+    const SafeArray array = MakeSafeArray(VT_VARIANT, {{1, 0}});
     auto& slot = *static_cast<VARIANT*>(array->pvData);
     _variant_t given(platform::Wide(u"text"_w));
     LONG index = 0;
@@ -216,7 +209,7 @@ TEST(SafeArrays, VariantsAreCopiedInDepth)
     VARIANT bad{};
     bad.vt = 15;
     EXPECT_EQ(SafeArrayPutElement(array.get(), &index, &bad), DISP_E_BADVARTYPE);
-    EXPECT_EQ(slot.vt, VT_BSTR) << "what was there stays";
+    EXPECT_EQ(slot.vt, VT_BSTR) << "the old element stays";
     VARIANT got;
     std::memset(&got, 0x55, sizeof got);
     ASSERT_EQ(SafeArrayGetElement(array.get(), &index, &got), S_OK);
@@ -224,12 +217,12 @@ TEST(SafeArrays, VariantsAreCopiedInDepth)
     EXPECT_NE(got.bstrVal, slot.bstrVal);
     VariantClear(&got);
 
-    const Array outer = Make(VT_VARIANT, {{1, 0}});
+    const SafeArray outer = MakeSafeArray(VT_VARIANT, {{1, 0}});
     VARIANT nested{};
     nested.vt = VT_ARRAY | VT_VARIANT;
     nested.parray = array.get();
     ASSERT_EQ(SafeArrayPutElement(outer.get(), &index, &nested), S_OK);
-    const Array copy = CopyOf(outer);
+    const SafeArray copy = CopyOf(outer);
     const SAFEARRAY* const inner = static_cast<VARIANT*>(copy->pvData)->parray;
     EXPECT_NE(inner, static_cast<VARIANT*>(outer->pvData)->parray);
     EXPECT_EQ(SysStringLen(static_cast<VARIANT*>(inner->pvData)->bstrVal), 4U);
@@ -237,9 +230,9 @@ TEST(SafeArrays, VariantsAreCopiedInDepth)
 
 TEST(SafeArrays, ObjectsAreCounted)
 {
-    Counted object;
+    testkit::CountedObject<IUnknown> object;
     {
-        const Array array = Make(VT_UNKNOWN, {{2, 0}});
+        const SafeArray array = MakeSafeArray(VT_UNKNOWN, {{2, 0}});
         LONG index = 0;
         ASSERT_EQ(SafeArrayPutElement(array.get(), &index, static_cast<IUnknown*>(&object)), S_OK);
         EXPECT_EQ(object.References, 2U);
@@ -254,9 +247,9 @@ TEST(SafeArrays, ObjectsAreCounted)
     EXPECT_EQ(object.References, 1U);
 }
 
-TEST(SafeArrays, TheLastDimensionChanges)
+TEST(SafeArrays, RedimChangesTheLastDimension)
 {
-    const Array array = Make(VT_BSTR, {{2, 0}, {2, 0}});
+    const SafeArray array = MakeSafeArray(VT_BSTR, {{2, 0}, {2, 0}});
     for (LONG i = 0; i < 4; ++i)
         static_cast<BSTR*>(array->pvData)[i] = SysAllocStringLen(nullptr, static_cast<UINT>(i + 1));
     SAFEARRAYBOUND bound{3, -4};
@@ -276,9 +269,9 @@ TEST(SafeArrays, TheLastDimensionChanges)
     EXPECT_EQ(SafeArrayPtrOfIndex(array.get(), indices, &element), DISP_E_BADINDEX);
 }
 
-TEST(SafeArrays, DataEndsBeforeTheDescriptor)
+TEST(SafeArrays, DataCanBeDestroyedBeforeTheDescriptor)
 {
-    const Array array = Make(VT_BSTR, {{1, 0}});
+    const SafeArray array = MakeSafeArray(VT_BSTR, {{1, 0}});
     static_cast<BSTR*>(array->pvData)[0] = SysAllocStringLen(nullptr, 1);
     EXPECT_EQ(SafeArrayDestroyData(array.get()), S_OK);
     EXPECT_EQ(array->pvData, nullptr);

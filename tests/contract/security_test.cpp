@@ -1,4 +1,4 @@
-// Security records in their published layouts, and the heap that they lie in.
+// Contract of security records in their published layouts, and of the heap.
 #include "system.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ std::vector<BYTE> Bytes(const void* record, std::size_t count)
     return {first, first + count};
 }
 
-/// The reason of a call that has to fail.
+/// The error of a call that must fail.
 DWORD Refused(BOOL done)
 {
     const DWORD error = GetLastError();
@@ -64,7 +64,7 @@ TEST(Security, ListsHoldTheirEntriesInOrder)
                                                  0, 0, 20, 0, 0, 0, 0,    0x10, 1, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0}));
 }
 
-TEST(Security, ListTakesWhatFits)
+TEST(Security, ListRefusesEntriesThatDoNotFit)
 {
     Acl list(sizeof(ACL) + 2 * 20);
     EXPECT_TRUE(AddAccessAllowedAce(list.get(), ACL_REVISION, 1, everyone));
@@ -89,7 +89,7 @@ TEST(Security, ListHasTheHighestRevisionOfItsEntries)
     EXPECT_EQ(list->AceCount, 1);
 }
 
-TEST(Security, ListRefusesWhatIsNoRecord)
+TEST(Security, ListRefusesInvalidRecords)
 {
     alignas(8) BYTE room[64]{};
     auto* const list = reinterpret_cast<ACL*>(room);
@@ -107,7 +107,7 @@ TEST(Security, ListRefusesWhatIsNoRecord)
         const BYTE overrun[] = {0, 0, 200, 0};
         std::memcpy(room + sizeof(ACL), overrun, sizeof overrun);
         EXPECT_EQ(Refused(add(list, ACL_REVISION, 1, everyone)), DWORD{ERROR_INVALID_ACL})
-            << "a list that lies about its entries";
+            << "a list with a wrong count";
         list->AceCount = 0;
     }
     EXPECT_TRUE(AddAccessAllowedAce(list, ACL_REVISION, 1, everyone));
@@ -148,7 +148,7 @@ TEST(Security, DescriptorsReferToTheirList)
     EXPECT_EQ(Refused(SetSecurityDescriptorDacl(&descriptor, TRUE, list.get(), FALSE)), DWORD{ERROR_UNKNOWN_REVISION});
 }
 
-TEST(Heap, GivesZeroesWhereTheyAreAskedFor)
+TEST(Heap, FillsBlocksWithZerosOnRequest)
 {
     const HANDLE heap = GetProcessHeap();
     ASSERT_NE(heap, nullptr);
@@ -165,7 +165,7 @@ TEST(Heap, GivesZeroesWhereTheyAreAskedFor)
     }
     void* const one = HeapAlloc(heap, 0, 0);
     void* const other = HeapAlloc(heap, 0, 0);
-    EXPECT_TRUE(one != nullptr && other != nullptr && one != other) << "blocks of no size are blocks";
+    EXPECT_TRUE(one != nullptr && other != nullptr && one != other) << "blocks of size 0 are different blocks";
     EXPECT_TRUE(HeapFree(heap, 0, one));
     EXPECT_TRUE(HeapFree(heap, 0, other));
 }

@@ -1,4 +1,4 @@
-// Narrow text and wide text, by code page.
+// Contract of conversions between narrow and wide text by code page.
 #include "convert.h"
 
 #include <cstring>
@@ -47,13 +47,13 @@ TEST(TextConversion, BothWays)
     }
 }
 
-TEST(TextConversion, WhatHasNoPlaceInUtf8)
+TEST(TextConversion, InvalidUtf8AndUnpairedSurrogates)
 {
     const struct {
         std::string Narrow;
         wstring Wide;
     } rows[] = {
-        {"a\x80z", Units(u"a\uFFFDz")},                                        // a tail without its head
+        {"a\x80z", Units(u"a\uFFFDz")},                                        // a continuation byte alone
         {"\xC0\x80", Units(u"\uFFFD\uFFFD")},                                  // overlong
         {"\xF5", Units(u"\uFFFD")},           {"\xE2\x82", Units(u"\uFFFD")},  // cut off
         {"\xE2\x82z", Units(u"\uFFFDz")},     {"\xF0\x9F\x98", Units(u"\uFFFD")},
@@ -68,7 +68,7 @@ TEST(TextConversion, WhatHasNoPlaceInUtf8)
     EXPECT_EQ("\xEF\xBF\xBD\xEF\xBF\xBD", ToNarrow(CP_UTF8, {0xDC00, 0xD800}));
 }
 
-TEST(TextConversion, WhatHasNoPlaceInOtherPages)
+TEST(TextConversion, CharactersThatAPageDoesNotHave)
 {
     EXPECT_EQ("a?b", ToNarrow(Western, Units(u"a\u5B89b")));
     EXPECT_EQ("??", ToNarrow(Western, Units(u"\U0001F600")));
@@ -86,7 +86,7 @@ TEST(TextConversion, WhatHasNoPlaceInOtherPages)
     EXPECT_EQ(FALSE, used);
 }
 
-TEST(TextConversion, LengthsAndRoom)
+TEST(TextConversion, LengthsAndSizes)
 {
     const wstring wide = Units(u"a\u00E4z");
     for (const UINT page : {UINT{CP_UTF8}, Western}) {
@@ -115,7 +115,7 @@ TEST(TextConversion, LengthsAndRoom)
     }
 }
 
-TEST(TextConversion, ArgumentsThatMeanNothing)
+TEST(TextConversion, InvalidArguments)
 {
     const unsigned short wide[] = {'a', 0};
     char narrow[4];

@@ -1,6 +1,6 @@
-// Counted formatting: what each picture prints, and where the output ends.
-#include "support.h"
+// Contract of counted formatting: the output of each conversion, and the end of the output.
 #include "system.h"
+#include "testkit/text.h"
 
 #include <climits>
 #include <cmath>
@@ -11,8 +11,8 @@
 
 namespace {
 
-using support::Narrow;
-using support::Wide;
+using testkit::Narrow;
+using testkit::Wide;
 
 constexpr unsigned short Guard = 0xBEEF;
 
@@ -27,14 +27,14 @@ std::ostream& operator<<(std::ostream& out, const Printed& printed)
     return out << '"' << printed.Text << "\" -> " << printed.Result;
 }
 
-/// Formats into `count` units with guards behind them; shows what was written, a terminator as '~'.
-Printed Counted(std::size_t count, const char* picture, ...)
+/// Formats into `count` units. Shows all units that were written, also after the buffer, and a terminator as '~'.
+Printed Counted(std::size_t count, const char* format, ...)
 {
     std::vector<unsigned short> buffer(count + 8, Guard);
     va_list arguments;
-    va_start(arguments, picture);
+    va_start(arguments, format);
     const int result =
-        _vsnwprintf(platform::Wide(buffer.data()), count, platform::Wide(Wide(picture).c_str()), arguments);
+        _vsnwprintf(platform::Wide(buffer.data()), count, platform::Wide(Wide(format).c_str()), arguments);
     va_end(arguments);
     std::string text;
     for (std::size_t i = 0; i < buffer.size() && buffer[i] != Guard; ++i)
@@ -42,12 +42,12 @@ Printed Counted(std::size_t count, const char* picture, ...)
     return {text, result};
 }
 
-std::string Print(const char* picture, ...)
+std::string Print(const char* format, ...)
 {
     unsigned short buffer[512];
     va_list arguments;
-    va_start(arguments, picture);
-    const int result = _vsnwprintf(platform::Wide(buffer), 512, platform::Wide(Wide(picture).c_str()), arguments);
+    va_start(arguments, format);
+    const int result = _vsnwprintf(platform::Wide(buffer), 512, platform::Wide(Wide(format).c_str()), arguments);
     va_end(arguments);
     return result < 0 ? "too long" : Narrow({buffer, static_cast<std::size_t>(result)});
 }
@@ -55,7 +55,7 @@ std::string Print(const char* picture, ...)
 TEST(TextFormat, Integers)
 {
     const struct {
-        const char* Picture;
+        const char* Format;
         int Value;
         const char* Expected;
     } rows[] = {
@@ -98,10 +98,10 @@ TEST(TextFormat, Integers)
         {"%0lX", 0xABC, "ABC"},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(row.Expected, Print(row.Picture, row.Value)) << row.Picture;
+        EXPECT_EQ(row.Expected, Print(row.Format, row.Value)) << row.Format;
 }
 
-TEST(TextFormat, SizesTakeWholeArguments)
+TEST(TextFormat, SizePrefixesTakeWholeArguments)
 {
     const long long wide = -0x123456789A;
     EXPECT_EQ("-78187493530 7", Print("%I64d %d", wide, 7));
@@ -122,7 +122,7 @@ TEST(TextFormat, FloatingPoint)
     const double infinity = std::numeric_limits<double>::infinity();
     const double quiet = std::numeric_limits<double>::quiet_NaN();
     const struct {
-        const char* Picture;
+        const char* Format;
         double Value;
         const char* Expected;
     } rows[] = {
@@ -167,7 +167,7 @@ TEST(TextFormat, FloatingPoint)
         {"%f", -quiet, "-1.#IND00"},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(row.Expected, Print(row.Picture, row.Value)) << row.Picture << " of " << row.Value;
+        EXPECT_EQ(row.Expected, Print(row.Format, row.Value)) << row.Format << " of " << row.Value;
     EXPECT_EQ(std::string(309, '9').size(), Print("%.0f", std::numeric_limits<double>::max()).size());
 }
 
@@ -175,7 +175,7 @@ TEST(TextFormat, TextsAndCharacters)
 {
     const utility::wstring wide = Wide("wide");
     const struct {
-        const char* Picture;
+        const char* Format;
         const void* Text;
         const char* Expected;
     } rows[] = {
@@ -188,7 +188,7 @@ TEST(TextFormat, TextsAndCharacters)
         {"%S", nullptr, "(null)"},          {"%.3s", nullptr, "(nu"},         {"%8s", nullptr, "  (null)"},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(row.Expected, Print(row.Picture, row.Text)) << row.Picture;
+        EXPECT_EQ(row.Expected, Print(row.Format, row.Text)) << row.Format;
     EXPECT_EQ("A B C D E", Print("%c %C %hc %lc %hC", 'A', 'B', 'C', 'D', 'E'));
     EXPECT_EQ("  A|B  |", Print("%3c|%-3c|", 'A', 'B'));
     EXPECT_EQ((Printed{"a~b~", 3}), Counted(8, "a%cb", 0));
@@ -206,16 +206,16 @@ TEST(TextFormat, StarsAndTheirSigns)
     EXPECT_EQ("wide", Print("%.*s", INT_MAX, Wide("wide").c_str()));
 }
 
-TEST(TextFormat, WhatIsNoConversionStandsForItself)
+TEST(TextFormat, OtherTextIsPrintedAsItIs)
 {
     const struct {
-        const char* Picture;
+        const char* Format;
         const char* Expected;
     } rows[] = {{"%%", "%"},  {"100%", "100"}, {"%", ""},    {"%-08.3", ""},  {"%l", ""},      {"%y7", "y7"},
                 {"%ly", "y"}, {"%!", "!"},     {"%I64", ""}, {"%-5k|", "k|"}, {"a%%b", "a%b"}, {"%.y", "y"}};
     for (const auto& row : rows)
-        EXPECT_EQ(row.Expected, Print(row.Picture)) << row.Picture;
-    // None of them takes an argument.
+        EXPECT_EQ(row.Expected, Print(row.Format)) << row.Format;
+    // An unknown conversion takes no argument.
     EXPECT_EQ("y42", Print("%y%d", 42));
 }
 

@@ -1,6 +1,8 @@
-// Automation strings and variants: lengths, ownership, and what a failure leaves.
-#include "counted.h"
-#include "support.h"
+// Contract of automation strings and variants: lengths, ownership, and results of failures.
+#include "system.h"
+#include "tessmaru/text.h"
+#include "testkit/counted_object.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -10,8 +12,8 @@ namespace {
 
 using namespace utility::literals;
 
-using Counted = support::Counted<IUnknown>;
-using support::Wide;
+using CountedObject = testkit::CountedObject<IUnknown>;
+using testkit::Wide;
 
 BSTR MakeString(const utility::wstring& text)
 {
@@ -30,7 +32,7 @@ VARIANT OfType(int type)
     return variant;
 }
 
-TEST(AutomationStrings, KnowTheirLengths)
+TEST(AutomationStrings, HaveLengths)
 {
     const utility::wstring inner(u"a\0b"_w, 3);
     const BSTR string = MakeString(inner);
@@ -68,12 +70,12 @@ TEST(AutomationStrings, NullAndTooLong)
     SysFreeString(blank);
 }
 
-TEST(AutomationStrings, AreReplaced)
+TEST(AutomationStrings, CanBeReplaced)
 {
     BSTR string = MakeString(Wide("hello"));
-    EXPECT_TRUE(SysReAllocStringLen(&string, string + 1, 3)) << "a part of itself";
+    EXPECT_TRUE(SysReAllocStringLen(&string, string + 1, 3)) << "with a part of itself";
     EXPECT_EQ(TextOf(string), Wide("ell"));
-    EXPECT_TRUE(SysReAllocStringLen(&string, nullptr, 2)) << "what is there stays";
+    EXPECT_TRUE(SysReAllocStringLen(&string, nullptr, 2)) << "without a source the content stays";
     EXPECT_EQ(TextOf(string), Wide("el"));
     EXPECT_TRUE(SysReAllocString(&string, platform::Wide(u"other"_w)));
     EXPECT_EQ(TextOf(string), Wide("other"));
@@ -81,8 +83,8 @@ TEST(AutomationStrings, AreReplaced)
     EXPECT_EQ(string, nullptr);
 }
 
-/// Whether variants of this type are served. (Types that only one platform serves are not asked for.)
-bool IsServed(int type)
+/// Whether variants of this type are valid on every platform.
+bool IsValid(int type)
 {
     const int base = type & 0xFFF;
     const int flags = type & 0xF000;
@@ -90,7 +92,7 @@ bool IsServed(int type)
            ((base <= VT_DECIMAL && (flags == 0 || base > VT_NULL)) || (base >= VT_I1 && base <= VT_UINT));
 }
 
-TEST(Variants, TypesThatAreServed)
+TEST(Variants, ValidTypes)
 {
     for (int type = 0; type <= 0xFFFF; ++type) {
         const int base = type & 0xFFF;
@@ -98,11 +100,11 @@ TEST(Variants, TypesThatAreServed)
             continue;
         VARIANT variant = OfType(type);
         VARIANT copy = OfType(VT_I4);
-        const HRESULT expected = IsServed(type) ? S_OK : DISP_E_BADVARTYPE;
+        const HRESULT expected = IsValid(type) ? S_OK : DISP_E_BADVARTYPE;
         ASSERT_EQ(VariantCopy(&copy, &variant), expected) << type;
-        ASSERT_EQ(copy.vt, IsServed(type) ? type : VT_I4) << type;
+        ASSERT_EQ(copy.vt, IsValid(type) ? type : VT_I4) << type;
         ASSERT_EQ(VariantClear(&variant), expected) << type;
-        ASSERT_EQ(variant.vt, IsServed(type) ? VT_EMPTY : type) << type;
+        ASSERT_EQ(variant.vt, IsValid(type) ? VT_EMPTY : type) << type;
         VariantClear(&copy);
     }
 }
@@ -128,7 +130,7 @@ TEST(Variants, StringsAreCopiedWithTheirBytes)
 
 TEST(Variants, ReferencesAreNotFollowed)
 {
-    BSTR string = MakeString(Wide("somebody's"));
+    BSTR string = MakeString(Wide("referenced"));
     VARIANT source = OfType(VT_BSTR | VT_BYREF);
     source.pbstrVal = &string;
     VARIANT copy;
@@ -137,13 +139,13 @@ TEST(Variants, ReferencesAreNotFollowed)
     EXPECT_EQ(copy.pbstrVal, &string);
     EXPECT_EQ(VariantClear(&copy), S_OK);
     EXPECT_EQ(VariantClear(&source), S_OK);
-    EXPECT_EQ(TextOf(string), Wide("somebody's"));
+    EXPECT_EQ(TextOf(string), Wide("referenced"));
     SysFreeString(string);
 }
 
 TEST(Variants, ObjectsAreCounted)
 {
-    Counted object;
+    CountedObject object;
     VARIANT source = OfType(VT_UNKNOWN);
     source.punkVal = &object;
     VARIANT copy;
@@ -157,14 +159,14 @@ TEST(Variants, ObjectsAreCounted)
     EXPECT_EQ(VariantClear(&source), S_OK);
 }
 
-TEST(Variants, ALockedArrayStays)
+TEST(Variants, LockedArrayIsKept)
 {
     VARIANT held = OfType(VT_ARRAY | VT_I4);
     held.parray = SafeArrayCreateVector(VT_I4, 0, 2);
     SAFEARRAY* const array = held.parray;
     ASSERT_EQ(SafeArrayLock(array), S_OK);
     EXPECT_EQ(VariantClear(&held), DISP_E_ARRAYISLOCKED);
-    held.vt = VT_ARRAY | VT_I4;  // as it was, or VT_EMPTY: that is nowhere said
+    held.vt = VT_ARRAY | VT_I4;  // the contract allows the old type or VT_EMPTY
     ASSERT_EQ(SafeArrayUnlock(array), S_OK);
 
     VARIANT copy;
@@ -177,7 +179,7 @@ TEST(Variants, ALockedArrayStays)
 
 TEST(VariantClass, OwnsWhatItHolds)
 {
-    Counted object;
+    CountedObject object;
     {
         const _variant_t first(static_cast<IUnknown*>(&object));
         _variant_t second(first);

@@ -1,6 +1,9 @@
-// Version blocks of files, and the files of modules.
-#include "support.h"
+// Contract of version blocks of files, and of the files of modules.
 #include "system.h"
+#include "testkit/file_content.h"
+#include "testkit/known_modules.h"
+#include "testkit/scratch_folder.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -51,7 +54,7 @@ protected:
     UINT Length = 0;
 };
 
-TEST_F(VersionBlock, OfThePreferredLanguageGivesItsNumbers)
+TEST_F(VersionBlock, HasTheNumbersOfThePreferredLanguage)
 {
     const auto* const fixed = Find<VS_FIXEDFILEINFO>(u"\\"_w);
     ASSERT_NE(fixed, nullptr);
@@ -65,16 +68,16 @@ TEST_F(VersionBlock, OfThePreferredLanguageGivesItsNumbers)
     EXPECT_EQ(fixed->dwFileType, 1U);
 }
 
-TEST_F(VersionBlock, GivesTextsByPath)
+TEST_F(VersionBlock, HasTextsByPath)
 {
     const struct {
         const unsigned short* Query;
         utility::wstring Text;
     } texts[] = {
-        {u"\\StringFileInfo\\040904b0\\ProductName"_w, support::Wide("English ") + utility::wstring{0xE4, 0x4E2D}},
-        {u"\\STRINGFILEINFO\\040904B0\\productname"_w, support::Wide("English ") + utility::wstring{0xE4, 0x4E2D}},
-        {u"\\StringFileInfo\\040904b0\\FileVersion"_w, support::Wide("1.2.3")},
-        {u"\\StringFileInfo\\040704e4\\ProductName"_w, support::Wide("other section")}};
+        {u"\\StringFileInfo\\040904b0\\ProductName"_w, testkit::Wide("English ") + utility::wstring{0xE4, 0x4E2D}},
+        {u"\\STRINGFILEINFO\\040904B0\\productname"_w, testkit::Wide("English ") + utility::wstring{0xE4, 0x4E2D}},
+        {u"\\StringFileInfo\\040904b0\\FileVersion"_w, testkit::Wide("1.2.3")},
+        {u"\\StringFileInfo\\040704e4\\ProductName"_w, testkit::Wide("other section")}};
     for (const auto& expected : texts) {
         const auto* const text = Find<unsigned short>(expected.Query);
         ASSERT_NE(text, nullptr);
@@ -83,14 +86,14 @@ TEST_F(VersionBlock, GivesTextsByPath)
     }
     const auto* const old = Find<unsigned short>(u"\\StringFileInfo\\040904b0\\Old"_w);
     ASSERT_NE(old, nullptr);
-    EXPECT_EQ(support::Narrow(old), "with its terminator");
+    EXPECT_EQ(testkit::Narrow(old), "with its terminator");
     for (const unsigned short* missing :
          {u"\\StringFileInfo\\040904b0\\SpecialBuild"_w, u"\\StringFileInfo\\140904b0\\ProductName"_w,
           u"\\StringFileInfo\\040904b0\\ProductName\\more"_w, u"\\Nothing"_w})
         EXPECT_EQ(Find<char>(missing), nullptr);
 }
 
-TEST_F(VersionBlock, GivesTheListOfTranslations)
+TEST_F(VersionBlock, HasAListOfTranslations)
 {
     const auto* const words = Find<unsigned short>(u"\\VarFileInfo\\Translation"_w);
     ASSERT_NE(words, nullptr);
@@ -99,15 +102,15 @@ TEST_F(VersionBlock, GivesTheListOfTranslations)
     EXPECT_EQ(std::memcmp(words, expected, sizeof expected), 0);
 }
 
-TEST(VersionBlocks, AreNotInEveryFile)
+TEST(VersionBlocks, AreMissingInOtherFiles)
 {
-    const support::ScratchFolder folder;
-    support::WriteFile(folder / "text.dll", "no module at all");
-    support::WriteFile(folder / "empty.dll", "");
+    const testkit::ScratchFolder folder;
+    testkit::WriteFile(folder / "text.dll", "no module at all");
+    testkit::WriteFile(folder / "empty.dll", "");
     char block[64];
-    for (const std::string& path :
-         {folder / "text.dll", folder / "empty.dll", folder / "missing.dll", folder.path().string()}) {
-        const utility::wstring wide = support::Wide(path);
+    for (const std::string& path : {(folder / "text.dll").string(), (folder / "empty.dll").string(),
+                                    (folder / "missing.dll").string(), folder.path().string()}) {
+        const utility::wstring wide = testkit::Wide(path);
         SetLastError(0);
         EXPECT_EQ(GetFileVersionInfoSizeW(platform::Wide(wide.c_str()), nullptr), 0U) << path;
         EXPECT_NE(GetLastError(), 0U) << path;
@@ -115,17 +118,17 @@ TEST(VersionBlocks, AreNotInEveryFile)
     }
 }
 
-TEST(ModuleFiles, AreNamedByTheirModules)
+TEST(ModuleFiles, HaveTheNamesOfTheirModules)
 {
     const utility::wstring program = FileOf(nullptr);
     EXPECT_EQ(FileOf(GetModuleHandleW(nullptr)), program);
-    EXPECT_NE(support::Narrow(program).find("version_blocks_test"), std::string::npos);
-    const utility::wstring library = FileOf(support::SystemModule());
+    EXPECT_NE(testkit::Narrow(program).find("version_blocks_test"), std::string::npos);
+    const utility::wstring library = FileOf(testkit::SystemModule());
     EXPECT_NE(library, program);
-    EXPECT_EQ(GetModuleHandleW(platform::Wide(library.c_str())), support::SystemModule());
+    EXPECT_EQ(GetModuleHandleW(platform::Wide(library.c_str())), testkit::SystemModule());
 }
 
-TEST(ModuleFiles, AreCutToTheRoom)
+TEST(ModuleFiles, NamesAreCutToTheBuffer)
 {
     const utility::wstring whole = FileOf(nullptr);
     const auto length = static_cast<DWORD>(whole.size());

@@ -1,8 +1,8 @@
-// Automation data where memory runs out, and where a descriptor is not to be believed.
-#include "fail_allocation.h"
-#include "support.h"
+// Automation data on Linux: out of memory, and invalid descriptors.
 #include "system.h"
 #include "tessmaru/automation.h"
+#include "testkit/linux/failing_allocation.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@ using namespace utility::literals;
 using utility::wstring;
 namespace Convert = utility::CCOMUtility;
 
-SAFEARRAY* MadeOf(const std::vector<wstring>& strings)
+SAFEARRAY* MakeStrings(const std::vector<wstring>& strings)
 {
     SAFEARRAY* array = nullptr;
     EXPECT_EQ(Convert::VectStrToSafeArray(strings, &array), S_OK);
@@ -26,7 +26,7 @@ std::vector<_variant_t> ManyVariants()
 {
     VARIANT array{};
     array.vt = VT_ARRAY | VT_BSTR;
-    array.parray = MadeOf({support::Wide("in"), support::Wide("side")});
+    array.parray = MakeStrings({testkit::Wide("in"), testkit::Wide("side")});
     std::vector<_variant_t> variants;
     variants.reserve(3);
     variants.emplace_back(u"text"_w);
@@ -35,24 +35,24 @@ std::vector<_variant_t> ManyVariants()
     return variants;
 }
 
-TEST(AutomationOnLinux, ToAnArrayWithoutMemory)
+TEST(AutomationOnLinux, OutOfMemoryInConversionsToArrays)
 {
-    const std::vector<wstring> strings{support::Wide("one"), wstring(), support::Wide("three")};
-    const int strangers = support::FailEachAllocation([&] {
+    const std::vector<wstring> strings{testkit::Wide("one"), wstring(), testkit::Wide("three")};
+    const int failures = testkit::FailEachAllocation([&] {
         SAFEARRAY* array = nullptr;
         try {
             const LONG result = Convert::VectStrToSafeArray(strings, &array);
             EXPECT_TRUE(result == S_OK || (result == E_OUTOFMEMORY && array == nullptr));
         } catch (const _com_error& failure) {
             EXPECT_EQ(failure.Error(), E_OUTOFMEMORY);
-            EXPECT_NE(array, nullptr) << "the caller's, as far as it has come";
+            EXPECT_NE(array, nullptr) << "the caller gets what was converted";
         }
-        EXPECT_EQ(SafeArrayDestroy(array), S_OK) << "and not locked";
+        EXPECT_EQ(SafeArrayDestroy(array), S_OK) << "not locked";
     });
-    EXPECT_EQ(strangers, 2 + 2 * 3);
+    EXPECT_EQ(failures, 2 + 2 * 3);
 
     const std::vector<_variant_t> variants = ManyVariants();
-    EXPECT_GT(support::FailEachAllocation([&] {
+    EXPECT_GT(testkit::FailEachAllocation([&] {
                   SAFEARRAY* array = nullptr;
                   const LONG result = Convert::VectVariantToSafeArray(variants, &array);
                   EXPECT_TRUE(result == S_OK || (result == E_OUTOFMEMORY && array == nullptr));
@@ -61,10 +61,10 @@ TEST(AutomationOnLinux, ToAnArrayWithoutMemory)
               6);
 }
 
-TEST(AutomationOnLinux, FromAnArrayWithoutMemory)
+TEST(AutomationOnLinux, OutOfMemoryInConversionsFromArrays)
 {
-    SAFEARRAY* const strings = MadeOf({wstring(20, u'a'), wstring(20, u'b'), support::Wide("short")});
-    EXPECT_EQ(support::FailEachAllocation([&] {
+    SAFEARRAY* const strings = MakeStrings({wstring(20, u'a'), wstring(20, u'b'), testkit::Wide("short")});
+    EXPECT_EQ(testkit::FailEachAllocation([&] {
                   std::vector<wstring> target;
                   try {
                       EXPECT_EQ(Convert::SafeArrayToVectStr(strings, target), S_OK);
@@ -79,7 +79,7 @@ TEST(AutomationOnLinux, FromAnArrayWithoutMemory)
 
     SAFEARRAY* variants = nullptr;
     ASSERT_EQ(Convert::VectVariantToSafeArray(ManyVariants(), &variants), S_OK);
-    EXPECT_GT(support::FailEachAllocation([&] {
+    EXPECT_GT(testkit::FailEachAllocation([&] {
                   std::vector<_variant_t> target;
                   try {
                       EXPECT_EQ(Convert::SafeArrayToVariant(variants, target), S_OK);
@@ -96,9 +96,9 @@ TEST(AutomationOnLinux, FromAnArrayWithoutMemory)
     SafeArrayDestroy(variants);
 }
 
-TEST(SafeArraysOnLinux, ADescriptorThatContradictsItselfTakesNoNull)
+TEST(SafeArraysOnLinux, InconsistentDescriptorTakesNoNull)
 {
-    SAFEARRAY* const array = MadeOf({support::Wide("old")});
+    SAFEARRAY* const array = MakeStrings({testkit::Wide("old")});
     const ULONG bytes = array->cbElements;
     array->cbElements = 2;
     LONG index = 0;
@@ -107,36 +107,36 @@ TEST(SafeArraysOnLinux, ADescriptorThatContradictsItselfTakesNoNull)
     SafeArrayDestroy(array);
 }
 
-TEST(AutomationOnLinux, AFailureLeavesWhatWasThere)
+TEST(AutomationOnLinux, FailureLeavesTheOldValue)
 {
     VARIANT held{};
     VARIANT source{};
     held.vt = source.vt = VT_BSTR;
     source.bstrVal = SysAllocString(u"new"_w);
-    SAFEARRAY* const array = MadeOf({support::Wide("old")});
+    SAFEARRAY* const array = MakeStrings({testkit::Wide("old")});
     auto& slot = *static_cast<BSTR*>(array->pvData);
     for (int n = 1; n <= 3; ++n) {
         held.bstrVal = SysAllocString(u"old"_w);
         BSTR string = SysAllocString(u"old"_w);
         SAFEARRAYBOUND more{100, 0};
         LONG index = 0;
-        support::FailAllocation(1);
+        testkit::FailAllocation(1);
         const HRESULT copied = VariantCopy(&held, &source);
-        support::FailAllocation(1);
+        testkit::FailAllocation(1);
         const INT replaced = SysReAllocStringLen(&string, nullptr, 1000);
-        support::FailAllocation(1);
+        testkit::FailAllocation(1);
         const HRESULT put = SafeArrayPutElement(array, &index, source.bstrVal);
-        support::FailAllocation(1);
+        testkit::FailAllocation(1);
         const HRESULT sized = SafeArrayRedim(array, &more);
-        support::FailAllocation(0);
+        testkit::FailAllocation(0);
         EXPECT_EQ(copied, E_OUTOFMEMORY);
-        EXPECT_EQ(wstring(held.bstrVal), support::Wide("old"));
+        EXPECT_EQ(wstring(held.bstrVal), testkit::Wide("old"));
         EXPECT_FALSE(replaced);
-        EXPECT_EQ(wstring(string), support::Wide("old"));
+        EXPECT_EQ(wstring(string), testkit::Wide("old"));
         EXPECT_EQ(put, E_OUTOFMEMORY);
         EXPECT_EQ(sized, E_OUTOFMEMORY);
         EXPECT_EQ(array->rgsabound[0].cElements, 1U);
-        EXPECT_EQ(wstring(slot), support::Wide("old"));
+        EXPECT_EQ(wstring(slot), testkit::Wide("old"));
         VariantClear(&held);
         held.vt = VT_BSTR;
         SysFreeString(string);
@@ -145,23 +145,23 @@ TEST(AutomationOnLinux, AFailureLeavesWhatWasThere)
     VariantClear(&source);
 }
 
-TEST(AutomationOnLinux, AVariantThatHoldsALockedArrayIsNotOverwritten)
+TEST(AutomationOnLinux, VariantWithALockedArrayIsNotOverwritten)
 {
     VARIANT held{};
     held.vt = VT_ARRAY | VT_I4;
     held.parray = SafeArrayCreateVector(VT_I4, 0, 1);
     const _variant_t source(u"text"_w);
     SafeArrayLock(held.parray);
-    const int before = support::LiveBlocks();
+    const int before = testkit::LiveBlocks();
     EXPECT_EQ(VariantClear(&held), DISP_E_ARRAYISLOCKED);
     EXPECT_EQ(VariantCopy(&held, &source), DISP_E_ARRAYISLOCKED);
-    EXPECT_EQ(support::LiveBlocks(), before);
+    EXPECT_EQ(testkit::LiveBlocks(), before);
     EXPECT_EQ(held.vt, VT_ARRAY | VT_I4);
     SafeArrayUnlock(held.parray);
     EXPECT_EQ(VariantClear(&held), S_OK);
 }
 
-TEST(AutomationOnLinux, ThePartOfAVariantThatReplacesIt)
+TEST(AutomationOnLinux, VariantCanBeReplacedByAPartOfItself)
 {
     VARIANT outer{};
     outer.vt = VT_ARRAY | VT_VARIANT;
@@ -170,11 +170,11 @@ TEST(AutomationOnLinux, ThePartOfAVariantThatReplacesIt)
     inner.vt = VT_BSTR;
     inner.bstrVal = SysAllocString(u"inside"_w);
     ASSERT_EQ(VariantCopy(&outer, &inner), S_OK);
-    EXPECT_EQ(wstring(outer.bstrVal), support::Wide("inside"));
+    EXPECT_EQ(wstring(outer.bstrVal), testkit::Wide("inside"));
     VariantClear(&outer);
 }
 
-TEST(AutomationOnLinux, BoundsAndSizesThatDoNotFit)
+TEST(AutomationOnLinux, BoundsAndSizesOutOfRange)
 {
     const struct {
         VARTYPE Type;
@@ -198,7 +198,7 @@ TEST(AutomationOnLinux, BoundsAndSizesThatDoNotFit)
     EXPECT_EQ(SafeArrayDestroy(array), S_OK);
 }
 
-/// An array as somebody else might have made it, on the stack.
+/// An array on the stack, as another library may make it.
 struct Foreign {
     SAFEARRAY Array{};
     LONG Data[4] = {1, 2, 3, 4};
@@ -213,7 +213,7 @@ struct Foreign {
     }
 };
 
-TEST(AutomationOnLinux, ArraysOfOthers)
+TEST(AutomationOnLinux, ArraysOfOtherLibraries)
 {
     Foreign foreign;
     std::vector<LONG> numbers;
@@ -227,7 +227,7 @@ TEST(AutomationOnLinux, ArraysOfOthers)
     EXPECT_EQ(SafeArrayDestroy(copy), S_OK);
     SAFEARRAYBOUND bound{1, 0};
     EXPECT_EQ(SafeArrayRedim(&foreign.Array, &bound), DISP_E_ARRAYISLOCKED);
-    EXPECT_EQ(SafeArrayDestroy(&foreign.Array), S_OK) << "its memory is not the layer's to free";
+    EXPECT_EQ(SafeArrayDestroy(&foreign.Array), S_OK) << "the layer does not free its memory";
     EXPECT_EQ(foreign.Data[0], 0);
 }
 
@@ -251,7 +251,7 @@ TEST(AutomationOnLinux, DamagedDescriptors)
         EXPECT_EQ(SafeArrayCopy(&noDimension.Array, &copy), E_INVALIDARG);
     }
     {
-        Foreign narrow;  // read by its own width, the data is not overrun
+        Foreign narrow;  // elements are read with their own width
         narrow.Array.cbElements = 1;
         narrow.Array.rgsabound[0] = {13, 0};
         EXPECT_EQ(Convert::SafeArrayToVectLong(&narrow.Array, numbers), S_OK);
@@ -265,7 +265,7 @@ TEST(AutomationOnLinux, DamagedDescriptors)
         EXPECT_EQ(SafeArrayDestroyData(&huge.Array), E_UNEXPECTED);
     }
     {
-        Foreign mislabelled;  // strings of another width than a pointer are not followed
+        Foreign mislabelled;  // strings whose width is not a pointer's are not followed
         mislabelled.Array.fFeatures |= FADF_BSTR;
         mislabelled.Array.cbElements = 2;
         EXPECT_EQ(SafeArrayDestroy(&mislabelled.Array), S_OK);

@@ -1,9 +1,9 @@
-// Lines of failures where memory runs out, and the layer's own sentences.
-#include "counted.h"
-#include "fail_allocation.h"
-#include "support.h"
+// Lines of failures on Linux: out of memory, and the layer's own messages.
 #include "system.h"
 #include "tessmaru/errors.h"
+#include "testkit/fake_error_info.h"
+#include "testkit/linux/failing_allocation.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
@@ -25,35 +25,35 @@ constexpr DWORD namedErrors[] = {
 #undef NAME
 };
 
-std::string Sentence(DWORD code)
+std::string Message(DWORD code)
 {
     unsigned short text[256];
     const DWORD units = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code, 0, text, 256, nullptr);
-    return support::Narrow({text, units});
+    return testkit::Narrow({text, units});
 }
 
-TEST(SentencesOnLinux, OneForEveryCodeThatHasAName)
+TEST(SystemMessagesOnLinux, OneForEveryCodeThatHasAName)
 {
     std::set<std::string> different;
     for (const DWORD code : namedHResults) {
-        EXPECT_TRUE(Sentence(code).ends_with(".\r\n")) << std::hex << code;
-        different.insert(Sentence(code));
+        EXPECT_TRUE(Message(code).ends_with(".\r\n")) << std::hex << code;
+        different.insert(Message(code));
     }
     EXPECT_EQ(different.size(), std::size(namedHResults));
     for (const DWORD low : namedErrors) {
-        const std::string sentence = Sentence(low);
-        EXPECT_TRUE(sentence.ends_with(".\r\n")) << low;
+        const std::string message = Message(low);
+        EXPECT_TRUE(message.ends_with(".\r\n")) << low;
         for (const DWORD code : {0x00070000 | low, 0x80070000 | low, 0xC0070000 | low})
-            EXPECT_EQ(Sentence(code), sentence) << low;
-        different.insert(sentence);
+            EXPECT_EQ(Message(code), message) << low;
+        different.insert(message);
     }
-    // Two plain answers and four system errors have a name in each table.
+    // Two results and four system errors have a name in each table.
     EXPECT_EQ(different.size(), std::size(namedHResults) + std::size(namedErrors) - 6);
     for (const DWORD code : {0x00000023U, 0x80070023U, 0x10070005U, 0x80040200U, 0x80050005U})
-        EXPECT_EQ(Sentence(code), "") << std::hex << code;
+        EXPECT_EQ(Message(code), "") << std::hex << code;
 }
 
-TEST(SentencesOnLinux, AreEnglish)
+TEST(SystemMessagesOnLinux, AreEnglish)
 {
     unsigned short text[256];
     const auto units = [&](DWORD language) {
@@ -65,8 +65,8 @@ TEST(SentencesOnLinux, AreEnglish)
     EXPECT_EQ(GetLastError(), ERROR_RESOURCE_LANG_NOT_FOUND);
 }
 
-/// Whether a text maker gives its whole text, or throws for want of memory and nothing else.
-void MakeOrThrow(const std::function<wstring()>& make, const std::set<wstring>& allowed)
+/// Expects one of the allowed texts, or an exception that reports that the process is out of memory.
+void MakeTextOrThrow(const std::function<wstring()>& make, const std::set<wstring>& allowed)
 {
     wstring text;
     try {
@@ -77,76 +77,76 @@ void MakeOrThrow(const std::function<wstring()>& make, const std::set<wstring>& 
         EXPECT_EQ(failure.Error(), E_OUTOFMEMORY);
         return;
     }
-    support::FailAllocation(0);
-    EXPECT_TRUE(allowed.contains(text)) << support::Narrow(text);
+    testkit::FailAllocation(0);
+    EXPECT_TRUE(allowed.contains(text)) << testkit::Narrow(text);
 }
 
-TEST(ErrorsOnLinux, HResultsWithoutMemory)
+TEST(ErrorsOnLinux, OutOfMemoryInHResults)
 {
     for (const LONG code : {LONG{0}, static_cast<LONG>(0x80004005), static_cast<LONG>(0x80070023),
                             static_cast<LONG>(0x80040200), static_cast<LONG>(0x80050000)}) {
         const std::set<wstring> whole = {utility::genHResultAsString(code)};
-        EXPECT_GT(
-            support::FailEachAllocation([&] { MakeOrThrow([&] { return utility::genHResultAsString(code); }, whole); }),
-            2);
+        EXPECT_GT(testkit::FailEachAllocation(
+                      [&] { MakeTextOrThrow([&] { return utility::genHResultAsString(code); }, whole); }),
+                  2);
     }
 }
 
-TEST(ErrorsOnLinux, StandardExceptionsWithoutMemory)
+TEST(ErrorsOnLinux, OutOfMemoryInStandardExceptions)
 {
     const std::runtime_error failure("a text of more than a few characters");
-    const std::set<wstring> allowed = {support::Wide(failure.what()),
-                                       support::Wide("<unable to determine exception info>")};
-    EXPECT_EQ(support::FailEachAllocation(
-                  [&] { MakeOrThrow([&] { return utility::getStdExceptionAsString(failure); }, allowed); }),
+    const std::set<wstring> allowed = {testkit::Wide(failure.what()),
+                                       testkit::Wide("<unable to determine exception info>")};
+    EXPECT_EQ(testkit::FailEachAllocation(
+                  [&] { MakeTextOrThrow([&] { return utility::getStdExceptionAsString(failure); }, allowed); }),
               3);
 }
 
-TEST(ErrorsOnLinux, ComErrorsWithoutMemory)
+TEST(ErrorsOnLinux, OutOfMemoryInComErrors)
 {
     ICreateErrorInfo* made = nullptr;
     ASSERT_EQ(CreateErrorInfo(&made), S_OK);
-    wstring text = support::Wide("no such site in the database");
+    wstring text = testkit::Wide("no such site in the database");
     made->SetDescription(text.data());
     IErrorInfo* info = nullptr;
     ASSERT_EQ(made->QueryInterface(IID_IErrorInfo, reinterpret_cast<void**>(&info)), S_OK);
-    const std::string system = Sentence(0x80004005);
+    const std::string system = Message(0x80004005);
     const auto line = [&](const std::string& description, const std::string& message) {
-        return support::Wide("ComError: " + description + " [0x80004005: " + message + " - n/a]");
+        return testkit::Wide("ComError: " + description + " [0x80004005: " + message + " - n/a]");
     };
-    const std::string sentence = system.substr(0, system.size() - 2);
-    // What cannot be fetched is missing, and what was to be fetched behind it too.
-    const std::set<wstring> allowed = {line("no such site in the database", sentence), line("n/a", sentence),
+    const std::string known = system.substr(0, system.size() - 2);
+    // A text that cannot be fetched is missing, and so are the texts after it.
+    const std::set<wstring> allowed = {line("no such site in the database", known), line("n/a", known),
                                        line("no such site in the database", "n/a"), line("n/a", "n/a"),
                                        line("no such site in the database", "Unknown error 0x80004005")};
-    EXPECT_GT(support::FailEachAllocation([&] {
+    EXPECT_GT(testkit::FailEachAllocation([&] {
                   const _com_error failure(E_FAIL, info, true);
-                  MakeOrThrow([&] { return utility::getComErrorAsString(failure); }, allowed);
+                  MakeTextOrThrow([&] { return utility::getComErrorAsString(failure); }, allowed);
               }),
               4);
     info->Release();
     made->Release();
 }
 
-/// Breaks the rule that no method of an object throws.
-class Throwing : public support::Telling {
+/// Violates the rule that no method of an object throws.
+class Throwing : public testkit::FakeErrorInfo {
 public:
     HRESULT GetSource(BSTR*) override { throw _com_error(E_FAIL); }
 };
 
-TEST(ErrorsOnLinux, ATextThatFailsEndsTheFetching)
+TEST(ErrorsOnLinux, MethodThatThrowsEndsTheFetching)
 {
     Throwing object;
-    object.Description = u"never asked for"_w;
+    object.Description = u"never read"_w;
     EXPECT_EQ(utility::getComErrorAsString(_com_error(E_FAIL, &object, true)),
-              support::Wide("ComError: n/a [0x80004005: n/a - n/a]"));
+              testkit::Wide("ComError: n/a [0x80004005: n/a - n/a]"));
     EXPECT_EQ(object.References, 1U);
 }
 
-TEST(ErrorsOnLinux, ErrorObjectsWithoutMemory)
+TEST(ErrorsOnLinux, OutOfMemoryInErrorObjects)
 {
-    wstring text = support::Wide("text");
-    EXPECT_GT(support::FailEachAllocation([&] {
+    wstring text = testkit::Wide("text");
+    EXPECT_GT(testkit::FailEachAllocation([&] {
                   ICreateErrorInfo* made = nullptr;
                   if (CreateErrorInfo(&made) != S_OK) {
                       EXPECT_EQ(made, nullptr);

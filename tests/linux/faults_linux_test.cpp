@@ -1,12 +1,13 @@
-// What the layer makes of signals. Each case runs in a process of its own, in which nothing has set a handler yet.
-#include "child.h"
+// Faults of the processor on Linux: signals, records, stacks, and faults that are not translated.
 #include "errors/structured_exception.h"
-#include "fail_allocation.h"
-#include "faulting.h"
 #include "tessmaru/structured_exception.h"
+#include "testkit/faulting_calls.h"
+#include "testkit/linux/child.h"
+#include "testkit/linux/failing_allocation.h"
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <fstream>
 #include <malloc.h>
 #include <string>
@@ -14,9 +15,9 @@
 #include <thread>
 #include <utility>
 
-using support::Faulting;
-using support::Invoke;
-using support::ReadNull;
+using testkit::Faulting;
+using testkit::Invoke;
+using testkit::ReadNull;
 
 namespace {
 
@@ -28,29 +29,27 @@ constexpr bool IsThreadSanitized = false;
 
 constexpr int FaultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
 
-/// The end of a process that does `work`: 0 if all that it expected was so, minus the signal that ended it.
+/// Runs `work` with the default handlers of all fault signals, also in place of a sanitizer's, and ends the process:
+/// with 0 if all expectations held. For EXPECT_EXIT, in whose process no earlier test has set a handler.
 template <class Work>
-int EndOf(Work work)
+[[noreturn]] void RunAndExit(Work work)
 {
-    return support::Child([&] {
-               for (const int signal : FaultSignals)
-                   std::signal(signal, SIG_DFL);  // in place of a sanitizer's
-               work();
-               return testing::Test::HasFailure() ? 1 : 0;
-           })
-        .Wait();
+    for (const int signal : FaultSignals)
+        std::signal(signal, SIG_DFL);
+    work();
+    _exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
 EXCEPTION_RECORD seen;
 
-/// A translator of this test: keeps the record and throws the code.
+/// A translator that keeps the record and throws the code.
 void ThrowCode(unsigned int code, EXCEPTION_POINTERS* info)
 {
     seen = *info->ExceptionRecord;
     throw code;
 }
 
-/// The code of a fault, or 0 where there was none.
+/// The code of a function's fault, or 0 if it has none.
 unsigned int CodeOf(Faulting function)
 {
     try {
@@ -61,14 +60,14 @@ unsigned int CodeOf(Faulting function)
     return 0;
 }
 
-// Of the processor's faults.
+// Faults and their records.
 
 constexpr double Huge = 1e308;
 constexpr double Tiny = 1e-308;
 const double tinier = Tiny / 1e10;  // denormal
 const double third[] = {0, 1, 3, Huge, Tiny, 10};
 
-/// A division with the faults of one kind let through, of all kinds from the invalid one (1) to the inexact one (32).
+/// A division with one kind of fault enabled, from the invalid operation (1) to the inexact result (32).
 template <unsigned int Kind>
 [[gnu::noinline, gnu::target("sse2")]] void DivideSse(const double& dividend, const double& divisor)
 {
@@ -114,27 +113,27 @@ constexpr std::pair<Faulting, DWORD> FloatKinds[] = {
     {OverflowX87Stack, EXCEPTION_FLT_STACK_CHECK},
 };
 
-TEST(FaultsOnLinux, FloatingPointIsToldApartAndUsableAfterwards)
+TEST(FaultsOnLinux, FloatingPointFaultsHaveTheirCodesAndLeaveTheUnitUsable)
 {
-    EXPECT_EQ(EndOf([] {
-                  _set_se_translator(ThrowCode);
-                  for (int round = 0; round < 3; ++round) {
-                      for (const auto& [function, code] : FloatKinds) {
-                          EXPECT_EQ(CodeOf(function), code) << "kind " << &function - &FloatKinds[0].first;
-                          unsigned int status = ~0U;
-                          asm volatile("stmxcsr %0" : "=m"(status));
-                          EXPECT_EQ(status & 0x3F, 0U) << "nothing is pending";
-                          // All eight registers of the old unit are free again.
-                          double sum = 0;
-                          asm volatile(
-                              "fldz\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\t"
-                              "faddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfstpl %0\n\tfninit"
-                              : "=m"(sum));
-                          EXPECT_EQ(sum, 7);
-                      }
-                  }
-              }),
-              0);
+    EXPECT_EXIT(RunAndExit([] {
+                    _set_se_translator(ThrowCode);
+                    for (int round = 0; round < 3; ++round) {
+                        for (const auto& [function, code] : FloatKinds) {
+                            EXPECT_EQ(CodeOf(function), code) << "kind " << &function - &FloatKinds[0].first;
+                            unsigned int status = ~0U;
+                            asm volatile("stmxcsr %0" : "=m"(status));
+                            EXPECT_EQ(status & 0x3F, 0U) << "nothing is pending";
+                            // All eight registers of the x87 unit are free.
+                            double sum = 0;
+                            asm volatile(
+                                "fldz\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\t"
+                                "faddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfstpl %0\n\tfninit"
+                                : "=m"(sum));
+                            EXPECT_EQ(sum, 7);
+                        }
+                    }
+                }),
+                testing::ExitedWithCode(0), "");
 }
 
 constexpr int Least = -2147483647 - 1;
@@ -144,11 +143,11 @@ thread_local volatile int none = 0;
 
 TESSMARU_FAULTING void DivideLeast()
 {
-    support::Target = least / minusOne;
+    testkit::Target = least / minusOne;
 }
 TESSMARU_FAULTING void DivideByThreadsZero()
 {
-    support::Target = least / none;
+    testkit::Target = least / none;
 }
 void DivideBytes()
 {
@@ -169,18 +168,18 @@ void DivideShortsByZero()
     asm volatile("movw $5, %%dx\n\tdivw (%0, %1, 2)" : : "r"(table), "r"(std::intptr_t{1}) : "eax", "edx");
 }
 
-TEST(FaultsOnLinux, DivisionsThatOverflowAreNotThoseByZero)
+TEST(FaultsOnLinux, OverflowOfADivisionIsNotADivisionByZero)
 {
-    EXPECT_EQ(EndOf([] {
-                  _set_se_translator(ThrowCode);
-                  EXPECT_EQ(CodeOf(DivideLeast), EXCEPTION_INT_OVERFLOW);
-                  EXPECT_EQ(CodeOf(DivideBytes), EXCEPTION_INT_OVERFLOW);
-                  EXPECT_EQ(CodeOf(DivideShorts), EXCEPTION_INT_OVERFLOW);
-                  EXPECT_EQ(CodeOf(DivideByThreadsZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
-                  EXPECT_EQ(CodeOf(DivideBytesByZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
-                  EXPECT_EQ(CodeOf(DivideShortsByZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
-              }),
-              0);
+    EXPECT_EXIT(RunAndExit([] {
+                    _set_se_translator(ThrowCode);
+                    EXPECT_EQ(CodeOf(DivideLeast), EXCEPTION_INT_OVERFLOW);
+                    EXPECT_EQ(CodeOf(DivideBytes), EXCEPTION_INT_OVERFLOW);
+                    EXPECT_EQ(CodeOf(DivideShorts), EXCEPTION_INT_OVERFLOW);
+                    EXPECT_EQ(CodeOf(DivideByThreadsZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
+                    EXPECT_EQ(CodeOf(DivideBytesByZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
+                    EXPECT_EQ(CodeOf(DivideShortsByZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
+                }),
+                testing::ExitedWithCode(0), "");
 }
 
 #ifdef __x86_64__
@@ -206,7 +205,7 @@ void ReadBeyondEndOfFile()
 {
     std::FILE* const file = std::tmpfile();
     void* const page = mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fileno(file), 0);
-    support::Target = *static_cast<volatile char*>(page);
+    testkit::Target = *static_cast<volatile char*>(page);
 }
 
 bool RunsForward()
@@ -223,31 +222,31 @@ void ExpectAccess(ULONG_PTR kind, std::uintptr_t address)
     EXPECT_EQ(seen.ExceptionInformation[1], address);
 }
 
-TEST(FaultsOnLinux, TheRecordTellsWhatHappened)
+TEST(FaultsOnLinux, RecordDescribesTheFault)
 {
-    EXPECT_EQ(EndOf([] {
-                  _set_se_translator(ThrowCode);
-                  constexpr std::pair<Faulting, DWORD> rows[] = {
-                      {StepOnce, EXCEPTION_SINGLE_STEP},
-                      {ReadMisaligned, EXCEPTION_DATATYPE_MISALIGNMENT},
-                      {FailBackwards, EXCEPTION_ACCESS_VIOLATION},
-                      {ReadBeyondEndOfFile, EXCEPTION_ACCESS_VIOLATION},
-                  };
-                  for (const auto& [function, code] : rows) {
-                      EXPECT_EQ(CodeOf(function), code);
-                      EXPECT_TRUE(RunsForward()) << std::hex << code;
-                  }
-                  EXPECT_EQ(CodeOf(ReadNull), EXCEPTION_ACCESS_VIOLATION);
-                  ExpectAccess(0, 0);
-                  EXPECT_EQ(CodeOf(support::WriteNull), EXCEPTION_ACCESS_VIOLATION);
-                  ExpectAccess(1, 0);
-                  EXPECT_EQ(CodeOf(support::CallNull), EXCEPTION_ACCESS_VIOLATION);
-                  EXPECT_EQ(seen.ExceptionAddress, nullptr);
-                  ExpectAccess(8, 0);
-                  EXPECT_EQ(CodeOf(support::RunBreakpoint), EXCEPTION_BREAKPOINT);
-                  EXPECT_EQ(*static_cast<BYTE*>(seen.ExceptionAddress), 0xCC);
-              }),
-              0);
+    EXPECT_EXIT(RunAndExit([] {
+                    _set_se_translator(ThrowCode);
+                    constexpr std::pair<Faulting, DWORD> rows[] = {
+                        {StepOnce, EXCEPTION_SINGLE_STEP},
+                        {ReadMisaligned, EXCEPTION_DATATYPE_MISALIGNMENT},
+                        {FailBackwards, EXCEPTION_ACCESS_VIOLATION},
+                        {ReadBeyondEndOfFile, EXCEPTION_ACCESS_VIOLATION},
+                    };
+                    for (const auto& [function, code] : rows) {
+                        EXPECT_EQ(CodeOf(function), code);
+                        EXPECT_TRUE(RunsForward()) << std::hex << code;
+                    }
+                    EXPECT_EQ(CodeOf(ReadNull), EXCEPTION_ACCESS_VIOLATION);
+                    ExpectAccess(0, 0);
+                    EXPECT_EQ(CodeOf(testkit::WriteNull), EXCEPTION_ACCESS_VIOLATION);
+                    ExpectAccess(1, 0);
+                    EXPECT_EQ(CodeOf(testkit::CallNull), EXCEPTION_ACCESS_VIOLATION);
+                    EXPECT_EQ(seen.ExceptionAddress, nullptr);
+                    ExpectAccess(8, 0);
+                    EXPECT_EQ(CodeOf(testkit::RunBreakpoint), EXCEPTION_BREAKPOINT);
+                    EXPECT_EQ(*static_cast<BYTE*>(seen.ExceptionAddress), 0xCC);
+                }),
+                testing::ExitedWithCode(0), "");
 }
 
 #ifdef __x86_64__
@@ -256,7 +255,7 @@ void ReadImpossibleAddress()
     asm volatile("movl (%0), %%eax" : : "r"(0x8000000000000000) : "eax");
 }
 
-/// Saves a register in the red zone, as an optimised leaf function may, and fails.
+/// Faults after it has saved a register in the red zone, as an optimised leaf function may.
 extern "C" void fail_with_red_zone();
 extern "C" void call_null_without_frame_pointer();
 __asm__(R"(
@@ -279,44 +278,44 @@ call_null_without_frame_pointer:
     .cfi_endproc
 )");
 
-TEST(FaultsOnLinux, OnX64AddressesMayBeImpossibleAndStacksHaveRedZones)
+TEST(FaultsOnLinux, OnX64AddressesMayBeNoncanonicalAndStacksHaveRedZones)
 {
     if (IsThreadSanitized)
-        GTEST_SKIP() << "the thread sanitizer uses the register that this looks at";
-    EXPECT_EQ(EndOf([] {
-                  _set_se_translator(ThrowCode);
-                  EXPECT_EQ(CodeOf(ReadImpossibleAddress), EXCEPTION_ACCESS_VIOLATION);
-                  ExpectAccess(0, ~std::uintptr_t{0});
-                  EXPECT_EQ(CodeOf(call_null_without_frame_pointer), EXCEPTION_ACCESS_VIOLATION);
-                  Faulting volatile fail = fail_with_red_zone;
-                  volatile std::uintptr_t before = 0;
-                  std::uintptr_t after = 1;
-                  asm volatile("movq %%rbx, %0" : "=m"(before));
-                  try {
-                      fail();
-                  } catch (unsigned int) {
-                      asm volatile("movq %%rbx, %0" : "=m"(after));
-                  }
-                  EXPECT_EQ(after, before);
-              }),
-              0);
+        GTEST_SKIP() << "the thread sanitizer uses the register that this test checks";
+    EXPECT_EXIT(RunAndExit([] {
+                    _set_se_translator(ThrowCode);
+                    EXPECT_EQ(CodeOf(ReadImpossibleAddress), EXCEPTION_ACCESS_VIOLATION);
+                    ExpectAccess(0, ~std::uintptr_t{0});
+                    EXPECT_EQ(CodeOf(call_null_without_frame_pointer), EXCEPTION_ACCESS_VIOLATION);
+                    Faulting volatile fail = fail_with_red_zone;
+                    volatile std::uintptr_t before = 0;
+                    std::uintptr_t after = 1;
+                    asm volatile("movq %%rbx, %0" : "=m"(before));
+                    try {
+                        fail();
+                    } catch (unsigned int) {
+                        asm volatile("movq %%rbx, %0" : "=m"(after));
+                    }
+                    EXPECT_EQ(after, before);
+                }),
+                testing::ExitedWithCode(0), "");
 }
 #endif
 
-// Of stacks and memory.
+// Stacks and memory.
 
 TESSMARU_FAULTING int Recurse(int depth)
 {
     volatile char block[600];
     block[0] = static_cast<char>(depth);
-    if (support::Zero != 0)
-        return *support::Null<int>;  // something that may fail, or no handler is kept for this function
+    if (testkit::Zero != 0)
+        return *testkit::Null<int>;  // a possible fault: without one the compiler keeps no handler for this function
     return Recurse(depth + 1) + block[0];
 }
 
 void OverflowStack()
 {
-    support::Target = Recurse(0);
+    testkit::Target = Recurse(0);
 }
 
 void ExpectOverflows()
@@ -327,15 +326,16 @@ void ExpectOverflows()
     EXPECT_EQ(CodeOf(ReadNull), EXCEPTION_ACCESS_VIOLATION);
 }
 
-TEST(FaultsOnLinux, AFullStackIsTranslatedOnEachThread)
+TEST(FaultsOnLinux, StackOverflowIsTranslatedOnEachThread)
 {
     if (IsThreadSanitized)
-        GTEST_SKIP() << "the thread sanitizer gives each frame something to do at its end, and there is no room for it";
-    EXPECT_EQ(EndOf([] {
-                  ExpectOverflows();
-                  std::thread(ExpectOverflows).join();
-              }),
-              0);
+        GTEST_SKIP()
+            << "the thread sanitizer makes each frame call a function at its end, for which the stack has no room";
+    EXPECT_EXIT(RunAndExit([] {
+                    ExpectOverflows();
+                    std::thread(ExpectOverflows).join();
+                }),
+                testing::ExitedWithCode(0), "");
 }
 
 std::ptrdiff_t Mappings()
@@ -347,41 +347,41 @@ std::ptrdiff_t Mappings()
     return lines;
 }
 
-TEST(FaultsOnLinux, NothingIsLeftOfThreadsAndFaults)
+TEST(FaultsOnLinux, ThreadsAndFaultsLeakNothing)
 {
     if (IsThreadSanitized)
-        GTEST_SKIP() << "the thread sanitizer maps memory of its own";
-    EXPECT_EQ(EndOf([] {
-                  const auto round = [] {
-                      std::thread([] {
-                          _set_se_translator(ThrowCode);
-                          for (int i = 0; i < 100; ++i)
-                              CodeOf(ReadNull);
-                      }).join();
-                  };
-                  round();
-                  const std::ptrdiff_t mappings = Mappings();
-                  const auto bytes = mallinfo2().uordblks;
-                  for (int i = 0; i < 100; ++i)
-                      round();
-                  EXPECT_LE(Mappings(), mappings + 50);
-                  EXPECT_LE(mallinfo2().uordblks, bytes + 10000);
-              }),
-              0);
+        GTEST_SKIP() << "the thread sanitizer maps memory itself";
+    EXPECT_EXIT(RunAndExit([] {
+                    const auto round = [] {
+                        std::thread([] {
+                            _set_se_translator(ThrowCode);
+                            for (int i = 0; i < 100; ++i)
+                                CodeOf(ReadNull);
+                        }).join();
+                    };
+                    round();
+                    const std::ptrdiff_t mappings = Mappings();
+                    const auto bytes = mallinfo2().uordblks;
+                    for (int i = 0; i < 100; ++i)
+                        round();
+                    EXPECT_LE(Mappings(), mappings + 50);
+                    EXPECT_LE(mallinfo2().uordblks, bytes + 10000);
+                }),
+                testing::ExitedWithCode(0), "");
 }
 
-TEST(FaultsOnLinux, ATextThatCannotBeMadeSaysSo)
+TEST(FaultsOnLinux, OutOfMemoryIsReportedInTheText)
 {
     EXCEPTION_RECORD record{};
     EXCEPTION_POINTERS pointers{&record, nullptr};
-    support::FailAllocation(1);
+    testkit::FailAllocation(1);
     const std::string text = describeStructuredException(EXCEPTION_ACCESS_VIOLATION, &pointers);
-    EXPECT_TRUE(support::AllocationFailed());
-    support::FailAllocation(0);
+    EXPECT_TRUE(testkit::AllocationFailed());
+    testkit::FailAllocation(0);
     EXPECT_EQ(text, "(Error extracting exception information: std::ex - std::bad_alloc)");
 }
 
-// Of what is not translated.
+// Faults that are not translated.
 
 void OnUnprotectedThread(Faulting function)
 {
@@ -395,94 +395,95 @@ void OnUnprotectedThread(Faulting function)
     }).join();
 }
 
-TEST(FaultsOnLinux, AThreadWithoutATranslatorEndsTheProcessByTheSignal)
+TEST(FaultsOnLinux, ThreadWithoutATranslatorEndsTheProcessByTheSignal)
 {
-    EXPECT_EQ(EndOf([] { OnUnprotectedThread(ReadNull); }), -SIGSEGV);
-    EXPECT_EQ(EndOf([] { OnUnprotectedThread(ReadBeyondEndOfFile); }), -SIGBUS);
-    EXPECT_EQ(EndOf([] { OnUnprotectedThread(support::DivideByZero); }), -SIGFPE);
-    EXPECT_EQ(EndOf([] { OnUnprotectedThread(support::RunIllegal); }), -SIGILL);
-    EXPECT_EQ(EndOf([] { OnUnprotectedThread(support::RunBreakpoint); }), -SIGTRAP);
+    EXPECT_EXIT(RunAndExit([] { OnUnprotectedThread(ReadNull); }), testing::KilledBySignal(SIGSEGV), "");
+    EXPECT_EXIT(RunAndExit([] { OnUnprotectedThread(ReadBeyondEndOfFile); }), testing::KilledBySignal(SIGBUS), "");
+    EXPECT_EXIT(RunAndExit([] { OnUnprotectedThread(testkit::DivideByZero); }), testing::KilledBySignal(SIGFPE), "");
+    EXPECT_EXIT(RunAndExit([] { OnUnprotectedThread(testkit::RunIllegal); }), testing::KilledBySignal(SIGILL), "");
+    EXPECT_EXIT(RunAndExit([] { OnUnprotectedThread(testkit::RunBreakpoint); }), testing::KilledBySignal(SIGTRAP), "");
 }
 
-TEST(FaultsOnLinux, UninstallingLeavesNoEarlierTranslatorEither)
+TEST(FaultsOnLinux, UninstallDoesNotRestoreAnEarlierTranslator)
 {
-    EXPECT_EQ(EndOf([] {
-                  EXPECT_EQ(_set_se_translator(ThrowCode), nullptr);
-                  {
-                      const InstallSETranslator translator;
-                  }
-                  EXPECT_EQ(_set_se_translator(nullptr), nullptr);
-                  EXPECT_EQ(_set_se_translator(ThrowCode), nullptr);
-                  EXPECT_EQ(_set_se_translator(nullptr), ThrowCode);
-                  CodeOf(ReadNull);
-              }),
-              -SIGSEGV);
+    EXPECT_EXIT(RunAndExit([] {
+                    EXPECT_EQ(_set_se_translator(ThrowCode), nullptr);
+                    {
+                        const InstallSETranslator translator;
+                    }
+                    EXPECT_EQ(_set_se_translator(nullptr), nullptr);
+                    EXPECT_EQ(_set_se_translator(ThrowCode), nullptr);
+                    EXPECT_EQ(_set_se_translator(nullptr), ThrowCode);
+                    if (!testing::Test::HasFailure())
+                        CodeOf(ReadNull);
+                }),
+                testing::KilledBySignal(SIGSEGV), "");
 }
 
-TEST(FaultsOnLinux, SignalsThatAreSentAreNoFaults)
+TEST(FaultsOnLinux, SentSignalsAreNotFaults)
 {
     for (const int signal : FaultSignals) {
-        EXPECT_EQ(EndOf([signal] {
-                      const InstallSETranslator translator;
-                      try {
-                          raise(signal);
-                      } catch (...) {
-                      }
-                  }),
-                  -signal);
-        EXPECT_EQ(EndOf([signal] {
-                      std::signal(signal, SIG_IGN);
-                      const InstallSETranslator translator;
-                      raise(signal);
-                  }),
-                  0)
+        EXPECT_EXIT(RunAndExit([signal] {
+                        const InstallSETranslator translator;
+                        try {
+                            raise(signal);
+                        } catch (...) {
+                        }
+                    }),
+                    testing::KilledBySignal(signal), "");
+        EXPECT_EXIT(RunAndExit([signal] {
+                        std::signal(signal, SIG_IGN);
+                        const InstallSETranslator translator;
+                        raise(signal);
+                    }),
+                    testing::ExitedWithCode(0), "")
             << "was ignored before";
     }
 }
 
-TEST(FaultsOnLinux, AFaultOfTheTranslatorAndOneThatReturnsEndTheProcess)
+TEST(FaultsOnLinux, TranslatorThatFaultsOrReturnsEndsTheProcess)
 {
-    EXPECT_EQ(EndOf([] {
-                  _set_se_translator([](unsigned int code, EXCEPTION_POINTERS*) {
-                      if (code == EXCEPTION_ACCESS_VIOLATION)
-                          _exit(78);
-                      ReadNull();
-                  });
-                  CodeOf(support::DivideByZero);
-              }),
-              -SIGSEGV);
-    EXPECT_EQ(EndOf([] {
-                  _set_se_translator([](unsigned int, EXCEPTION_POINTERS*) {});
-                  CodeOf(support::DivideByZero);
-              }),
-              -SIGFPE);
+    EXPECT_EXIT(RunAndExit([] {
+                    _set_se_translator([](unsigned int code, EXCEPTION_POINTERS*) {
+                        if (code == EXCEPTION_ACCESS_VIOLATION)
+                            _exit(78);
+                        ReadNull();
+                    });
+                    CodeOf(testkit::DivideByZero);
+                }),
+                testing::KilledBySignal(SIGSEGV), "");
+    EXPECT_EXIT(RunAndExit([] {
+                    _set_se_translator([](unsigned int, EXCEPTION_POINTERS*) {});
+                    CodeOf(testkit::DivideByZero);
+                }),
+                testing::KilledBySignal(SIGFPE), "");
 }
 
-TEST(FaultsOnLinux, AnEarlierHandlerStillGetsItsFaults)
+TEST(FaultsOnLinux, EarlierHandlerStillGetsItsFaults)
 {
-    EXPECT_EQ(EndOf([] {
-                  struct sigaction action {};
-                  action.sa_flags = SA_SIGINFO;
-                  action.sa_sigaction = [](int, siginfo_t* info, void*) { _exit(info->si_addr == nullptr ? 41 : 1); };
-                  sigaction(SIGSEGV, &action, nullptr);
-                  OnUnprotectedThread(ReadNull);
-              }),
-              41);
-    EXPECT_EQ(EndOf([] {
-                  std::signal(SIGFPE, [](int) { _exit(42); });
-                  OnUnprotectedThread(support::DivideByZero);
-              }),
-              42);
+    EXPECT_EXIT(RunAndExit([] {
+                    struct sigaction action {};
+                    action.sa_flags = SA_SIGINFO;
+                    action.sa_sigaction = [](int, siginfo_t* info, void*) { _exit(info->si_addr == nullptr ? 41 : 1); };
+                    sigaction(SIGSEGV, &action, nullptr);
+                    OnUnprotectedThread(ReadNull);
+                }),
+                testing::ExitedWithCode(41), "");
+    EXPECT_EXIT(RunAndExit([] {
+                    std::signal(SIGFPE, [](int) { _exit(42); });
+                    OnUnprotectedThread(testkit::DivideByZero);
+                }),
+                testing::ExitedWithCode(42), "");
 }
 
-TEST(FaultsOnLinux, AChildKeepsTheTranslatorOfTheThreadThatForked)
+TEST(FaultsOnLinux, ChildKeepsTheTranslatorOfTheForkingThread)
 {
-    EXPECT_EQ(EndOf([] {
-                  const InstallSETranslator translator;
-                  EXPECT_EQ(support::Child([] { EXPECT_THROW(Invoke(ReadNull), structured_exception); }).Wait(), 0);
-                  EXPECT_THROW(Invoke(ReadNull), structured_exception);
-              }),
-              0);
+    EXPECT_EXIT(RunAndExit([] {
+                    const InstallSETranslator translator;
+                    EXPECT_EQ(testkit::Child([] { EXPECT_THROW(Invoke(ReadNull), structured_exception); }).Wait(), 0);
+                    EXPECT_THROW(Invoke(ReadNull), structured_exception);
+                }),
+                testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

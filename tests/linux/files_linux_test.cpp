@@ -1,12 +1,14 @@
-// Files where the layer has a say of its own: appending, modes, and what it refuses.
-#include "support.h"
+// Files on Linux: appending, modes, and calls that the contract leaves open.
 #include "system.h"
+#include "testkit/file_content.h"
+#include "testkit/test_machine.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
 
-using support::Wide;
+using testkit::Wide;
 
 namespace {
 
@@ -28,13 +30,13 @@ protected:
                written == text.size();
     }
 
-    utility::wstring Path(const std::string& name) const { return Wide(Machine.Folder / name); }
-    std::string Content(const std::string& name = "file") const { return support::ReadFile(Machine.Folder / name); }
+    utility::wstring Path(const std::string& name) const { return Wide((Machine.Folder / name).string()); }
+    std::string Content(const std::string& name = "file") const { return testkit::ReadFile(Machine.Folder / name); }
 
-    const support::Machine Machine;
+    const testkit::TestMachine Machine;
 };
 
-TEST_F(FilesOnLinux, WriteBehindASeekToTheEndAppendsWhereverTheEndIs)
+TEST_F(FilesOnLinux, WriteAfterASeekToTheEndAppendsAtThePresentEnd)
 {
     const HANDLE one = Open(OPEN_ALWAYS);
     const HANDLE two = Open(OPEN_ALWAYS);
@@ -47,9 +49,9 @@ TEST_F(FilesOnLinux, WriteBehindASeekToTheEndAppendsWhereverTheEndIs)
     CloseHandle(two);
 }
 
-TEST_F(FilesOnLinux, WhatWasNotAskedForIsRefused)
+TEST_F(FilesOnLinux, OperationsWithoutTheirAccessAreRefused)
 {
-    support::WriteFile(Machine.Folder / "file", "old");
+    testkit::WriteFile(Machine.Folder / "file", "old");
     const HANDLE reader = Open(OPEN_EXISTING, "file", nullptr, GENERIC_READ);
     EXPECT_FALSE(SetEndOfFile(reader));
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
@@ -62,12 +64,12 @@ TEST_F(FilesOnLinux, WhatWasNotAskedForIsRefused)
     EXPECT_EQ(SetFilePointer(reader, 1, nullptr, FILE_CURRENT), INVALID_SET_FILE_POINTER);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER) << "a position that needs a high half";
     high = 0;
-    EXPECT_EQ(SetFilePointer(reader, 0, &high, FILE_CURRENT), 5U) << "a seek that failed moved nothing";
+    EXPECT_EQ(SetFilePointer(reader, 0, &high, FILE_CURRENT), 5U) << "a failed seek does not move";
     EXPECT_EQ(high, 1);
     CloseHandle(reader);
 }
 
-TEST_F(FilesOnLinux, HandlesOfOneKindAreNoneOfAnother)
+TEST_F(FilesOnLinux, HandlesOfAnotherKindAreRefused)
 {
     const HANDLE file = Open(OPEN_ALWAYS);
     WIN32_FIND_DATAW found;
@@ -81,7 +83,7 @@ TEST_F(FilesOnLinux, HandlesOfOneKindAreNoneOfAnother)
     EXPECT_TRUE(CloseHandle(file));
 }
 
-/// Attributes with an access list of entries for everyone.
+/// Security attributes with an access list for everyone.
 class Attributes {
 public:
     struct Entry {
@@ -138,7 +140,7 @@ TEST_F(FilesOnLinux, ModeFollowsTheAccessListWhateverTheUmask)
     ASSERT_EQ(stat((Machine.Folder / "file").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600U) << "without attributes the umask decides";
 
-    // A list that lies about its entries gives nobody anything.
+    // A list with a wrong count allows nothing.
     Attributes broken({{true, GENERIC_ALL}});
     broken.List()->AceCount = 500;
     CloseHandle(Open(CREATE_NEW, "broken", broken.get()));

@@ -1,79 +1,66 @@
-// The shared library as a program on Linux meets it.
-#include "loaded.h"
-#include "log_world.h"
+// The shared library in a program on Linux.
+#include "testkit/loaded_library.h"
+#include "testkit/log_machine.h"
+#include "testkit/open_handles.h"
+#include "testkit/test_process.h"
+#include "testkit/whole_log.h"
 
 #include <csignal>
 
-#include <dlfcn.h>
 #include <unistd.h>
 
-using support::Loaded;
-using support::LogWorld;
-using support::RunAlone;
+using testkit::LoadedLibrary;
+using testkit::LogMachine;
+using testkit::RunAlone;
 
 namespace {
 
-/// A static of the program that asks for the log when it goes, behind a library that was loaded by hand.
+/// A static object of the program that calls the log from its destructor, after the library has closed it.
 struct LateCaller {
     ~LateCaller()
     {
         if (GetInstance != nullptr && GetInstance() != nullptr)
             _exit(1);
     }
-    Loaded::GetInstance* GetInstance = nullptr;
+    LoadedLibrary::GetInstance* GetInstance = nullptr;
 } lateCaller;
 
-TEST(LibraryOnLinux, GivesNoLogOnceItHasClosedItForGood)
+TEST(LibraryOnLinux, GivesNoLogAfterTheEndOfTheProgram)
 {
-    const LogWorld world;
-    RunAlone(world, [](const LogWorld&) {
-        const Loaded library;
-        ASSERT_TRUE(library);
+    const LogMachine machine;
+    RunAlone(machine, [](const LogMachine&) {
+        const LoadedLibrary library;
         ASSERT_NE(library.OpenLog(), nullptr);
-        lateCaller.GetInstance = library.getInstance();
+        lateCaller.GetInstance = library.FindGetInstance();
     });
-    EXPECT_EQ(support::Texts(world.Log).size(), 4U);
+    EXPECT_EQ(testkit::Texts(machine.Log).size(), 4U);
 }
 
 TEST(LibraryOnLinux, LeavesNothingOpen)
 {
-    const LogWorld world;
-    RunAlone(world, [](const LogWorld&) {
-        const int descriptors = support::OpenHandles();
+    const LogMachine machine;
+    RunAlone(machine, [](const LogMachine&) {
+        const int descriptors = testkit::OpenHandles();
         for (int round = 0; round < 3; ++round) {
-            Loaded library;
-            ASSERT_TRUE(library);
+            LoadedLibrary library;
             ASSERT_NE(library.OpenLog(), nullptr);
             EXPECT_TRUE(library.Unload());
-            EXPECT_EQ(support::OpenHandles(), descriptors);
+            EXPECT_EQ(testkit::OpenHandles(), descriptors);
         }
     });
 }
 
-/// The library's operation of this name.
-void* OperationOf(const Loaded& library, const char* name)
-{
-    Dl_info info{};
-    dladdr(reinterpret_cast<void*>(library.getInstance()), &info);
-    void* const again = dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);
-    void* const operation = dlsym(again, name);
-    dlclose(again);
-    return operation;
-}
-
 TEST(LibraryOnLinux, LeavesTheHandlersOfFaultsAsTheyWere)
 {
-    const LogWorld world;
-    RunAlone(world, [](const LogWorld&) {
+    const LogMachine machine;
+    RunAlone(machine, [](const LogMachine&) {
         for (const bool logFirst : {true, false}) {
             for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP})
                 std::signal(signal, SIG_IGN);
-            Loaded library;
-            ASSERT_TRUE(library);
+            LoadedLibrary library;
             if (logFirst)
                 library.OpenLog();
-            const auto setTranslator =
-                reinterpret_cast<decltype(&_set_se_translator)>(OperationOf(library, "_set_se_translator"));
+            const auto setTranslator = library.Find<decltype(_set_se_translator)>("_set_se_translator");
             setTranslator([](unsigned int, EXCEPTION_POINTERS*) {});
             if (!logFirst)
                 library.OpenLog();
@@ -86,13 +73,12 @@ TEST(LibraryOnLinux, LeavesTheHandlersOfFaultsAsTheyWere)
 
 TEST(LibraryOnLinux, LeavesTheSignalsOfTheProgramAsTheyWere)
 {
-    const LogWorld world;
-    RunAlone(world, [](const LogWorld&) {
+    const LogMachine machine;
+    RunAlone(machine, [](const LogMachine&) {
         for (const auto handler : {SIG_DFL, SIG_IGN}) {
             std::signal(SIGBUS, handler);
             std::signal(SIGXFSZ, handler);
-            Loaded library;
-            ASSERT_TRUE(library);
+            LoadedLibrary library;
             library.OpenLog();
             library.Unload();
             EXPECT_EQ(std::signal(SIGBUS, SIG_DFL), handler);

@@ -1,7 +1,13 @@
-// What the log answers when the machine fails it, as only Linux can be made to.
-#include "child.h"
-#include "fail_allocation.h"
-#include "log_world.h"
+// Failures of the log that tests can cause on Linux only.
+#include "tessmaru/log.h"
+#include "testkit/file_content.h"
+#include "testkit/gate.h"
+#include "testkit/linux/child.h"
+#include "testkit/linux/failing_allocation.h"
+#include "testkit/log_machine.h"
+#include "testkit/open_handles.h"
+#include "testkit/text.h"
+#include "testkit/whole_log.h"
 
 #include <fcntl.h>
 #include <sched.h>
@@ -10,12 +16,13 @@
 #include <sys/stat.h>
 
 using namespace utility::literals;
-using support::Child;
+using testkit::Child;
+using testkit::Gate;
 using utilities::CLog;
 
 namespace {
 
-/// Runs `work`, which may refer to the test's objects, in a process of its own, which ends as a program does.
+/// Runs `work`, which may refer to the test's objects, in a process that ends as a program does.
 template <class Work>
 void RunAlone(Work work)
 {
@@ -34,7 +41,7 @@ constexpr auto DiskFull = static_cast<LONG>(0x80070070);
 constexpr uid_t OneAccount = 65533;
 constexpr uid_t AnotherAccount = 65532;
 
-/// Gives up the rights of root, to which no folder is closed.
+/// Gives up the rights of root, who can write to every folder.
 void BecomeAccount(uid_t account)
 {
     if (geteuid() == 0 && (setresgid(account, account, account) != 0 || setresuid(account, account, account) != 0))
@@ -48,33 +55,34 @@ LONG OpeningCode()
 
 class LogFailuresOnLinux : public testing::Test {
 protected:
-    const support::LogWorld World;
+    const testkit::LogMachine Machine;
 };
 
-TEST_F(LogFailuresOnLinux, OpeningThatIsNotAllowedLeavesNothingOpen)
+TEST_F(LogFailuresOnLinux, OpeningWithoutPermissionLeavesNothingOpen)
 {
-    const std::string closed = World.Folder / "closed";
+    std::filesystem::permissions(Machine.Folder.path(), std::filesystem::perms::all);
+    const std::string closed = Machine.Folder / "closed";
     std::filesystem::create_directory(closed);
     std::filesystem::permissions(closed, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
                                              std::filesystem::perms::others_read | std::filesystem::perms::others_exec);
     RunAlone([&] {
         BecomeAccount(OneAccount);
-        const int descriptors = support::OpenHandles();
-        World.SetLog(closed + "/App.log");
+        const int descriptors = testkit::OpenHandles();
+        Machine.SetLog(closed + "/App.log");
         EXPECT_EQ(static_cast<unsigned>(OpeningCode()), 0x80070005U);
-        EXPECT_EQ(support::OpenHandles(), descriptors);
-        std::filesystem::remove(World.Store);
+        EXPECT_EQ(testkit::OpenHandles(), descriptors);
+        std::filesystem::remove(Machine.Settings.location());
         EXPECT_EQ(static_cast<unsigned>(OpeningCode()), 0x80070002U) << "there is no store";
-        EXPECT_EQ(support::OpenHandles(), descriptors);
-        World.SetLog("Q:\\App.log");
+        EXPECT_EQ(testkit::OpenHandles(), descriptors);
+        Machine.SetLog("Q:\\App.log");
         EXPECT_EQ(static_cast<unsigned>(OpeningCode()), 0x80070003U) << "there is no such drive";
-        World.SetLog(World.Log);
+        Machine.SetLog(Machine.Log);
         EXPECT_EQ(OpeningCode(), 0);
     });
-    EXPECT_EQ(support::Texts(World.Log).size(), 4U);
+    EXPECT_EQ(testkit::Texts(Machine.Log).size(), 4U);
 }
 
-TEST_F(LogFailuresOnLinux, AllDescriptorsUsed)
+TEST_F(LogFailuresOnLinux, OutOfDescriptors)
 {
     RunAlone([] {
         std::vector<int> used;
@@ -88,7 +96,7 @@ TEST_F(LogFailuresOnLinux, AllDescriptorsUsed)
                 break;
             close(used.back());
             used.pop_back();
-            // The store needs one for itself for a moment, the mutex and the file one each.
+            // The store briefly needs one, the mutex and the file one each.
             if (left == 1)
                 break;
         }
@@ -97,9 +105,9 @@ TEST_F(LogFailuresOnLinux, AllDescriptorsUsed)
         EXPECT_EQ(OpeningCode(), 0);
         while (dup(0) >= 0) {
         }
-        EXPECT_EQ(CLog::GetInstance()->LogInfo(u"needs none"_w, u"Test"_w), 0);
+        EXPECT_EQ(CLog::GetInstance()->LogInfo(u"needs no descriptor"_w, u"Test"_w), 0);
     });
-    EXPECT_EQ(support::Texts(World.Log).size(), 5U);
+    EXPECT_EQ(testkit::Texts(Machine.Log).size(), 5U);
 }
 
 TEST_F(LogFailuresOnLinux, FileSizeLimitLosesWholeRecordsOnly)
@@ -119,7 +127,7 @@ TEST_F(LogFailuresOnLinux, FileSizeLimitLosesWholeRecordsOnly)
         return full && log->LogInfo(u"room again"_w, u"Test"_w) == 0 ? 0 : 1;
     });
     EXPECT_EQ(writer.Wait(), 0);
-    const auto texts = support::Texts(World.Log);
+    const auto texts = testkit::Texts(Machine.Log);
     for (std::size_t i = 2; i + 1 < texts.size(); ++i)
         EXPECT_EQ(texts[i], "record " + std::to_string(i - 2));
     EXPECT_EQ(texts.back(), "room again");
@@ -127,12 +135,12 @@ TEST_F(LogFailuresOnLinux, FileSizeLimitLosesWholeRecordsOnly)
 
 TEST_F(LogFailuresOnLinux, FullDiskLosesWholeRecordsOnly)
 {
-    const std::string disk = World.Folder / "disk";
+    const std::string disk = Machine.Folder / "disk";
     std::filesystem::create_directory(disk);
     if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount("none", disk.c_str(), "tmpfs", 0, "size=64k") != 0)
         GTEST_SKIP() << "only root can mount the small disk that this needs";
-    World.SetLog(disk + "/App.log");
+    Machine.SetLog(disk + "/App.log");
     RunAlone([&] {
         CLog* const log = CLog::GetInstance();
         ASSERT_NE(log, nullptr);
@@ -142,7 +150,7 @@ TEST_F(LogFailuresOnLinux, FullDiskLosesWholeRecordsOnly)
             ++written;
         EXPECT_EQ(code, DiskFull);
         EXPECT_EQ(log->LogInfo(u"record %d"_w, u"Test"_w, written), DiskFull);
-        const auto texts = support::Texts(disk + "/App.log");
+        const auto texts = testkit::Texts(disk + "/App.log");
         ASSERT_EQ(texts.size(), static_cast<std::size_t>(written) + 2);
         EXPECT_EQ(texts.back(), "record " + std::to_string(written - 1));
         mount("none", disk.c_str(), "tmpfs", MS_REMOUNT, "size=128k");
@@ -153,23 +161,24 @@ TEST_F(LogFailuresOnLinux, FullDiskLosesWholeRecordsOnly)
 
 TEST_F(LogFailuresOnLinux, DateThatIsTooLongLosesTheRecord)
 {
-    World.SetLog(
-        World.Log, "",
+    Machine.SetLog(
+        Machine.Log, "",
         "[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"'a very long date ' yyyy\"\r\n");
     RunAlone([] {
         ASSERT_EQ(OpeningCode(), 0);
         EXPECT_EQ(static_cast<unsigned>(CLog::GetInstance()->LogInfo(u"lost"_w, u"Test"_w)), 0x8007007AU);
     });
-    EXPECT_EQ(support::ReadFile(World.Log), "");
+    EXPECT_EQ(testkit::ReadFile(Machine.Log), "");
 }
 
 TEST_F(LogFailuresOnLinux, AccountsShareOneLog)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can write as two accounts";
-    std::filesystem::permissions(World.Folder.path(), std::filesystem::perms::all | std::filesystem::perms::sticky_bit);
-    const support::PipeGate opened;
-    const support::PipeGate end;
+    std::filesystem::permissions(Machine.Folder.path(),
+                                 std::filesystem::perms::all | std::filesystem::perms::sticky_bit);
+    const Gate opened(Machine.Folder / "opened");
+    const Gate end(Machine.Folder / "end");
     Child first([&] {
         umask(0077);
         BecomeAccount(OneAccount);
@@ -185,30 +194,30 @@ TEST_F(LogFailuresOnLinux, AccountsShareOneLog)
             EXPECT_EQ(OpeningCode(), 0);
         });
     }
-    // The first account's writer dies holding the lock; another account's takes it over.
+    // A process of the first account ends without closing the mutex. Other accounts can still take it.
     Child holder([&] {
         BecomeAccount(OneAccount);
-        CreateMutexW(nullptr, FALSE, (support::Wide(World.Log) + u".Mutex"_w).c_str());
+        CreateMutexW(nullptr, FALSE, (testkit::Wide(Machine.Log) + u".Mutex"_w).c_str());
         return 0;
     });
     EXPECT_EQ(holder.Wait(), 0);
     end.Open();
     EXPECT_EQ(first.Wait(), 0);
-    EXPECT_EQ(support::Texts(World.Log).size(), 12U);
+    EXPECT_EQ(testkit::Texts(Machine.Log).size(), 12U);
     RunAlone([&] {
         BecomeAccount(AnotherAccount);
         EXPECT_EQ(OpeningCode(), 0);
     });
 }
 
-TEST_F(LogFailuresOnLinux, MemoryThatRunsOutAtAnyPointOfOpening)
+TEST_F(LogFailuresOnLinux, OutOfMemoryAtAnyPointOfOpening)
 {
-    World.SetLog(World.Log, "101");
+    Machine.SetLog(Machine.Log, "101");
     RunAlone([] {
-        const int descriptors = support::OpenHandles();
+        const int descriptors = testkit::OpenHandles();
         int failed = 0;
         for (int n = 1;; ++n) {
-            support::FailAllocation(n);
+            testkit::FailAllocation(n);
             CLog* log = nullptr;
             LONG code = 0;
             try {
@@ -217,41 +226,41 @@ TEST_F(LogFailuresOnLinux, MemoryThatRunsOutAtAnyPointOfOpening)
             } catch (const _com_error& failure) {
                 code = failure.Error();
             }
-            const bool reached = support::AllocationFailed();
-            support::FailAllocation(0);
+            const bool reached = testkit::AllocationFailed();
+            testkit::FailAllocation(0);
             if (log != nullptr) {
                 EXPECT_EQ(code, 0);
                 if (!reached)
                     break;
-                // Only the mask may be missing then; the log itself is whole.
+                // Only the mask may be missing. The log is open.
                 EXPECT_EQ(log->LogInfo(u"opened at allocation %d"_w, u"Test"_w, n), 0);
                 std::exit(testing::Test::HasFailure() ? 1 : 0);
             }
             ++failed;
             EXPECT_EQ(code, OutOfMemory) << "allocation " << n;
-            EXPECT_EQ(support::OpenHandles(), descriptors) << "allocation " << n;
+            EXPECT_EQ(testkit::OpenHandles(), descriptors) << "allocation " << n;
         }
         EXPECT_GT(failed, 10);
         EXPECT_EQ(CLog::GetInstance()->LogInfo(u"opened at last"_w, u"Test"_w), 0);
     });
 }
 
-TEST_F(LogFailuresOnLinux, MemoryThatRunsOutInALogCall)
+TEST_F(LogFailuresOnLinux, OutOfMemoryInALogCall)
 {
     RunAlone([] {
         CLog* const log = CLog::GetInstance();
         const utility::wstring longSource(3000, u's');
         for (int n = 1; n <= 4; ++n) {
-            support::FailAllocation(n);
+            testkit::FailAllocation(n);
             EXPECT_EQ(log->LogInfo(u"needs no memory: %d"_w, u"Test"_w, n), 0);
-            support::FailAllocation(n);
+            testkit::FailAllocation(n);
             const LONG code = log->LogInfo(u"%d"_w, longSource.c_str(), n);
-            EXPECT_EQ(code, support::AllocationFailed() ? static_cast<LONG>(0x80040303) : 0);
-            support::FailAllocation(0);
+            EXPECT_EQ(code, testkit::AllocationFailed() ? static_cast<LONG>(0x80040303) : 0);
+            testkit::FailAllocation(0);
         }
         EXPECT_EQ(log->LogInfo(u"goes on"_w, u"Test"_w), 0);
     });
-    const auto texts = support::Texts(World.Log);
+    const auto texts = testkit::Texts(Machine.Log);
     EXPECT_EQ(texts.size(), 4U + 4 + 3 + 1);
 }
 

@@ -1,20 +1,27 @@
-#include "child.h"
-#include "log_world.h"
+// The log across a fork, and on a drive of the settings.
+#include "tessmaru/log.h"
+#include "testkit/file_content.h"
+#include "testkit/gate.h"
+#include "testkit/linux/child.h"
+#include "testkit/log_machine.h"
+#include "testkit/log_reader.h"
+#include "testkit/settings_text.h"
+#include "testkit/test_process.h"
+#include "testkit/whole_log.h"
 
 using namespace utility::literals;
-using support::Child;
-using support::Fields;
-using support::LogWorld;
-using support::RunAlone;
+using testkit::Child;
+using testkit::LogMachine;
+using testkit::RunAlone;
 using utilities::CLog;
 
 namespace {
 
 TEST(LogOnLinux, ForkedChildWritesUnderItsOwnIdAndKeepsTheFamily)
 {
-    const LogWorld world;
-    const support::PipeGate end;
-    const support::PipeGate parentEnded;
+    const LogMachine machine;
+    const testkit::Gate end(machine.Folder / "end");
+    const testkit::Gate parentEnded(machine.Folder / "parentEnded");
     Child parent([&] {
         CLog* const log = CLog::GetInstance();
         if (fork() != 0)
@@ -25,36 +32,37 @@ TEST(LogOnLinux, ForkedChildWritesUnderItsOwnIdAndKeepsTheFamily)
         _exit(0);
     });
     parent.Wait();
-    RunAlone(world, [](const LogWorld&) { CLog::GetInstance()->LogInfo(u"appended"_w, u"Test"_w); });
+    RunAlone(machine, [](const LogMachine&) { CLog::GetInstance()->LogInfo(u"appended"_w, u"Test"_w); });
     parentEnded.Open();
     end.Pass();
     bool found = false;
-    for (const Fields& record : support::Records(world.Log)) {
-        if (record[4] != "       Child")
+    const testkit::LogFile log = testkit::WholeLog(machine.Log);
+    for (const testkit::Record& record : log.Records()) {
+        if (record.Source != "       Child")
             continue;
         found = true;
-        EXPECT_EQ(std::stoul(record[1], nullptr, 16), std::stoul(record[5]));
-        EXPECT_EQ(std::stoul(record[2], nullptr, 16), std::stoul(record[5]));
+        const unsigned long child = std::stoul(std::string(record.Text));
+        EXPECT_EQ(std::stoul(std::string(record.Process), nullptr, 16), child);
+        EXPECT_EQ(std::stoul(std::string(record.Thread), nullptr, 16), child);
     }
     EXPECT_TRUE(found);
-    EXPECT_FALSE(std::filesystem::exists(world.Previous));
+    EXPECT_FALSE(std::filesystem::exists(machine.Previous));
 }
 
-/// The path may have any form that the platform knows, a drive of the settings among them.
 TEST(LogOnLinux, FindsTheNameOfThePreviousFileOnADrive)
 {
-    const LogWorld world;
-    const std::string folder = world.Folder.path().string();
+    const LogMachine machine;
+    const std::string folder = machine.Folder.path().string();
     const std::string devices =
-        "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\Session Manager\\DOS Devices]\r\n\"D:\"=\"" + folder +
-        "\"\r\n";
+        testkit::Section("HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\Session Manager\\DOS Devices",
+                         testkit::TextValue("D:", folder));
     for (const std::string& path : {"C:" + folder + "\\App.log", std::string("D:\\App.log")}) {
-        world.SetLog(path, "", devices);
-        support::WriteFile(world.Log, "old");
-        std::filesystem::remove(world.Previous);
-        RunAlone(world, [](const LogWorld&) { EXPECT_NE(CLog::GetInstance(), nullptr) << CLog::GetInitError(); });
-        EXPECT_EQ(support::ReadFile(world.Previous), "old") << path;
-        EXPECT_EQ(support::Texts(world.Log).size(), 4U) << path;
+        machine.SetLog(path, "", devices);
+        testkit::WriteFile(machine.Log, "old");
+        std::filesystem::remove(machine.Previous);
+        RunAlone(machine, [](const LogMachine&) { EXPECT_NE(CLog::GetInstance(), nullptr) << CLog::GetInitError(); });
+        EXPECT_EQ(testkit::ReadFile(machine.Previous), "old") << path;
+        EXPECT_EQ(testkit::Texts(machine.Log).size(), 4U) << path;
     }
 }
 

@@ -1,4 +1,4 @@
-// Message templates that the contract says nothing of: what a failure leaves behind, and where the list stands.
+// Message templates on Linux: failures, and the caller's argument list.
 #include "contract/expand.h"
 
 namespace {
@@ -6,7 +6,7 @@ namespace {
 using contract::Expanded;
 using contract::FromArray;
 
-/// Here a failure leaves the buffer alone.
+/// On Linux a failure leaves the buffer alone.
 Expanded Expand(DWORD flags, const std::string& text, DWORD size, va_list* arguments)
 {
     return contract::Expand(flags, text, size, arguments, true);
@@ -17,7 +17,7 @@ Expanded ExpandArray(const std::string& text, const std::vector<DWORD_PTR>& valu
     return contract::ExpandArray(text, values, 256, true);
 }
 
-TEST(MessagesOnLinux, EdgesOfTemplates)
+TEST(MessagesOnLinux, LimitsOfTemplates)
 {
     EXPECT_EQ((Expanded{"", ERROR_INSUFFICIENT_BUFFER}), Expand(FORMAT_MESSAGE_FROM_STRING, "abc", 3, nullptr));
     EXPECT_EQ((Expanded{"", ERROR_INSUFFICIENT_BUFFER}), Expand(FORMAT_MESSAGE_FROM_STRING, "abc", 0, nullptr));
@@ -28,7 +28,7 @@ TEST(MessagesOnLinux, EdgesOfTemplates)
     EXPECT_EQ((Expanded{"", ERROR_INSUFFICIENT_BUFFER}), ExpandArray("%1!2147483647d!", {1}));
 }
 
-TEST(MessagesOnLinux, TheCallersListStaysWhereItWas)
+TEST(MessagesOnLinux, CallersArgumentListIsNotAdvanced)
 {
     const auto twice = [](const char* text, ...) {
         va_list arguments;

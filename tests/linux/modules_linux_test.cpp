@@ -1,41 +1,40 @@
-// Modules as they come and go, and those without a file.
-#include "fail_allocation.h"
+// Modules on Linux: loaded and unloaded ones, and modules without a file.
 #include "modules/modules.h"
-#include "support.h"
 #include "tessmaru/version.h"
+#include "testkit/known_modules.h"
+#include "testkit/linux/failing_allocation.h"
+#include "testkit/loaded_module.h"
+#include "testkit/scratch_folder.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
-#include <dlfcn.h>
+#include <optional>
+
 #include <sys/auxv.h>
 
 namespace {
 
-using support::Narrow;
+using testkit::Narrow;
 
-/// A copy of the library, loaded by a relative path and unloaded with its holder.
+/// A copy of the library that was loaded by a relative path.
 class LoadedCopy {
 public:
     LoadedCopy()
     {
-        std::filesystem::copy_file(TESSMARU_LIBRARY_FILE, Path);
+        std::filesystem::copy_file(testkit::LibraryFile(), Path);
         const std::filesystem::path before = std::filesystem::current_path();
         std::filesystem::current_path(Folder.path());
-        Library = dlopen("./libCopy.so", RTLD_NOW | RTLD_LOCAL);
+        Library.emplace("./libCopy.so");
         std::filesystem::current_path(before);
-        EXPECT_NE(Library, nullptr) << dlerror();
-        Module = GetModuleHandleW(support::Wide("libCopy.so").c_str());
+        Module = GetModuleHandleW(testkit::Wide("libCopy.so").c_str());
     }
-    LoadedCopy(const LoadedCopy&) = delete;
-    LoadedCopy& operator=(const LoadedCopy&) = delete;
-    ~LoadedCopy() { dlclose(Library); }
-
-    const support::ScratchFolder Folder;
+    const testkit::ScratchFolder Folder;
     const std::string Path = std::filesystem::canonical(Folder.path()) / "libCopy.so";
     HMODULE Module = nullptr;
 
 private:
-    void* Library = nullptr;
+    std::optional<testkit::LoadedModule> Library;
 };
 
 HANDLE TakeSnapshot()
@@ -45,7 +44,7 @@ HANDLE TakeSnapshot()
     return snapshot;
 }
 
-/// The path of a module in a list, "" if it is not there. Closes the list.
+/// The path of a module in a list, or "". Closes the list.
 std::string PathIn(HANDLE snapshot, HMODULE module)
 {
     std::string path;
@@ -60,7 +59,7 @@ std::string PathIn(HANDLE snapshot, HMODULE module)
     return path;
 }
 
-TEST(ModulesOnLinux, AListIsOfOneMoment)
+TEST(ModulesOnLinux, ListShowsOneMoment)
 {
     const HANDLE earlier = TakeSnapshot();
     std::optional<LoadedCopy> copy(std::in_place);
@@ -75,7 +74,7 @@ TEST(ModulesOnLinux, AListIsOfOneMoment)
     EXPECT_EQ(PathIn(TakeSnapshot(), module), "");
 }
 
-TEST(ModulesOnLinux, AFileThatIsGoneKeepsItsName)
+TEST(ModulesOnLinux, RemovedFileKeepsItsName)
 {
     const LoadedCopy copy;
     utility::CVersionInfo version;
@@ -88,23 +87,23 @@ TEST(ModulesOnLinux, AFileThatIsGoneKeepsItsName)
     EXPECT_EQ(Narrow(path), copy.Path);
 }
 
-TEST(ModulesOnLinux, WhatTheKernelBringsAlongHasANameOnly)
+TEST(ModulesOnLinux, ModuleOfTheKernelHasANameOnly)
 {
     const auto page = reinterpret_cast<const void*>(getauxval(AT_SYSINFO_EHDR));
     const HMODULE module = layer::ModuleOf(page);
     if (module == nullptr)
-        GTEST_SKIP() << "this kernel brings nothing";
+        GTEST_SKIP() << "this kernel has no such module";
     const std::string name = PathIn(TakeSnapshot(), module);
     EXPECT_TRUE(name.starts_with("linux-")) << name;
     EXPECT_EQ(layer::ModulePath(module), name);
 }
 
-TEST(ModulesOnLinux, WithoutMemory)
+TEST(ModulesOnLinux, OutOfMemory)
 {
-    PathIn(TakeSnapshot(), nullptr);  // makes what stays
+    PathIn(TakeSnapshot(), nullptr);  // allocates what stays
     MODULEENTRY32W entry{};
     entry.dwSize = sizeof entry;
-    const int failures = support::FailEachAllocation([&entry] {
+    const int failures = testkit::FailEachAllocation([&entry] {
         const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, 0);
         bool whole = snapshot != INVALID_HANDLE_VALUE;
         if (whole) {

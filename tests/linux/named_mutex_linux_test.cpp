@@ -1,21 +1,25 @@
-// The shared page of a named mutex: its file, `fork`, strangers that write to it, and threads in a hurry.
-#include "child.h"
-#include "support.h"
+// Named mutexes on Linux: the file of the shared page, fork, foreign writes to the page, and many threads.
+#include "system.h"
 #include "tessmaru/structured_exception.h"
+#include "tessmaru/text.h"
+#include "testkit/environment_variable.h"
+#include "testkit/gate.h"
+#include "testkit/linux/child.h"
+#include "testkit/mapped_file.h"
+#include "testkit/test_machine.h"
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <random>
-#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <vector>
 
 using namespace utility::literals;
-using support::Child;
-using support::PipeGate;
+using testkit::Child;
+using testkit::Gate;
 
 namespace {
 
@@ -26,7 +30,7 @@ protected:
         return CreateMutexW(nullptr, owned, name);
     }
 
-    /// The file behind the only mutex of the test.
+    /// The file of the test's only mutex.
     std::string File() const
     {
         for (const auto& entry : std::filesystem::directory_iterator(Machine.Folder.path())) {
@@ -36,10 +40,10 @@ protected:
         return {};
     }
 
-    const support::Machine Machine;
+    const testkit::TestMachine Machine;
 };
 
-TEST_F(NamedMutexOnLinux, LeavesNoFileBehind)
+TEST_F(NamedMutexOnLinux, RemovesItsFile)
 {
     const HANDLE first = Create(TRUE);
     const HANDLE second = Create();
@@ -50,7 +54,7 @@ TEST_F(NamedMutexOnLinux, LeavesNoFileBehind)
     EXPECT_EQ(File(), "");
 }
 
-TEST_F(NamedMutexOnLinux, StaleHandleNeverStandsForALaterObject)
+TEST_F(NamedMutexOnLinux, StaleHandleIsNeverALaterObject)
 {
     const HANDLE mutex = Create();
     ASSERT_TRUE(CloseHandle(mutex));
@@ -69,8 +73,8 @@ TEST_F(NamedMutexOnLinux, StaleHandleNeverStandsForALaterObject)
 TEST_F(NamedMutexOnLinux, StoppedOwnerKeepsIt)
 {
     const HANDLE mutex = Create();
-    const PipeGate taken;
-    const PipeGate go;
+    const Gate taken(Machine.Folder / "taken");
+    const Gate go(Machine.Folder / "go");
     Child holder([&] {
         WaitForSingleObject(mutex, INFINITE);
         taken.Open();
@@ -82,19 +86,19 @@ TEST_F(NamedMutexOnLinux, StoppedOwnerKeepsIt)
     holder.Stop();
     EXPECT_EQ(WaitForSingleObject(mutex, 200), WAIT_TIMEOUT);
     go.Open();
-    holder.Signal(SIGCONT);
+    holder.Continue();
     EXPECT_EQ(WaitForSingleObject(mutex, INFINITE), WAIT_OBJECT_0);
     EXPECT_EQ(holder.Wait(), 0);
     CloseHandle(mutex);
 }
 
-TEST_F(NamedMutexOnLinux, ForkLeavesBothSidesAHandle)
+TEST_F(NamedMutexOnLinux, ForkLeavesBothProcessesAHandle)
 {
     const HANDLE mutex = Create(TRUE);
-    const PipeGate parentGone;
-    const PipeGate done;
+    const Gate parentGone(Machine.Folder / "parentGone");
+    const Gate done(Machine.Folder / "done");
     Child parent([&] {
-        // What the first process owns is not this one's, nor its child's.
+        // Neither this process nor its child owns the mutex of the first process.
         if (WaitForSingleObject(mutex, 0) != WAIT_TIMEOUT || ReleaseMutex(mutex))
             return 1;
         Child grandchild([&] {
@@ -114,11 +118,11 @@ TEST_F(NamedMutexOnLinux, ForkLeavesBothSidesAHandle)
     done.Pass();
 }
 
-TEST_F(NamedMutexOnLinux, ParentThatDiesIsMissedThoughItsChildLives)
+TEST_F(NamedMutexOnLinux, DeathOfAParentIsNoticedThoughItsChildRuns)
 {
     const HANDLE mutex = Create();
-    const PipeGate ready;
-    const PipeGate end;
+    const Gate ready(Machine.Folder / "ready");
+    const Gate end(Machine.Folder / "end");
     Child parent([&] {
         WaitForSingleObject(mutex, INFINITE);
         if (fork() == 0) {
@@ -136,7 +140,7 @@ TEST_F(NamedMutexOnLinux, ParentThatDiesIsMissedThoughItsChildLives)
     CloseHandle(mutex);
 }
 
-TEST_F(NamedMutexOnLinux, ForkWithAllDescriptorsUsed)
+TEST_F(NamedMutexOnLinux, ForkWithoutFreeDescriptors)
 {
     const HANDLE mutex = Create();
     Child child([&] {
@@ -156,14 +160,13 @@ TEST_F(NamedMutexOnLinux, ForkWithAllDescriptorsUsed)
 
 TEST_F(NamedMutexOnLinux, ExcludesWhileHoldersAreKilled)
 {
-    // Two halves that only a broken exclusion or a lost owner can leave unequal at a taking that counts as clean.
+    // `Inside` counts the owners. Only a broken exclusion or an unnoticed death leaves another value to the next owner.
     struct Shared {
         std::atomic<int> Inside;
         std::atomic<int> Rounds;
         std::atomic<int> Overlaps;
     };
-    auto* const shared =
-        static_cast<Shared*>(mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    const testkit::SharedValue<Shared> shared(Machine.Folder / "shared");
     const HANDLE mutex = Create();
     const auto work = [&] {
         const auto loop = [&] {
@@ -194,20 +197,18 @@ TEST_F(NamedMutexOnLinux, ExcludesWhileHoldersAreKilled)
     EXPECT_EQ(shared->Overlaps, 0);
     EXPECT_NE(WaitForSingleObject(mutex, INFINITE), WAIT_FAILED);
     CloseHandle(mutex);
-    munmap(shared, sizeof(Shared));
 }
 
-TEST_F(NamedMutexOnLinux, ThreadsOfSeveralProcessesNeverMeetAndNoneIsCalledDead)
+TEST_F(NamedMutexOnLinux, ExcludesThreadsOfSeveralProcessesAndReportsNoDeath)
 {
     struct Shared {
         std::atomic<int> Inside;
         std::atomic<int> Overlaps;
         std::atomic<int> Abandoned;
     };
-    auto* const shared =
-        static_cast<Shared*>(mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    const testkit::SharedValue<Shared> shared(Machine.Folder / "shared");
     const HANDLE mutex = Create();
-    // Waits that give up at once look hardest at who the owner is; the time inside lets others run into it.
+    // Waits of no length check the owner most often. The time inside makes the threads collide.
     const auto work = [&] {
         std::vector<std::thread> threads;
         for (const DWORD limit : {DWORD{0}, DWORD{0}, DWORD{1000}, INFINITE}) {
@@ -235,13 +236,12 @@ TEST_F(NamedMutexOnLinux, ThreadsOfSeveralProcessesNeverMeetAndNoneIsCalledDead)
     EXPECT_EQ(shared->Overlaps, 0);
     EXPECT_EQ(shared->Abandoned, 0);
     CloseHandle(mutex);
-    munmap(shared, sizeof(Shared));
 }
 
-TEST_F(NamedMutexOnLinux, SurvivesWhateverOthersWriteIntoItsFile)
+TEST_F(NamedMutexOnLinux, SurvivesForeignWritesToItsFile)
 {
-    const InstallSETranslator translator;  // gets no fault of what follows
-    const PipeGate written;
+    const InstallSETranslator translator;  // none of the faults here reaches it
+    const Gate written(Machine.Folder / "written");
     Child stranger([&] {
         written.Pass();
         return Create() == nullptr && GetLastError() == ERROR_INVALID_HANDLE ? 0 : 1;
@@ -267,18 +267,18 @@ TEST_F(NamedMutexOnLinux, SurvivesWhateverOthersWriteIntoItsFile)
             EXPECT_EQ(result, WAIT_TIMEOUT);
         }
     }
-    // Held by one who takes it, whatever is written meanwhile; then cut off and sound again.
+    // A file that was cut off works again, and excludes others also if it is cut off while it is owned.
     ASSERT_EQ(truncate(file.c_str(), 0), 0);
     EXPECT_EQ(WaitForSingleObject(mutex, 1000), WAIT_OBJECT_0);
     ASSERT_EQ(truncate(file.c_str(), 0), 0);
     std::thread([mutex] { EXPECT_EQ(WaitForSingleObject(mutex, 10), WAIT_TIMEOUT); }).join();
     EXPECT_TRUE(ReleaseMutex(mutex));
     written.Open();
-    EXPECT_EQ(stranger.Wait(), 0) << "a page whose name does not fit is refused";
+    EXPECT_EQ(stranger.Wait(), 0) << "a page with another name is refused";
     CloseHandle(mutex);
 }
 
-TEST_F(NamedMutexOnLinux, NamesHaveALimitAndOneSession)
+TEST_F(NamedMutexOnLinux, NamesHaveAMaximumLengthAndOneSession)
 {
     const HANDLE sessions[] = {Create(FALSE, u"Global\\App"_w), Create(FALSE, u"Local\\App"_w)};
     EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
@@ -290,7 +290,7 @@ TEST_F(NamedMutexOnLinux, NamesHaveALimitAndOneSession)
     EXPECT_EQ(GetLastError(), ERROR_FILENAME_EXCED_RANGE);
 }
 
-TEST_F(NamedMutexOnLinux, WhatIsNotItsFileIsRefused)
+TEST_F(NamedMutexOnLinux, LinksAndPipesAreRefused)
 {
     const HANDLE mutex = Create();
     const std::string file = File();
@@ -302,7 +302,7 @@ TEST_F(NamedMutexOnLinux, WhatIsNotItsFileIsRefused)
     ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
     EXPECT_EQ(Create(), nullptr);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
-    const support::Variable nowhere("VELTRIX_RUNTIME", Machine.Folder / "missing");
+    const testkit::EnvironmentVariable nowhere("VELTRIX_RUNTIME", (Machine.Folder / "missing").string());
     EXPECT_EQ(Create(), nullptr);
     EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
 }

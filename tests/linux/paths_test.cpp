@@ -1,25 +1,26 @@
-// Paths in the platform's form on the file system.
+// Translation of platform paths to paths of the file system.
 #include "files/paths.h"
-#include "support.h"
+#include "testkit/test_machine.h"
+#include "testkit/text.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
 
 using namespace utility::literals;
-using support::Wide;
+using testkit::Wide;
 
 namespace {
 
 const std::string Devices =
     "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\Session Manager\\DOS Devices]\r\n";
 
-TEST(Paths, PlatformFormsStandForPlacesHere)
+TEST(Paths, TranslateEveryForm)
 {
-    const support::Machine machine;
-    machine.SetRegistry(Devices +
-                        "\"D:\"=\"/srv/data/\"\r\n\"E:\"=\"\\\\mnt\\\\e\"\r\n\"G:\"=\"relative\"\r\n"
-                        "\"H:\"=\"\"\r\n\"I:\"=dword:00000001\r\n");
+    const testkit::TestMachine machine;
+    machine.Settings.Set(Devices +
+                         "\"D:\"=\"/srv/data/\"\r\n\"E:\"=\"\\\\mnt\\\\e\"\r\n\"G:\"=\"relative\"\r\n"
+                         "\"H:\"=\"\"\r\n\"I:\"=dword:00000001\r\n");
     const struct {
         const unsigned short* Path;
         DWORD Error;
@@ -53,13 +54,13 @@ TEST(Paths, PlatformFormsStandForPlacesHere)
     };
     for (const auto& row : rows) {
         std::string translated;
-        const std::string shown = row.Path == nullptr ? "null" : support::Narrow(row.Path);
+        const std::string shown = row.Path == nullptr ? "null" : testkit::Narrow(row.Path);
         EXPECT_EQ(layer::TranslatePath(row.Path, translated), row.Error) << shown;
         EXPECT_EQ(translated, row.Translated) << shown;
     }
 }
 
-TEST(Paths, WhatCannotBeANameIsTold)
+TEST(Paths, InvalidNamesAreRefused)
 {
     for (const utility::wstring& half : {utility::wstring{'/', 0xD800, 'x'}, {'/', 0xDC00}, {'/', 0xD800}}) {
         std::string translated = "as it was";
@@ -76,17 +77,17 @@ TEST(Paths, WhatCannotBeANameIsTold)
     EXPECT_EQ(codeOf(PATH_MAX / 3 + 1, 0x4E2D), ERROR_FILENAME_EXCED_RANGE);
 }
 
-TEST(Paths, StoreThatCannotBeReadMapsNoDriveElsewhere)
+TEST(Paths, DrivesNeedAReadableStore)
 {
-    const support::Machine machine;
+    const testkit::TestMachine machine;
     std::string translated;
     EXPECT_EQ(layer::TranslatePath(u"C:\\x"_w, translated), 0U) << "there is no store";
     EXPECT_EQ(translated, "/x");
-    machine.SetRegistry(Devices + "\"C:\"=\"/srv/c\"\r\n");
+    machine.Settings.Set(Devices + "\"C:\"=\"/srv/c\"\r\n");
     EXPECT_EQ(layer::TranslatePath(u"C:\\x"_w, translated), 0U);
     EXPECT_EQ(translated, "/srv/c/x");
-    std::filesystem::remove(machine.Store);
-    std::filesystem::create_directory(machine.Store);
+    std::filesystem::remove(machine.Settings.location());
+    std::filesystem::create_directory(machine.Settings.location());
     EXPECT_EQ(layer::TranslatePath(u"C:\\x"_w, translated), ERROR_ACCESS_DENIED);
     EXPECT_EQ(translated, "/srv/c/x");
 }

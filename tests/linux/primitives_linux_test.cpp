@@ -1,7 +1,9 @@
-// The primitives where memory runs out, and across a fork.
-#include "child.h"
-#include "fail_allocation.h"
+// The primitives on Linux: across a fork, and out of memory.
 #include "tessmaru/primitives.h"
+#include "testkit/gate.h"
+#include "testkit/linux/child.h"
+#include "testkit/linux/failing_allocation.h"
+#include "testkit/scratch_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +15,7 @@ using utility::CSecurityDescriptor;
 
 namespace {
 
-TEST(PrimitivesOnLinux, StrayUnlockFreesNobodysLock)
+TEST(PrimitivesOnLinux, UnlockWithoutALockChangesNothing)
 {
     CCriticalSection section;
     section.Unlock();
@@ -32,11 +34,12 @@ TEST(PrimitivesOnLinux, StrayUnlockFreesNobodysLock)
     EXPECT_TRUE(inside);
 }
 
-TEST(PrimitivesOnLinux, ChildOfAForkFindsItFree)
+TEST(PrimitivesOnLinux, SectionIsFreeInAForkedChild)
 {
     CCriticalSection section;
-    const support::PipeGate held;
-    const support::PipeGate end;
+    const testkit::ScratchFolder folder;
+    const testkit::Gate held(folder / "held");
+    const testkit::Gate end(folder / "end");
     std::thread holder([&] {
         section.Lock();
         held.Open();
@@ -44,18 +47,18 @@ TEST(PrimitivesOnLinux, ChildOfAForkFindsItFree)
         section.Unlock();
     });
     held.Pass();
-    support::Child child([&] { return section.Lock() | section.Unlock(); });
+    testkit::Child child([&] { return section.Lock() | section.Unlock(); });
     EXPECT_EQ(child.Wait(), 0);
     end.Open();
     holder.join();
 }
 
-TEST(PrimitivesOnLinux, DescriptorLeavesNothingWithoutMemory)
+TEST(PrimitivesOnLinux, DescriptorLeaksNothingWhenOutOfMemory)
 {
     int failed = 0;
     for (int n = 1;; ++n) {
-        const int before = support::LiveBlocks();
-        support::FailAllocation(n);
+        const int before = testkit::LiveBlocks();
+        testkit::FailAllocation(n);
         bool made = true;
         LONG code = 0;
         try {
@@ -64,8 +67,8 @@ TEST(PrimitivesOnLinux, DescriptorLeavesNothingWithoutMemory)
             made = false;
             code = failure.Error();
         }
-        support::FailAllocation(0);
-        EXPECT_EQ(support::LiveBlocks(), before);
+        testkit::FailAllocation(0);
+        EXPECT_EQ(testkit::LiveBlocks(), before);
         if (made)
             break;
         ++failed;
@@ -74,9 +77,9 @@ TEST(PrimitivesOnLinux, DescriptorLeavesNothingWithoutMemory)
     EXPECT_GE(failed, 5);
 }
 
-TEST(PrimitivesOnLinux, DescriptorIsReleasedOnceHoweverManyCopiesThereAre)
+TEST(PrimitivesOnLinux, DescriptorWithCopiesIsReleasedOnce)
 {
-    const int before = support::LiveBlocks();
+    const int before = testkit::LiveBlocks();
     {
         CSecurityDescriptor object;
         CSecurityDescriptor copy(object);
@@ -84,7 +87,7 @@ TEST(PrimitivesOnLinux, DescriptorIsReleasedOnceHoweverManyCopiesThereAre)
         assigned = copy;
         copy.getNewDacl() = nullptr;
     }
-    EXPECT_EQ(support::LiveBlocks(), before);
+    EXPECT_EQ(testkit::LiveBlocks(), before);
 }
 
 }  // namespace

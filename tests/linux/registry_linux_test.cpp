@@ -1,8 +1,14 @@
-// The settings store: what its file says, and when the calls that read it see it.
-#include "fail_allocation.h"
+// The settings store on Linux: the content of its file, and the time of its reads.
 #include "store/export_file.h"
 #include "store/registry.h"
-#include "support.h"
+#include "testkit/environment_variable.h"
+#include "testkit/file_content.h"
+#include "testkit/linux/failing_allocation.h"
+#include "testkit/linux/without_descriptors.h"
+#include "testkit/settings_text.h"
+#include "testkit/test_machine.h"
+#include "testkit/text.h"
+#include "testkit/utf16.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +17,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -20,19 +25,17 @@
 using namespace utility::literals;
 using layer::RegistrySnapshot;
 using layer::TextView;
-using support::Wide;
+using testkit::Wide;
 
 namespace {
 
-const std::string Header(support::RegistryHeader);
+const std::string Header(testkit::ExportHeading);
 const std::string Key = "[HKEY_LOCAL_MACHINE\\Suite\\Log]\r\n";
 
-std::string Utf16(std::string_view ascii)
+/// A file in UTF-16 with a byte-order mark.
+std::string Utf16(std::string_view text)
 {
-    std::string bytes = "\xFF\xFE";
-    for (const char letter : ascii)
-        bytes += {letter, '\0'};
-    return bytes;
+    return "\xFF\xFE" + testkit::EncodeUtf16(text);
 }
 
 struct Parsed {
@@ -43,7 +46,7 @@ struct Parsed {
         return Store.FindKey(Store.PathOf(*RegistrySnapshot::FindHive(hive)), path);
     }
 
-    /// A value as "type:text" or "type: bytes"; else "none" or "no key".
+    /// A value as "type:text" or "type: bytes"; otherwise "none" or "no key".
     std::string Show(std::string_view path, std::string_view name) const
     {
         const auto key = Find(Wide(path));
@@ -57,7 +60,7 @@ struct Parsed {
             utility::wstring text(value->Data.size() / sizeof(WCHAR), 0);
             std::memcpy(text.data(), value->Data.data(), value->Data.size());
             EXPECT_EQ(text.back(), 0);
-            return shown + support::Narrow(TextView(text).substr(0, text.size() - 1));
+            return shown + testkit::Narrow(TextView(text).substr(0, text.size() - 1));
         }
         for (const BYTE byte : value->Data)
             shown += " " + std::to_string(byte);
@@ -77,9 +80,9 @@ struct Parsed {
 };
 
 struct Line {
-    std::string Body;     // stands behind the key's line, which is the third
+    std::string Body;     // after the line of the key, which is the third
     std::string Value;    // of "v"
-    std::string Dropped;  // numbers of the lines that are left out
+    std::string Dropped;  // numbers of the dropped lines
 };
 
 void CheckInEveryForm(const Line& line, std::string_view path = "Suite\\Log")
@@ -98,7 +101,7 @@ void CheckInEveryForm(const Line& line, std::string_view path = "Suite\\Log")
     EXPECT_EQ(Parsed(lineFeeds).Show(path, "v"), value) << line.Body;
 }
 
-TEST(RegistryFile, SoundLines)
+TEST(RegistryFile, ValidLines)
 {
     const Line lines[] = {
         {"\"v\"=\"text\"", "1:text", ""},
@@ -132,7 +135,7 @@ TEST(RegistryFile, SoundLines)
     CheckInEveryForm({"[HKEY_LOCAL_MACHINE\\a]b] ]\r\n\"v\"=\"brackets\"", "1:brackets", ""}, "a]b] ");
 }
 
-TEST(RegistryFile, BrokenLinesGoAndTheOthersStay)
+TEST(RegistryFile, MalformedLinesAreDropped)
 {
     const std::string sound = "\"v\"=\"sound\"\r\n";
     const Line lines[] = {
@@ -152,11 +155,11 @@ TEST(RegistryFile, BrokenLinesGoAndTheOthersStay)
         {sound + "\"v\"=hex(123456789):01", "1:sound", "5"},
         {sound + "\"v\"=octal:01", "1:sound", "5"},
         {sound + "nonsense\r\n=\r\n]", "1:sound", "5 6 7"},
-        // The list breaks off, and the line that it was to go on in counts by itself.
+        // The list ends early. The line that should continue it is a line of its own.
         {"\"u\"=hex:01,\\\r\n\"v\"=\"next\"", "1:next", "4"},
         {"\"u\"=hex:01,\\\r\n" + Key + "\"v\"=\"next\"", "1:next", "4"},
         {"\"u\"=\"no end\r\n\"v\"=\"next\"", "1:next", "4"},
-        // Nobody knows whose values stand behind a broken key.
+        // Values after a malformed key belong to no known key.
         {"[HKEY_LOCAL_MACHINE\\Other\r\n\"v\"=\"whose?\"", "none", "4 5"},
         {"[HKEY_LOCAL_MACHINE\\Other] x\r\n\"v\"=\"whose?\"", "none", "4 5"},
         {"[HKEY_LOCAL_MACHINE\\\\Other]\r\n\"v\"=\"whose?\"", "none", "4 5"},
@@ -164,7 +167,7 @@ TEST(RegistryFile, BrokenLinesGoAndTheOthersStay)
         {"[]\r\n[-HKEY_LOCAL_MACHINE\\Other]\r\n\"v\"=\"whose?\"", "none", "4 6"},
         {sound + "\"v\"=\"\xFF\"\r\n\"u\"=\"\xED\xA0\x80\"\r\n\"u\"=\"\xF0\x90\x80\xFF\r\n\"", "1:sound", "5 6 7"},
         {"[HKEY_LOCAL_MACHINE\\\xC3]\r\n\"v\"=\"whose?\"", "none", "4 5"},
-        {sound + "\"u\"=\"unclosed\r\n@=-\r\n" + Key + "\"w\"=\"behind\"", "1:sound", "5"},
+        {sound + "\"u\"=\"unclosed\r\n@=-\r\n" + Key + "\"w\"=\"after\"", "1:sound", "5"},
         {sound + "\"u\"=\"unclosed\r\n[-hkey_Local_machine\\Suite\\Log]\r\n" + Key + "\"v\"=\"new\"", "1:new", "5"},
         {sound + "\"v\"=\"never closed\r\n", "1:sound", "5"},
     };
@@ -187,7 +190,7 @@ TEST(RegistryFile, NamesCompareWithoutCase)
         EXPECT_TRUE(parsed.Store.FindValue(*key, u"\U0001D11E"_w));
         EXPECT_FALSE(parsed.Store.FindValue(*key, u"\u00c4"_w));
     }
-    EXPECT_TRUE(parsed.Find(u"Suite"_w)) << "a key above a key is there too";
+    EXPECT_TRUE(parsed.Find(u"Suite"_w)) << "the key above a key exists too";
     EXPECT_FALSE(parsed.Find(u"Suite\\"_w));
     EXPECT_FALSE(parsed.Find(u"Suite"_w, HKEY_USERS));
     EXPECT_TRUE(parsed.Find({}, HKEY_USERS));
@@ -199,7 +202,7 @@ TEST(RegistryFile, CutAnywhereGivesWholeValuesOnly)
         const char* Name;
         std::string Line;
         std::string Whole;
-        bool MayLoseDigits;  // at the very end of the file nothing tells a number that is cut from a short one
+        bool MayLoseDigits;  // a number at the end of the file may be short
     };
     const Part parts[] = {
         {"path", "\"path\"=\"\\\\var\\\\log\\\\\\\"a\\\".log\"\r\n", "1:\\var\\log\\\"a\".log", false},
@@ -229,7 +232,7 @@ TEST(RegistryFile, CutAnywhereGivesWholeValuesOnly)
 
 class RegistryStore : public testing::Test {
 protected:
-    void SetText(const std::string& text) const { Machine.SetRegistry(Key + "\"v\"=\"" + text + "\"\r\n"); }
+    void SetText(const std::string& text) const { Machine.Settings.Set(Key + "\"v\"=\"" + text + "\"\r\n"); }
 
     static HKEY Open(const unsigned short* path = u"Suite\\Log"_w, HKEY parent = HKEY_LOCAL_MACHINE)
     {
@@ -245,9 +248,9 @@ protected:
         WCHAR text[64]{};
         DWORD bytes = sizeof text;
         Result = RegQueryValueExW(key, u"v"_w, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &bytes);
-        return Result == 0 ? std::optional(support::Narrow(text)) : std::nullopt;
+        return Result == 0 ? std::optional(testkit::Narrow(text)) : std::nullopt;
     }
-    static std::optional<std::string> ReadAnew()
+    static std::optional<std::string> ReadAgain()
     {
         const HKEY key = Open();
         if (key == nullptr)
@@ -257,7 +260,7 @@ protected:
         return text;
     }
 
-    const support::Machine Machine;
+    const testkit::TestMachine Machine;
     static thread_local LSTATUS Result;
 };
 
@@ -276,58 +279,46 @@ TEST_F(RegistryStore, OpenKeyKeepsItsStateOfTheStore)
     DWORD bytes = sizeof(WCHAR);
     EXPECT_EQ(RegQueryValueExW(below, u"v"_w, nullptr, nullptr, reinterpret_cast<BYTE*>(kept), &bytes),
               LSTATUS{ERROR_MORE_DATA});
-    EXPECT_EQ(kept[0], '?') << "a buffer that is too small stays as it was";
+    EXPECT_EQ(kept[0], '?') << "a buffer that is too small is left alone";
     for (const HKEY key : {fresh, below, above})
         EXPECT_EQ(RegCloseKey(key), 0);
 
-    Machine.SetRegistry("[HKEY_USERS]\r\n\"v\"=\"of a hive\"\r\n");
+    Machine.Settings.Set("[HKEY_USERS]\r\n\"v\"=\"of a hive\"\r\n");
     EXPECT_EQ(Read(HKEY_USERS), "of a hive");
-    Machine.SetRegistry("[HKEY_USERS]\r\n\"v\"=\"anew\"\r\n");
-    EXPECT_EQ(Read(HKEY_USERS), "anew") << "but a hive is opened at each reading";
+    Machine.Settings.Set("[HKEY_USERS]\r\n\"v\"=\"changed\"\r\n");
+    EXPECT_EQ(Read(HKEY_USERS), "changed") << "a hive is opened at each read";
 }
 
-TEST_F(RegistryStore, ChangeShowsAtTheNextOpening)
+TEST_F(RegistryStore, ChangeIsReadAfterTheNextOpening)
 {
     for (int i = 0; i < 50; ++i) {
         const std::string text = std::to_string(100 + i);
         if (i % 2 == 0)
             SetText(text);
-        else  // in place, of the same size, within one tick of the file's times
-            support::WriteFile(Machine.Store, Header + Key + "\"v\"=\"" + text + "\"\r\n");
-        EXPECT_EQ(ReadAnew(), text);
-        EXPECT_EQ(ReadAnew(), text);
+        else  // in place, with the same size, within one tick of the file's times
+            testkit::WriteFile(Machine.Settings.location(), Header + Key + "\"v\"=\"" + text + "\"\r\n");
+        EXPECT_EQ(ReadAgain(), text);
+        EXPECT_EQ(ReadAgain(), text);
     }
 }
 
 TEST_F(RegistryStore, SettledStoreIsNotReadAgain)
 {
     SetText("kept");
-    usleep(50'000);  // until the file's times are no longer those of now
-    EXPECT_EQ(ReadAnew(), "kept");
-    struct rlimit before {};
-    getrlimit(RLIMIT_NOFILE, &before);
-    const struct rlimit none {
-        0, before.rlim_max
-    };
-    setrlimit(RLIMIT_NOFILE, &none);
-    const auto text = ReadAnew();
-    setrlimit(RLIMIT_NOFILE, &before);
-    EXPECT_EQ(text, "kept");
+    usleep(50'000);  // until the file's times are in the past
+    EXPECT_EQ(ReadAgain(), "kept");
+    EXPECT_EQ(testkit::WithoutDescriptors(ReadAgain), "kept");
 
     const HKEY key = Open();
     SetText("changed");
-    setrlimit(RLIMIT_NOFILE, &none);
-    const auto changed = ReadAnew();
-    const LSTATUS result = Result;
-    setrlimit(RLIMIT_NOFILE, &before);
-    EXPECT_EQ(changed, std::nullopt);
-    EXPECT_EQ(result, LSTATUS{ERROR_TOO_MANY_OPEN_FILES});
-    EXPECT_EQ(Read(key), "kept") << "a failed reading leaves open keys alone";
-    EXPECT_EQ(ReadAnew(), "changed");
+    EXPECT_EQ(testkit::WithoutDescriptors(ReadAgain), std::nullopt);
+    EXPECT_EQ(Result, LSTATUS{ERROR_TOO_MANY_OPEN_FILES});
+    EXPECT_EQ(Read(key), "kept") << "a failed read leaves open keys alone";
+    EXPECT_EQ(ReadAgain(), "changed");
     RegCloseKey(key);
 }
 
-TEST_F(RegistryStore, StoreThatCannotBeReadSaysWhy)
+TEST_F(RegistryStore, UnreadableStoreReportsItsReason)
 {
     const auto codeOf = [](const unsigned short* path) {
         Open(path);
@@ -337,35 +328,35 @@ TEST_F(RegistryStore, StoreThatCannotBeReadSaysWhy)
     SetText("x");
     EXPECT_EQ(codeOf(u"Missing"_w), ERROR_FILE_NOT_FOUND);
     {
-        const support::Variable below("VELTRIX_REGISTRY", Machine.Store + "/registry.reg");
+        const testkit::EnvironmentVariable below("VELTRIX_REGISTRY", Machine.Settings.location() + "/registry.reg");
         EXPECT_EQ(codeOf(u"Suite"_w), ERROR_FILE_NOT_FOUND);
-        const support::Variable folder("VELTRIX_REGISTRY", Machine.Folder.path().string());
+        const testkit::EnvironmentVariable folder("VELTRIX_REGISTRY", Machine.Folder.path().string());
         EXPECT_EQ(codeOf(u"Suite"_w), ERROR_ACCESS_DENIED);
     }
-    ASSERT_EQ(truncate(Machine.Store.c_str(), off_t{300} << 20), 0);
+    ASSERT_EQ(truncate(Machine.Settings.location().c_str(), off_t{300} << 20), 0);
     EXPECT_EQ(codeOf(u"Suite"_w), ERROR_NOT_SUPPORTED);
-    std::filesystem::remove(Machine.Store);
-    ASSERT_EQ(mkfifo(Machine.Store.c_str(), 0600), 0);
-    EXPECT_EQ(codeOf(u"Suite"_w), ERROR_ACCESS_DENIED) << "and nobody waits for a writer";
+    std::filesystem::remove(Machine.Settings.location());
+    ASSERT_EQ(mkfifo(Machine.Settings.location().c_str(), 0600), 0);
+    EXPECT_EQ(codeOf(u"Suite"_w), ERROR_ACCESS_DENIED) << "without waiting for a writer";
 }
 
-TEST_F(RegistryStore, SaysWhichLinesWereLeftOut)
+TEST_F(RegistryStore, ReportsDroppedLines)
 {
     std::string noise = Key + "\"v\"=dword:x\r\n";
     for (int i = 0; i < 100; ++i)
         noise += "noise\n";
-    Machine.SetRegistry(noise);
-    const support::Variable debug("VELTRIX_DEBUG_OUTPUT", "1");
+    Machine.Settings.Set(noise);
+    const testkit::EnvironmentVariable debug("VELTRIX_DEBUG_OUTPUT", "1");
     testing::internal::CaptureStderr();
     RegCloseKey(Open());
-    const std::string said = testing::internal::GetCapturedStderr();
-    const std::string start = "tessmarU: " + Machine.Store + ": ";
-    EXPECT_TRUE(said.starts_with(start + "line 4 ignored: the number does not have one to eight digits\n")) << said;
-    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 21);
-    EXPECT_TRUE(said.ends_with(start + "81 more lines ignored\n")) << said;
+    const std::string output = testing::internal::GetCapturedStderr();
+    const std::string start = "tessmarU: " + Machine.Settings.location() + ": ";
+    EXPECT_TRUE(output.starts_with(start + "line 4 ignored: the number does not have one to eight digits\n")) << output;
+    EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 21);
+    EXPECT_TRUE(output.ends_with(start + "81 more lines ignored\n")) << output;
 }
 
-TEST_F(RegistryStore, ReadersNeverSeeHalfOfAReplacedStore)
+TEST_F(RegistryStore, ReadersNeverMixTwoStatesOfTheStore)
 {
     const auto fill = [](int i) { return std::string(20, static_cast<char>('a' + i % 26)); };
     SetText(fill(0));
@@ -375,7 +366,7 @@ TEST_F(RegistryStore, ReadersNeverSeeHalfOfAReplacedStore)
     for (int i = 0; i < 3; ++i) {
         readers.emplace_back([&] {
             while (!end) {
-                const auto text = ReadAnew();
+                const auto text = ReadAgain();
                 EXPECT_TRUE(text) << Result;
                 EXPECT_EQ(*text, std::string(20, (*text)[0]));
                 ++reads;
@@ -389,17 +380,17 @@ TEST_F(RegistryStore, ReadersNeverSeeHalfOfAReplacedStore)
         reader.join();
 }
 
-TEST_F(RegistryStore, MemoryThatRunsOutIsToldAndForgotten)
+TEST_F(RegistryStore, OutOfMemoryIsReportedAndTheNextReadWorks)
 {
     int failed = 0;
     for (int n = 1;; ++n) {
         SetText("round " + std::to_string(n));
-        const int before = support::LiveBlocks();
-        support::FailAllocation(n);
+        const int before = testkit::LiveBlocks();
+        testkit::FailAllocation(n);
         HKEY key = nullptr;
         const LSTATUS opened = RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"Suite\\Log"_w, 0, KEY_READ, &key);
-        const bool reached = support::AllocationFailed();
-        support::FailAllocation(0);
+        const bool reached = testkit::AllocationFailed();
+        testkit::FailAllocation(0);
         if (!reached) {
             RegCloseKey(key);
             break;
@@ -407,24 +398,24 @@ TEST_F(RegistryStore, MemoryThatRunsOutIsToldAndForgotten)
         ++failed;
         EXPECT_EQ(opened, LSTATUS{ERROR_OUTOFMEMORY}) << n;
         EXPECT_EQ(key, nullptr);
-        // What stays is at most a store that was read whole and took the place of an earlier one.
-        EXPECT_LE(support::LiveBlocks(), before + 8);
-        EXPECT_EQ(ReadAnew(), "round " + std::to_string(n));
+        // At most a store that was read whole stays, in place of an earlier one.
+        EXPECT_LE(testkit::LiveBlocks(), before + 8);
+        EXPECT_EQ(ReadAgain(), "round " + std::to_string(n));
     }
     EXPECT_GT(failed, 10);
-    ReadAnew();
-    const int settled = support::LiveBlocks();
+    ReadAgain();
+    const int settled = testkit::LiveBlocks();
     for (int i = 0; i < 20; ++i) {
         SetText("x");
-        ReadAnew();
+        ReadAgain();
     }
-    EXPECT_EQ(support::LiveBlocks(), settled);
+    EXPECT_EQ(testkit::LiveBlocks(), settled);
 }
 
 TEST_F(RegistryStore, TextForTheLayerIsReadWholeOrNotAtAll)
 {
-    Machine.SetRegistry(Key +
-                        "\"v\"=\"text\"\r\n\"odd\"=hex:61,00,62\r\n\"zero\"=hex:61,00,00,00,62,00\r\n\"e\"=hex:\r\n");
+    Machine.Settings.Set(Key +
+                         "\"v\"=\"text\"\r\n\"odd\"=hex:61,00,62\r\n\"zero\"=hex:61,00,00,00,62,00\r\n\"e\"=hex:\r\n");
     const struct {
         const unsigned short* Name;
         const char* Text;
@@ -438,7 +429,7 @@ TEST_F(RegistryStore, TextForTheLayerIsReadWholeOrNotAtAll)
         utility::wstring text = Wide("as it was");
         LSTATUS result = -1;
         EXPECT_EQ(layer::ReadStoreText(HKEY_LOCAL_MACHINE, u"Suite\\Log"_w, row.Name, text, &result), row.Error == 0);
-        EXPECT_EQ(support::Narrow(text), row.Text);
+        EXPECT_EQ(testkit::Narrow(text), row.Text);
         EXPECT_EQ(static_cast<DWORD>(result), row.Error);
     }
 }

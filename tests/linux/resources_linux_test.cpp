@@ -1,24 +1,26 @@
-// Rows and resources of modules: the program's own, and files made here, malformed ones among them.
+// Resources on Linux: rows and message tables of the program, and of files that are built here, also malformed ones.
 #include "library.h"
 #include "messages/message_table.h"
 #include "modules/modules.h"
-#include "resource_bytes.h"
 #include "resources/module_resources.h"
-#include "support.h"
+#include "testkit/bytes.h"
+#include "testkit/exact_copy.h"
+#include "testkit/resource_builder.h"
+#include "testkit/text.h"
+#include "testkit/utf16.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
 #include <map>
-#include <memory>
 #include <vector>
 
 namespace {
 
-using support::Half;
-using support::Narrow;
-using support::ResourceFile;
-using support::Units;
-using support::Word;
+using testkit::EncodeUtf16;
+using testkit::Half;
+using testkit::Narrow;
+using testkit::ResourceBuilder;
+using testkit::Word;
 
 constexpr unsigned short Guard = 0xBEEF;
 
@@ -26,13 +28,13 @@ std::string StringBlock(std::map<unsigned, std::string> rows)
 {
     std::string data;
     for (unsigned row = 0; row < 16; ++row)
-        data += Half(rows[row].size()) + Units(rows[row]);
+        data += Half(rows[row].size()) + EncodeUtf16(rows[row]);
     return data;
 }
 
-void AddStrings(ResourceFile& file, unsigned block, unsigned language, const std::map<unsigned, std::string>& rows)
+void AddStrings(ResourceBuilder& file, unsigned block, unsigned language, const std::map<unsigned, std::string>& rows)
 {
-    file.Add(ResourceFile::Number(6), ResourceFile::Number(block), language, StringBlock(rows));
+    file.Add(ResourceBuilder::Number(6), ResourceBuilder::Number(block), language, StringBlock(rows));
 }
 
 layer::Bytes View(const std::string& content)
@@ -57,7 +59,7 @@ std::string Data(const std::string& file, WORD type, WORD name)
 
 TEST(Resources, RowsByBlock)
 {
-    ResourceFile file;
+    ResourceBuilder file;
     AddStrings(file, 1, 0x409, {{0, "row 0"}, {15, "row 15"}});
     AddStrings(file, 17, 0x409, {{0, "row 256"}, {5, "row 261"}});
     AddStrings(file, 4096, 0x409, {{15, "row 65535"}});
@@ -72,59 +74,57 @@ TEST(Resources, RowsByBlock)
 
 TEST(Resources, LanguagesAndNames)
 {
-    ResourceFile file;
-    file.Add(ResourceFile::Number(10), ResourceFile::Number(1), 0x407, "German");
-    file.Add(ResourceFile::Number(10), ResourceFile::Name("odd"), 0x409, "named");
-    file.Add(ResourceFile::Name("KIND"), ResourceFile::Number(1), 0x409, "of a kind");
-    file.Add(ResourceFile::Number(10), ResourceFile::Number(2), 0x40C, "French");
+    ResourceBuilder file;
+    file.Add(ResourceBuilder::Number(10), ResourceBuilder::Number(1), 0x407, "German");
+    file.Add(ResourceBuilder::Number(10), ResourceBuilder::Name("odd"), 0x409, "named");
+    file.Add(ResourceBuilder::Name("KIND"), ResourceBuilder::Number(1), 0x409, "of a kind");
+    file.Add(ResourceBuilder::Number(10), ResourceBuilder::Number(2), 0x40C, "French");
     EXPECT_EQ("German", Data(file.Content, 10, 1));
     EXPECT_EQ("French", Data(file.Content, 10, 2));
     EXPECT_EQ("none", Data(file.Content, 10, 3));
-    file.Add(ResourceFile::Number(10), ResourceFile::Number(1), 0, "neutral");
+    file.Add(ResourceBuilder::Number(10), ResourceBuilder::Number(1), 0, "neutral");
     EXPECT_EQ("neutral", Data(file.Content, 10, 1));
-    file.Add(ResourceFile::Number(10), ResourceFile::Number(1), 0x409, "English");
+    file.Add(ResourceBuilder::Number(10), ResourceBuilder::Number(1), 0x409, "English");
     EXPECT_EQ("English", Data(file.Content, 10, 1));
-    // Two files behind each other are one.
-    EXPECT_EQ("French", Data(ResourceFile().Content + file.Content, 10, 2));
+    // Two concatenated files are one.
+    EXPECT_EQ("French", Data(ResourceBuilder().Content + file.Content, 10, 2));
 }
 
-TEST(Resources, AFileMayEndAnywhere)
+TEST(Resources, FileCutAnywhere)
 {
-    ResourceFile file;
-    file.Add(ResourceFile::Name("A"), ResourceFile::Name("BC"), 0x407, "1234567");
+    ResourceBuilder file;
+    file.Add(ResourceBuilder::Name("A"), ResourceBuilder::Name("BC"), 0x407, "1234567");
     AddStrings(file, 1, 0x407, {{2, "before"}, {3, "second"}});
     ASSERT_EQ("second", Row(file.Content, 3));
     for (std::size_t length = 0; length < file.Content.size(); ++length) {
-        // On the heap at its exact size, so that tools see every byte that is read beyond it.
-        const std::unique_ptr<char[]> bytes(new char[length]);
-        std::memcpy(bytes.get(), file.Content.data(), length);
-        const layer::Bytes view = std::as_bytes(std::span(bytes.get(), length));
+        const testkit::ExactCopy<std::byte> bytes(file.Content.data(), length);
+        const layer::Bytes view = bytes.view();
         EXPECT_TRUE(layer::FindString(view, 3).empty()) << length;
         EXPECT_FALSE(layer::FindResource(view, 6, 1)) << length;
     }
 }
 
-TEST(Resources, LengthsThatLie)
+TEST(Resources, WrongLengths)
 {
-    ResourceFile file;
+    ResourceBuilder file;
     const std::size_t entry = file.Content.size();
     AddStrings(file, 1, 0x409, {{0, "before"}, {1, "second"}});
-    const std::uint32_t lies[] = {0, 4, 7, 12, 20, 27, 0x7FFFFFFC, 0xFFFFFFFC, 0xFFFFFFFF};
-    for (const std::uint32_t lie : lies) {
+    const std::uint32_t lengths[] = {0, 4, 7, 12, 20, 27, 0x7FFFFFFC, 0xFFFFFFFC, 0xFFFFFFFF};
+    for (const std::uint32_t length : lengths) {
         std::string header = file.Content;
-        header.replace(entry + 4, 4, Word(lie));
-        EXPECT_EQ("", Row(header, 1)) << lie;
+        header.replace(entry + 4, 4, Word(length));
+        EXPECT_EQ("", Row(header, 1)) << length;
         std::string data = file.Content;
-        data.replace(entry, 4, Word(lie));
-        EXPECT_NE("second", Row(data, 1)) << lie;
+        data.replace(entry, 4, Word(length));
+        EXPECT_NE("second", Row(data, 1)) << length;
     }
-    // A row that claims more units than its block has, and a block that stops short.
+    // A row that claims more units than its block has, and a block that is too short.
     std::string row = file.Content;
     row.replace(entry + 32, 2, Half(0xFFFF));
     EXPECT_EQ("", Row(row, 0));
     EXPECT_EQ("", Row(row, 1));
-    ResourceFile brief;
-    brief.Add(ResourceFile::Number(6), ResourceFile::Number(1), 0x409, Half(1) + "xy" + "z");
+    ResourceBuilder brief;
+    brief.Add(ResourceBuilder::Number(6), ResourceBuilder::Number(1), 0x409, Half(1) + "xy" + "z");
     EXPECT_EQ("", Row(brief.Content, 1));
 }
 
@@ -154,7 +154,7 @@ TEST(Resources, RowsOfTheProgram)
     EXPECT_TRUE(layer::FindResource(layer::ModuleResources(program), versionType, 1));
 }
 
-TEST(Resources, WhatIsNotThereLeavesTheBufferAlone)
+TEST(Resources, MissingRowLeavesTheBufferAlone)
 {
     unsigned short buffer[4] = {Guard, Guard, Guard, Guard};
     const auto refusal = [&](HINSTANCE module, UINT row, int size = 4) {
@@ -167,8 +167,8 @@ TEST(Resources, WhatIsNotThereLeavesTheBufferAlone)
     EXPECT_EQ(ERROR_RESOURCE_NAME_NOT_FOUND, refusal(nullptr, 9999));
     EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(nullptr, 256, 0));
     EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(nullptr, 256, -1));
-    // The C library has no resources, and an address that is no module has none either.
-    const HINSTANCE library = GetModuleHandleW(support::Wide("libc.so.6").c_str());
+    // The C library has no resources. Neither has an address that is not a module.
+    const HINSTANCE library = GetModuleHandleW(testkit::Wide("libc.so.6").c_str());
     ASSERT_NE(nullptr, library);
     EXPECT_EQ(ERROR_RESOURCE_DATA_NOT_FOUND, refusal(library, 256));
     EXPECT_EQ(ERROR_RESOURCE_DATA_NOT_FOUND, refusal(reinterpret_cast<HINSTANCE>(std::uintptr_t{4096}), 256));
@@ -185,13 +185,13 @@ std::string Message(const std::string& file, DWORD number)
 std::string MessageTable(std::size_t secondBlockAt, unsigned lengthOf11)
 {
     return Word(2) + Word(7) + Word(7) + Word(28) + Word(10) + Word(11) + Word(secondBlockAt) + Half(12) + Half(1) +
-           Units("wide") + Half(8) + Half(0) + "abc" + std::string(1, '\0') + Half(lengthOf11) + Half(0) + "last";
+           EncodeUtf16("wide") + Half(8) + Half(0) + "abc" + std::string(1, '\0') + Half(lengthOf11) + Half(0) + "last";
 }
 
 std::string FileWith(const std::string& table)
 {
-    ResourceFile file;
-    file.Add(ResourceFile::Number(11), ResourceFile::Number(1), 0x409, table);
+    ResourceBuilder file;
+    file.Add(ResourceBuilder::Number(11), ResourceBuilder::Number(1), 0x409, table);
     return file.Content;
 }
 
@@ -204,7 +204,7 @@ TEST(ResourcesOnLinux, MessageTables)
     for (const DWORD number : {6U, 8U, 9U, 12U, 0xFFFFFFFFU})
         EXPECT_EQ(Message(sound, number), "error 317") << number;
     EXPECT_EQ(Message({}, 7), "error 1812");
-    EXPECT_EQ(Message(ResourceFile().Content, 7), "error 1813");
+    EXPECT_EQ(Message(ResourceBuilder().Content, 7), "error 1813");
 }
 
 TEST(ResourcesOnLinux, MalformedMessageTables)

@@ -1,9 +1,11 @@
-// The machine's code page, as the store names it.
-#include "child.h"
+// Text conversion on Linux: the machine's code page, which the store names, and results that the contract leaves open.
 #include "contract/convert.h"
 #include "region/active_code_page.h"
 #include "tessmaru/frame.h"
-#include "without_files.h"
+#include "testkit/linux/child.h"
+#include "testkit/linux/without_descriptors.h"
+#include "testkit/test_machine.h"
+#include "testkit/text.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -17,13 +19,13 @@ using utility::wstring;
 
 constexpr UINT Western = 1252;
 
-TEST(TextConversionOnLinux, WhereSystemsDiffer)
+TEST(TextConversionOnLinux, ResultsThatTheContractLeavesOpen)
 {
     EXPECT_EQ(wstring{0x80}, ToWide(54936, "\x81\x30\x81\x30"));
     EXPECT_EQ((wstring{'a', '?', 'b'}), ToWide(20127,
                                                "a\xE4"
                                                "b"));
-    // One replacement for each byte that no character can start with.
+    // One replacement character for each byte that cannot start a character.
     for (const char* const bytes : {"\xE0\x80\x80", "\xED\xA0\x80"})
         EXPECT_EQ(wstring(3, 0xFFFD), ToWide(CP_UTF8, bytes));
     EXPECT_EQ(wstring(4, 0xFFFD), ToWide(CP_UTF8, "\xF4\x90\x80\x80"));
@@ -35,16 +37,16 @@ TEST(TextConversionOnLinux, WhereSystemsDiffer)
     EXPECT_EQ(0, MultiByteToWideChar(CP_UTF8, 0, "a", -5, wide, 4));
 }
 
-/// Runs `work` in a process that has not read the machine's code page yet, with this store.
+/// Runs `work` in a process that has not read the machine's code page, with this setting.
 template <class Work>
 int WithActivePage(const std::string& acp, Work work)
 {
-    support::Machine machine;
-    machine.SetRegistry("[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage]\r\n" + acp + "\r\n");
-    return support::Child(work).Wait();
+    testkit::TestMachine machine;
+    machine.Settings.Set("[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage]\r\n" + acp + "\r\n");
+    return testkit::Child(work).Wait();
 }
 
-TEST(TextConversionOnLinux, TheActivePageIsTheMachines)
+TEST(TextConversionOnLinux, ActivePageIsASettingOfTheMachine)
 {
     const struct {
         const char* Value;
@@ -65,38 +67,38 @@ TEST(TextConversionOnLinux, TheActivePageIsTheMachines)
     }
 }
 
-TEST(TextConversionOnLinux, AFailedReadOfTheActivePageIsTriedAgain)
+TEST(TextConversionOnLinux, FailedReadOfTheActivePageIsRepeated)
 {
     EXPECT_EQ(0, WithActivePage("\"ACP\"=\"1252\"", [] {
-                  const UINT without = support::WithoutFiles(layer::ActiveCodePage);
+                  const UINT without = testkit::WithoutDescriptors(layer::ActiveCodePage);
                   return without == CP_UTF8 && layer::ActiveCodePage() == Western ? 0 : 1;
               }));
 }
 
-TEST(TextConversionOnLinux, TheActivePageServesConversionAndFormatting)
+TEST(TextConversionOnLinux, ActivePageIsUsedByConversionAndFormatting)
 {
-    const auto format = [](unsigned short* buffer, const char* picture, ...) {
+    const auto print = [](unsigned short* buffer, const char* format, ...) {
         va_list arguments;
-        va_start(arguments, picture);
-        _vsnwprintf(buffer, 16, support::Wide(picture).c_str(), arguments);
+        va_start(arguments, format);
+        _vsnwprintf(buffer, 16, testkit::Wide(format).c_str(), arguments);
         va_end(arguments);
         return wstring(buffer);
     };
     EXPECT_EQ(0, WithActivePage("\"ACP\"=\"1252\"", [&] {
                   unsigned short buffer[16]{};
                   return ToNarrow(CP_ACP, {0x20AC}) == "\x80" && ToWide(CP_ACP, "\xE4") == wstring{0xE4} &&
-                                 format(buffer, "%S%C", "\x80", 0xE4) == wstring{0x20AC, 0xE4}
+                                 print(buffer, "%S%C", "\x80", 0xE4) == wstring{0x20AC, 0xE4}
                              ? 0
                              : 1;
               }));
     EXPECT_EQ(0, WithActivePage("\"ACP\"=\"932\"", [&] {
                   unsigned short buffer[16]{};
                   const wstring expected{'A', 0x5B89, '\\', 0xFF71, '?', '|', '?', 'x'};
-                  return format(buffer, "%S|%.1Sx", "A\x88\xC0\x5C\xB1\x88", "\x88\xC0") == expected ? 0 : 1;
+                  return print(buffer, "%S|%.1Sx", "A\x88\xC0\x5C\xB1\x88", "\x88\xC0") == expected ? 0 : 1;
               }));
 }
 
-/// The key of a password with a code page: 0 and the code of the failure, if it has none.
+/// The key of a password, or 0 and the code of the failure.
 struct KeyOf {
     ULONG Key;
     HRESULT Failure;
@@ -115,7 +117,7 @@ TEST(PasswordKeyOnLinux, DependsOnTheActivePage)
     const struct {
         const char* Value;
         wstring Password;
-        ULONG Key;  // of as many bytes as there are characters
+        ULONG Key;  // of eight bytes at most: one for each character of the password
         HRESULT Failure;
     } rows[] = {{"\"ACP\"=\"932\"", four, 0x411E2D6C, S_OK},
                 {"\"ACP\"=\"1252\"", {0xE9}, 0xF9BDE123, S_OK},

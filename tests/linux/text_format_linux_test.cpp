@@ -1,7 +1,7 @@
-// What the layer's formatting does beyond its contract: narrow text of this machine, texts without an end, values that
-// are at hand instead of an argument list.
+// Formatting on Linux: narrow text, texts without a terminator, huge numbers, and values in place of an argument list.
 #include "format/printf.h"
-#include "support.h"
+#include "testkit/test_machine.h"
+#include "testkit/text.h"
 
 #include <climits>
 #include <cstring>
@@ -11,36 +11,36 @@
 
 namespace {
 
-using support::Narrow;
-using support::Wide;
+using testkit::Narrow;
+using testkit::Wide;
 
 /// Formats into `count` units, at most 32.
-std::string Counted(std::size_t count, const char* picture, ...)
+std::string Counted(std::size_t count, const char* format, ...)
 {
     unsigned short buffer[32];
     va_list arguments;
-    va_start(arguments, picture);
-    const int result = _vsnwprintf(buffer, count, Wide(picture).c_str(), arguments);
+    va_start(arguments, format);
+    const int result = _vsnwprintf(buffer, count, Wide(format).c_str(), arguments);
     va_end(arguments);
     return Narrow({buffer, result < 0 ? count : static_cast<std::size_t>(result)});
 }
 
-TEST(TextFormatOnLinux, NarrowTextIsUtf8UnlessTheMachineSaysOtherwise)
+TEST(TextFormatOnLinux, NarrowTextIsUtf8ByDefault)
 {
-    support::Machine machine;
-    machine.SetRegistry("");
+    testkit::TestMachine machine;
+    machine.Settings.Set("");
     unsigned short buffer[8];
-    const auto format = [&](const char* picture, ...) {
+    const auto print = [&](const char* format, ...) {
         va_list arguments;
-        va_start(arguments, picture);
-        const int result = _vsnwprintf(buffer, 8, Wide(picture).c_str(), arguments);
+        va_start(arguments, format);
+        const int result = _vsnwprintf(buffer, 8, Wide(format).c_str(), arguments);
         va_end(arguments);
         return result;
     };
-    ASSERT_EQ(3, format("%S", "\xC3\xA4\xF0\x9F\x98\x80"));
+    ASSERT_EQ(3, print("%S", "\xC3\xA4\xF0\x9F\x98\x80"));
     const unsigned short expected[] = {0xE4, 0xD83D, 0xDE00, 0};
     EXPECT_EQ(0, std::memcmp(expected, buffer, sizeof expected));
-    EXPECT_EQ(5, format("%5S", "\xC3\xA4"));
+    EXPECT_EQ(5, print("%5S", "\xC3\xA4"));
     EXPECT_EQ(0xE4, buffer[4]);
     EXPECT_EQ("a?b", Counted(8, "%hs",
                              "a\xFF"
@@ -48,9 +48,9 @@ TEST(TextFormatOnLinux, NarrowTextIsUtf8UnlessTheMachineSaysOtherwise)
     EXPECT_EQ("?", Counted(8, "%C", 0xE4));
 }
 
-TEST(TextFormatOnLinux, APrecisionBoundsWhatIsRead)
+TEST(TextFormatOnLinux, PrecisionLimitsWhatIsRead)
 {
-    // The text ends where the readable memory ends, without a terminator.
+    // The text has no terminator, and ends where the readable memory ends.
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     void* const memory = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(MAP_FAILED, memory);
@@ -66,7 +66,7 @@ TEST(TextFormatOnLinux, APrecisionBoundsWhatIsRead)
     munmap(memory, 2 * page);
 }
 
-TEST(TextFormatOnLinux, HugeWidthsAndPrecisionsCostOnlyWhatFits)
+TEST(TextFormatOnLinux, HugeWidthsAndPrecisionsTakeNoTime)
 {
     const std::string blanks(10, ' ');
     const std::string zeros(10, '0');
@@ -81,7 +81,7 @@ TEST(TextFormatOnLinux, HugeWidthsAndPrecisionsCostOnlyWhatFits)
     }
 }
 
-TEST(TextFormatOnLinux, WhereSystemsDiffer)
+TEST(TextFormatOnLinux, ResultsThatTheContractLeavesOpen)
 {
     EXPECT_EQ("0", Counted(8, "%#.0o", 0));
     EXPECT_EQ("    0042", Counted(8, "%08.4d", 42));
@@ -89,22 +89,22 @@ TEST(TextFormatOnLinux, WhereSystemsDiffer)
     EXPECT_EQ("6d", Counted(8, "%I6d"));
     va_list none{};
     EXPECT_EQ(-1, _vsnwprintf(nullptr, 5, Wide("a").c_str(), none));
-    EXPECT_EQ("2.5 7", Counted(8, "%Lg %d", 2.5L, 7)) << "a long double is the compiler's";
+    EXPECT_EQ("2.5 7", Counted(8, "%Lg %d", 2.5L, 7)) << "a long double has the compiler's size";
     int untouched = 5;
-    EXPECT_EQ("n42", Counted(8, "%n%d", 42, &untouched)) << "nothing is written where an argument says";
+    EXPECT_EQ("n42", Counted(8, "%n%d", 42, &untouched)) << "nothing is written through an argument";
     EXPECT_EQ(5, untouched);
 }
 
-TEST(TextFormatOnLinux, ArgumentsThatAreAtHand)
+TEST(TextFormatOnLinux, ValuesInPlaceOfAnArgumentList)
 {
     const utility::wstring text = Wide("ab");
     const DWORD_PTR values[] = {5, reinterpret_cast<DWORD_PTR>(text.c_str()), 0xFE};
     unsigned short buffer[32]{};
     layer::UnitWriter out(buffer, 31);
     layer::FormatArguments arguments(values);
-    const utility::wstring picture = Wide("%*s %x %f %d %s");
-    layer::Format(out, picture.c_str(), arguments);
-    // A floating-point number takes no value, and behind the last stand zeros.
+    const utility::wstring format = Wide("%*s %x %f %d %s");
+    layer::Format(out, format.c_str(), arguments);
+    // A floating-point number takes no value. After the last value there are zeros.
     EXPECT_EQ("   ab fe f 0 (null)", Narrow({buffer, out.used()}));
 }
 

@@ -1,8 +1,10 @@
-// Dates and times as text, the machine's short date, and the local time.
-#include "child.h"
+// Dates and times on Linux: the machine's short date, locales, and the local time.
 #include "region/short_date.h"
-#include "support.h"
-#include "without_files.h"
+#include "testkit/environment_variable.h"
+#include "testkit/linux/child.h"
+#include "testkit/linux/without_descriptors.h"
+#include "testkit/test_machine.h"
+#include "testkit/text.h"
 
 #include <algorithm>
 #include <chrono>
@@ -12,26 +14,26 @@
 
 namespace {
 
-using support::Narrow;
-using support::Wide;
+using testkit::Narrow;
+using testkit::Wide;
 
 constexpr SYSTEMTIME Afternoon{2026, 3, 0, 7, 15, 4, 9, 250};
 
 using Formatter = int (*)(LCID, DWORD, const SYSTEMTIME*, LPCWSTR, LPWSTR, int);
 
-std::string Print(Formatter format, const SYSTEMTIME& time, const char* picture)
+std::string Print(Formatter format, const SYSTEMTIME& time, const char* pattern)
 {
     unsigned short buffer[128]{};
-    const utility::wstring wide = picture != nullptr ? Wide(picture) : utility::wstring();
-    const int units = format(LOCALE_SYSTEM_DEFAULT, 0, &time, picture != nullptr ? wide.c_str() : nullptr, buffer, 128);
-    EXPECT_EQ(units, format(LOCALE_SYSTEM_DEFAULT, 0, &time, picture != nullptr ? wide.c_str() : nullptr, nullptr, 0));
+    const utility::wstring wide = pattern != nullptr ? Wide(pattern) : utility::wstring();
+    const int units = format(LOCALE_SYSTEM_DEFAULT, 0, &time, pattern != nullptr ? wide.c_str() : nullptr, buffer, 128);
+    EXPECT_EQ(units, format(LOCALE_SYSTEM_DEFAULT, 0, &time, pattern != nullptr ? wide.c_str() : nullptr, nullptr, 0));
     return units > 0 ? Narrow({buffer, static_cast<std::size_t>(units) - 1}) : "failed";
 }
 
-TEST(TimeOnLinux, WhereSystemsDiffer)
+TEST(TimeOnLinux, ResultsThatTheContractLeavesOpen)
 {
     EXPECT_EQ("15:04:09", Print(GetTimeFormatW, Afternoon, nullptr));
-    EXPECT_EQ("26  2026", Print(GetDateFormatW, Afternoon, "y gg yyy")) << "an era has no name here";
+    EXPECT_EQ("26  2026", Print(GetDateFormatW, Afternoon, "y gg yyy")) << "an era has no name";
     unsigned short buffer[32];
     for (const SYSTEMTIME& none : {SYSTEMTIME{30828, 1, 0, 1, 0, 0, 0, 0}, SYSTEMTIME{2026, 2, 0, 29, 0, 0, 0, 0},
                                    SYSTEMTIME{1900, 2, 0, 29, 0, 0, 0, 0}})
@@ -41,48 +43,48 @@ TEST(TimeOnLinux, WhereSystemsDiffer)
     EXPECT_EQ(ERROR_INVALID_FLAGS, GetLastError());
 }
 
-/// The short date of a process that starts with this picture in the store, compared in that process.
-int ShortDateIs(const std::string& picture, const std::string& expected)
+/// Checks the short date in a process that starts with this pattern in the store.
+int ShortDateIs(const std::string& pattern, const std::string& expected)
 {
-    support::Machine machine;
-    machine.SetRegistry("[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"" + picture +
-                        "\"\r\n");
-    return support::Child([&] {
+    testkit::TestMachine machine;
+    machine.Settings.Set("[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"" + pattern +
+                         "\"\r\n");
+    return testkit::Child([&] {
                const std::string first = Print(GetDateFormatW, Afternoon, nullptr);
-               machine.SetRegistry("");  // read once: a change shows in the next process
+               machine.Settings.Set("");  // it is read once: a change counts for the next process
                return first == expected && Print(GetDateFormatW, Afternoon, nullptr) == expected ? 0 : 1;
            })
         .Wait();
 }
 
-TEST(TimeOnLinux, TheShortDateIsTheMachines)
+TEST(TimeOnLinux, ShortDateIsASettingOfTheMachine)
 {
     EXPECT_EQ(0, ShortDateIs("dd.MM.yyyy", "07.03.2026"));
     EXPECT_EQ(0, ShortDateIs("M/d/yyyy", "3/7/2026"));
     EXPECT_EQ(0, ShortDateIs("dddd, d MMMM yyyy", "Saturday, 7 March 2026"));
     EXPECT_EQ(0, ShortDateIs(std::string(80, '-'), std::string(80, '-')));
-    // Beyond the platform's limit it counts as missing.
+    // A longer pattern than the platform allows counts as missing.
     EXPECT_NE(0, ShortDateIs(std::string(81, '-'), std::string(81, '-')));
 }
 
-TEST(TimeOnLinux, AFailedReadOfTheShortDateIsTriedAgain)
+TEST(TimeOnLinux, FailedReadOfTheShortDateIsRepeated)
 {
-    support::Machine machine;
-    machine.SetRegistry("[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"dd.MM.yyyy\"\r\n");
-    EXPECT_EQ(0, support::Child([] {
+    testkit::TestMachine machine;
+    machine.Settings.Set("[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"dd.MM.yyyy\"\r\n");
+    EXPECT_EQ(0, testkit::Child([] {
                      const std::string without =
-                         support::WithoutFiles([] { return Print(GetDateFormatW, Afternoon, nullptr); });
+                         testkit::WithoutDescriptors([] { return Print(GetDateFormatW, Afternoon, nullptr); });
                      const std::string with = Print(GetDateFormatW, Afternoon, nullptr);
                      return without == "2026-03-07" && with == "07.03.2026" ? 0 : 1;
                  }).Wait());
 }
 
-TEST(TimeOnLinux, ALongShortDateDoesNotFitTheLogsRoom)
+TEST(TimeOnLinux, LongShortDateDoesNotFitTheBufferOfTheLog)
 {
-    support::Machine machine;
-    machine.SetRegistry(
+    testkit::TestMachine machine;
+    machine.Settings.Set(
         "[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"dddd, d MMMM yyyy\"\r\n");
-    EXPECT_EQ(0, support::Child([] {
+    EXPECT_EQ(0, testkit::Child([] {
                      unsigned short buffer[20];
                      return GetDateFormatW(LOCALE_SYSTEM_DEFAULT, 0, &Afternoon, nullptr, buffer, 20) == 0 &&
                                     GetLastError() == ERROR_INSUFFICIENT_BUFFER
@@ -107,11 +109,11 @@ TEST(TimeOnLinux, LocaleFiles)
         EXPECT_EQ(row.Name, layer::TimeLocaleOf(row.File)) << row.File;
 }
 
-TEST(TimeOnLinux, LocalePictures)
+TEST(TimeOnLinux, LocalePatterns)
 {
     const struct {
         const char* Locale;
-        const char* Picture;
+        const char* Pattern;
     } rows[] = {{"%d.%m.%Y", "dd.MM.yyyy"},
                 {"%m/%d/%y", "MM/dd/yy"},
                 {"%-d/%-m/%Y", "d/M/yyyy"},
@@ -126,24 +128,24 @@ TEST(TimeOnLinux, LocalePictures)
                 {"\xFF", nullptr},
                 {"", nullptr}};
     for (const auto& row : rows) {
-        layer::DatePicture picture;
-        ASSERT_EQ(row.Picture != nullptr, layer::TranslateDatePicture(row.Locale, picture)) << row.Locale;
-        if (row.Picture != nullptr) {
-            EXPECT_EQ(row.Picture, Narrow(picture.data()));
+        layer::DatePicture pattern;
+        ASSERT_EQ(row.Pattern != nullptr, layer::TranslateDatePicture(row.Locale, pattern)) << row.Locale;
+        if (row.Pattern != nullptr) {
+            EXPECT_EQ(row.Pattern, Narrow(pattern.data()));
         }
     }
-    layer::DatePicture picture;
-    EXPECT_TRUE(layer::TranslateDatePicture(std::string(80, '-').c_str(), picture));
-    EXPECT_FALSE(layer::TranslateDatePicture(std::string(81, '-').c_str(), picture));
+    layer::DatePicture pattern;
+    EXPECT_TRUE(layer::TranslateDatePicture(std::string(80, '-').c_str(), pattern));
+    EXPECT_FALSE(layer::TranslateDatePicture(std::string(81, '-').c_str(), pattern));
 }
 
-/// By the clock itself: `time` lags behind it by up to a tick of the kernel.
+/// The clock itself: `time` is up to a tick of the kernel behind it.
 std::time_t Now()
 {
     return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
 }
 
-/// Whether the local time agrees with the C library's, in a process that starts in this zone.
+/// Compares the local time with the C library's. @return the exit status of a process that starts in this zone.
 int LocalTimeAgrees()
 {
     for (int i = 0; i < 3; ++i) {
@@ -168,8 +170,8 @@ int LocalTimeAgrees()
 TEST(TimeOnLinux, LocalTimeFollowsTheZone)
 {
     for (const char* const zone : {"UTC", "<+0545>-5:45", "<-11>11", "<LMT>-1:02:03"}) {
-        const support::Variable variable("TZ", zone);
-        EXPECT_EQ(0, support::Child(LocalTimeAgrees).Wait()) << zone;
+        const testkit::EnvironmentVariable variable("TZ", zone);
+        EXPECT_EQ(0, testkit::Child(LocalTimeAgrees).Wait()) << zone;
     }
 }
 

@@ -1,37 +1,45 @@
-// Version blocks in files made here, malformed ones among them, and what the layer says of files and modules.
-#include "fail_allocation.h"
-#include "resource_bytes.h"
+// Version blocks on Linux: in files that are built here, also malformed ones, and in files of other kinds.
 #include "resources/version_block.h"
 #include "resources/version_file.h"
-#include "support.h"
 #include "tessmaru/version.h"
+#include "testkit/bytes.h"
+#include "testkit/exact_copy.h"
+#include "testkit/file_content.h"
+#include "testkit/linux/failing_allocation.h"
+#include "testkit/module_file_builder.h"
+#include "testkit/resource_builder.h"
+#include "testkit/scratch_folder.h"
+#include "testkit/text.h"
+#include "testkit/utf16.h"
+#include "testkit/version_block_builder.h"
 
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <cstring>
+
 #include <sys/stat.h>
 
 namespace {
 
 using namespace utility::literals;
-using support::ElfFile;
-using support::ElfFileWith;
-using support::Half;
-using support::Narrow;
-using support::Node;
-using support::PeFile;
-using support::PlainBlock;
-using support::Put;
-using support::SectionNode;
-using support::TextNode;
-using support::VersionBlock;
-using support::Word;
+using testkit::ElfFile;
+using testkit::ElfFileWith;
+using testkit::Half;
+using testkit::Narrow;
+using testkit::Node;
+using testkit::PeFile;
+using testkit::PlainBlock;
+using testkit::Put;
+using testkit::SectionNode;
+using testkit::TextNode;
+using testkit::VersionBlock;
+using testkit::Word;
 using utility::CVersionInfo;
 
 constexpr char numbers[] = "01,02,03,04 05,06,07,08";
 
-/// What CVersionInfo reads of a file of this content: the numbers, and the product of a section.
-struct Answers {
+/// The numbers and the product that CVersionInfo reads from a file.
+struct Versions {
     std::string Numbers;
     std::string Product;
 };
@@ -41,18 +49,18 @@ std::string ProductOf(const CVersionInfo& version)
     return Narrow(version.getVersionInfoLanguageValue(CVersionInfo::eLANG_PRODUCT_NAME, 0x0409, 0x04B0));
 }
 
-Answers Ask(const std::string& content)
+Versions Read(const std::string& content)
 {
-    const support::ScratchFolder folder;
-    support::WriteFile(folder / "module", content);
+    const testkit::ScratchFolder folder;
+    testkit::WriteFile(folder / "module", content);
     CVersionInfo version;
-    version.setModule(support::Wide(folder / "module"));
+    version.setModule(testkit::Wide((folder / "module").string()));
     return {Narrow(version.getVersionInfoFixedValue(CVersionInfo::eFIXED_FILE_VERSION)) + " " +
                 Narrow(version.getVersionInfoFixedValue(CVersionInfo::eFIXED_PRODUCT_VERSION)),
             ProductOf(version)};
 }
 
-/// The system error of a file of this content: 0 if it has a block.
+/// The system error of a file with this content: 0 if it has a block.
 DWORD ErrorOf(const std::string& content)
 {
     layer::MemorySource source(std::as_bytes(std::span(content)));
@@ -60,38 +68,38 @@ DWORD ErrorOf(const std::string& content)
     return layer::FindVersionBlock(source, block);
 }
 
-void ExpectSound(const std::string& file, const std::string& product = "a product")
+void ExpectReadable(const std::string& file, const std::string& product = "a product")
 {
-    const Answers answers = Ask(file);
-    EXPECT_EQ(answers.Numbers, numbers);
-    EXPECT_EQ(answers.Product, product);
+    const Versions read = Read(file);
+    EXPECT_EQ(read.Numbers, numbers);
+    EXPECT_EQ(read.Product, product);
 }
 
 TEST(VersionFiles, OfEveryKind)
 {
     for (const bool wide : {false, true}) {
         for (const std::size_t alignment : {16U, 512U, 4096U, 65536U})
-            ExpectSound(PeFile(wide, alignment, {{0x409, PlainBlock()}}));
-        ExpectSound(ElfFileWith(wide, PlainBlock()));
-        support::ResourceFile resources;
-        resources.Add(support::ResourceFile::Number(16), support::ResourceFile::Number(1), 0, PlainBlock());
-        ExpectSound(ElfFile(wide, resources.Content, true));
+            ExpectReadable(PeFile(wide, alignment, {{0x409, PlainBlock()}}));
+        ExpectReadable(ElfFileWith(wide, PlainBlock()));
+        testkit::ResourceBuilder resources;
+        resources.Add(testkit::ResourceBuilder::Number(16), testkit::ResourceBuilder::Number(1), 0, PlainBlock());
+        ExpectReadable(ElfFile(wide, resources.Content, true));
     }
-    // Pages of memory start at whole blocks of the file, whatever a section says.
+    // The data of a section starts at a whole block of the file, even if the section names another place.
     std::string file = PeFile(true, 4096, {{0x409, PlainBlock()}});
-    Put(file, 64 + 24 + 240 + 40 + 20, Word(support::PeHeaders + 100));
-    ExpectSound(file);
+    Put(file, 64 + 24 + 240 + 40 + 20, Word(testkit::PeHeaders + 100));
+    ExpectReadable(file);
 }
 
 TEST(VersionFiles, InTheLanguageOfThePlatform)
 {
     const auto block = [](const char* product) { return PlainBlock(product); };
-    ExpectSound(PeFile(true, 4096, {{0x407, block("de")}, {0x409, block("en")}, {0, block("any")}}), "en");
-    ExpectSound(PeFile(true, 4096, {{0x407, block("de")}, {0x40C, block("fr")}, {0, block("any")}}), "any");
-    ExpectSound(PeFile(false, 4096, {{0x407, block("de")}, {0x40C, block("fr")}}), "de");
+    ExpectReadable(PeFile(true, 4096, {{0x407, block("de")}, {0x409, block("en")}, {0, block("any")}}), "en");
+    ExpectReadable(PeFile(true, 4096, {{0x407, block("de")}, {0x40C, block("fr")}, {0, block("any")}}), "any");
+    ExpectReadable(PeFile(false, 4096, {{0x407, block("de")}, {0x40C, block("fr")}}), "de");
 }
 
-TEST(VersionFiles, WithoutABlockSayWhy)
+TEST(VersionFiles, WithoutABlockReportWhy)
 {
     const std::string pe = PeFile(true, 4096, {{0x409, PlainBlock()}});
     const auto with = [&pe](std::size_t at, const std::string& part) {
@@ -101,7 +109,7 @@ TEST(VersionFiles, WithoutABlockSayWhy)
     };
     constexpr std::size_t optional = 64 + 24;
     constexpr std::size_t section = optional + 240 + 40;
-    constexpr std::size_t tree = support::PeHeaders;
+    constexpr std::size_t tree = testkit::PeHeaders;
     EXPECT_EQ(with(0, "ZM"), ERROR_BAD_EXE_FORMAT);
     EXPECT_EQ(with(60, Word(0xFFFFFFFF)), ERROR_BAD_EXE_FORMAT) << "headers beyond the end";
     EXPECT_EQ(with(64, "NE"), ERROR_BAD_EXE_FORMAT);
@@ -118,76 +126,74 @@ TEST(VersionFiles, WithoutABlockSayWhy)
     EXPECT_EQ(with(tree + 48 + 20, Word(0x7FFFFFFF)), ERROR_RESOURCE_LANG_NOT_FOUND) << "a record beyond the section";
     EXPECT_EQ(with(tree + 72, Word(0xFFFFFFFF)), ERROR_RESOURCE_DATA_NOT_FOUND) << "data nowhere";
     EXPECT_EQ(with(tree + 76, Word(0)), ERROR_RESOURCE_DATA_NOT_FOUND) << "no bytes of data";
-    // Directories that lead to themselves or each other: three steps are all there are.
+    // Directories that refer to themselves or to each other. The search has three steps.
     EXPECT_EQ(with(tree + 20, Word(0x80000000)), ERROR_RESOURCE_NAME_NOT_FOUND);
     EXPECT_EQ(with(tree + 44, Word(0x80000000)), ERROR_RESOURCE_LANG_NOT_FOUND);
     EXPECT_EQ(with(tree + 48 + 20, Word(0x80000000)), ERROR_RESOURCE_LANG_NOT_FOUND);
-    // Counts that promise more than there is.
+    // Counts that are too large.
     EXPECT_EQ(with(tree + 12, Half(0xFFFF)), ERROR_RESOURCE_TYPE_NOT_FOUND) << "named entries come first";
     EXPECT_EQ(with(tree + 14, Half(0xFFFF)), ERROR_SUCCESS);
 
     EXPECT_EQ(ErrorOf(""), ERROR_BAD_EXE_FORMAT);
     EXPECT_EQ(ErrorOf(ElfFile(true, "")), ERROR_RESOURCE_TYPE_NOT_FOUND);
-    EXPECT_EQ(ErrorOf(ElfFile(true, support::ResourceFile().Content)), ERROR_RESOURCE_TYPE_NOT_FOUND);
+    EXPECT_EQ(ErrorOf(ElfFile(true, testkit::ResourceBuilder().Content)), ERROR_RESOURCE_TYPE_NOT_FOUND);
     std::string elf = ElfFileWith(true, PlainBlock());
     Put(elf, 40, Word(0xFFFFFFFF) + Word(0xFFFFFFFF));
     EXPECT_EQ(ErrorOf(elf), ERROR_RESOURCE_DATA_NOT_FOUND) << "sections nowhere";
 }
 
-TEST(VersionFiles, MayEndAnywhere)
+TEST(VersionFiles, CutAnywhere)
 {
     for (const std::string& whole : {PeFile(false, 4096, {{0x409, PlainBlock()}}), ElfFileWith(true, PlainBlock())}) {
         for (std::size_t length = 0; length < whole.size(); ++length) {
-            // On the heap at its exact size, so that tools see every byte that is read beyond it.
-            const std::unique_ptr<std::byte[]> bytes(new std::byte[length]);
-            std::memcpy(bytes.get(), whole.data(), length);
-            layer::MemorySource source({bytes.get(), length});
+            const testkit::ExactCopy<std::byte> bytes(whole.data(), length);
+            layer::MemorySource source(bytes.view());
             layer::Extent block;
             if (layer::FindVersionBlock(source, block) != ERROR_SUCCESS)
                 continue;
-            const std::unique_ptr<std::byte[]> copy(new std::byte[static_cast<std::size_t>(block.Size)]);
-            const std::size_t copied = source.Copy(block.Start, copy.get(), static_cast<std::size_t>(block.Size));
+            const testkit::ExactCopy<std::byte> copy(static_cast<std::size_t>(block.Size));
+            const std::size_t copied = source.Copy(block.Start, copy.data(), copy.size());
             void* value = nullptr;
             UINT bytesOfValue = 0;
-            if (layer::ClampVersionBlock(copy.get(), copied) &&
-                VerQueryValueW(copy.get(), u"\\"_w, &value, &bytesOfValue) &&
+            if (layer::ClampVersionBlock(copy.data(), copied) &&
+                VerQueryValueW(copy.data(), u"\\"_w, &value, &bytesOfValue) &&
                 bytesOfValue == sizeof(VS_FIXEDFILEINFO)) {
-                EXPECT_EQ(std::memcmp(value, support::FixedNumbers().data(), bytesOfValue), 0) << length;
+                EXPECT_EQ(std::memcmp(value, testkit::FixedNumbers().data(), bytesOfValue), 0) << length;
             }
         }
     }
-    // A block without its end keeps its numbers, and the texts in front of the end.
+    // A block that is cut keeps its numbers, and the texts before the cut.
     const std::string elf = ElfFileWith(
         true,
-        VersionBlock({SectionNode("040904b0", {TextNode("ProductName", "front"), TextNode("Comments", "behind")})}));
-    EXPECT_EQ(ErrorOf(elf.substr(0, 200)), ERROR_RESOURCE_DATA_NOT_FOUND) << "its table of sections stands at the end";
+        VersionBlock({SectionNode("040904b0", {TextNode("ProductName", "front"), TextNode("Comments", "back")})}));
+    EXPECT_EQ(ErrorOf(elf.substr(0, 200)), ERROR_RESOURCE_DATA_NOT_FOUND) << "its table of sections is at the end";
     const std::string pe = PeFile(true, 4096, {{0x409, PlainBlock("front")}});
-    const std::size_t product = pe.find(support::Units("front"));
-    const Answers answers = Ask(pe.substr(0, product + 12));
-    EXPECT_EQ(answers.Numbers, numbers);
-    EXPECT_EQ(answers.Product, "front");
+    const std::size_t product = pe.find(testkit::EncodeUtf16("front"));
+    const Versions read = Read(pe.substr(0, product + 12));
+    EXPECT_EQ(read.Numbers, numbers);
+    EXPECT_EQ(read.Product, "front");
 }
 
-TEST(VersionBlocks, KeepTheirNumbersWhateverTheTextsAre)
+TEST(VersionBlocks, MalformedTextsLeaveTheNumbers)
 {
-    const auto ask = [](const std::string& block) { return Ask(ElfFileWith(true, block)); };
+    const auto readBlock = [](const std::string& block) { return Read(ElfFileWith(true, block)); };
     const std::string name = TextNode("ProductName", "a product");
     const auto product = [&](const std::string& section) {
-        const Answers answers = ask(VersionBlock({section}));
-        EXPECT_EQ(answers.Numbers, numbers);
-        return answers.Product;
+        const Versions read = readBlock(VersionBlock({section}));
+        EXPECT_EQ(read.Numbers, numbers);
+        return read.Product;
     };
     EXPECT_EQ(product(SectionNode("040904b0", {TextNode("Comments", ""), name})), "a product");
     EXPECT_EQ(product(Node("VarFileInfo", "", 0, true) + SectionNode("040904b0", {name})), "a product");
     EXPECT_EQ(product(SectionNode("040904b0", {std::string(8, '\0'), name})), "")
-        << "a child of no length ends its row";
+        << "a child of length 0 ends the list";
     EXPECT_EQ(product(SectionNode("040904b0", {Half(5) + std::string(6, '\0'), name})), "");
 
     std::string odd = name;
     odd.pop_back();
     Put(odd, 0, Half(odd.size()));
-    EXPECT_EQ(product(SectionNode("040904b0", {odd})), "a product") << "half a unit is none";
-    const std::string units = support::Units("a product");
+    EXPECT_EQ(product(SectionNode("040904b0", {odd})), "a product") << "half a unit is dropped";
+    const std::string units = testkit::EncodeUtf16("a product");
     EXPECT_EQ(product(SectionNode("040904b0", {Node("ProductName", units, 9, true)})), "a product") << "no terminator";
     EXPECT_EQ(product(SectionNode("040904b0", {Node("ProductName", units + Half(0), 20, true), name})), "a product")
         << "counted in bytes";
@@ -196,32 +202,32 @@ TEST(VersionBlocks, KeepTheirNumbersWhateverTheTextsAre)
     EXPECT_EQ(product(SectionNode("040904b0", {Node("ProductName", "", 4, true)})), "") << "no text at all";
     std::string longer = name;
     Put(longer, 0, Half(0xFFFF));
-    EXPECT_EQ(product(SectionNode("040904b0", {longer})), "a product") << "longer than what it stands in";
-    std::string unended = Half(26) + Half(0) + Half(1) + support::Units("ProductNam");
-    EXPECT_EQ(product(SectionNode("040904b0", {unended})), "");
+    EXPECT_EQ(product(SectionNode("040904b0", {longer})), "a product") << "longer than its parent";
+    std::string unterminated = Half(26) + Half(0) + Half(1) + testkit::EncodeUtf16("ProductNam");
+    EXPECT_EQ(product(SectionNode("040904b0", {unterminated})), "");
 
     for (const std::size_t length : {0U, 51U, 53U, 0xFFFFU}) {
         std::string block = VersionBlock({SectionNode("040904b0", {name})});
         Put(block, 2, Half(length));
-        const Answers answers = ask(block);
-        EXPECT_EQ(answers.Numbers, numbers) << length;
-        EXPECT_EQ(answers.Product, "a product") << length;
+        const Versions read = readBlock(block);
+        EXPECT_EQ(read.Numbers, numbers) << length;
+        EXPECT_EQ(read.Product, "a product") << length;
     }
-    // A length beyond the block's end is that of the block; one that ends it early hides what stands behind.
+    // A length beyond the end of the block counts as the block's. A shorter length hides the rest.
     std::string block = PlainBlock();
     Put(block, 0, Half(0xFFFF));
-    EXPECT_EQ(ask(block).Product, "a product");
+    EXPECT_EQ(readBlock(block).Product, "a product");
     Put(block, 0, Half(92));
-    EXPECT_EQ(ask(block).Numbers, numbers);
-    EXPECT_EQ(ask(block).Product, "");
+    EXPECT_EQ(readBlock(block).Numbers, numbers);
+    EXPECT_EQ(readBlock(block).Product, "");
     Put(block, 0, Half(91));
-    EXPECT_EQ(ask(block).Numbers, " ") << "half a record is none";
-    EXPECT_EQ(ask(Half(2)).Numbers, " ");
+    EXPECT_EQ(readBlock(block).Numbers, " ") << "half a record is dropped";
+    EXPECT_EQ(readBlock(Half(2)).Numbers, " ");
 }
 
-TEST(VersionFiles, ThatAreNoFiles)
+TEST(VersionFiles, OfOtherKindsAreRefused)
 {
-    const support::ScratchFolder folder;
+    const testkit::ScratchFolder folder;
     ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
     const struct {
         std::string Path;
@@ -232,19 +238,19 @@ TEST(VersionFiles, ThatAreNoFiles)
                  {"/dev/null", ERROR_BAD_EXE_FORMAT},
                  {"", ERROR_PATH_NOT_FOUND}};
     for (const auto& path : paths) {
-        EXPECT_EQ(GetFileVersionInfoSizeW(support::Wide(path.Path).c_str(), nullptr), 0U) << path.Path;
+        EXPECT_EQ(GetFileVersionInfoSizeW(testkit::Wide(path.Path).c_str(), nullptr), 0U) << path.Path;
         EXPECT_EQ(GetLastError(), path.Error) << path.Path;
     }
     EXPECT_EQ(GetFileVersionInfoSizeW(nullptr, nullptr), 0U);
-    EXPECT_FALSE(GetFileVersionInfoW(support::Wide("/bin/sh").c_str(), 0, 0, nullptr));
+    EXPECT_FALSE(GetFileVersionInfoW(testkit::Wide("/bin/sh").c_str(), 0, 0, nullptr));
 }
 
-TEST(VersionFiles, WithoutMemoryAnswerNothing)
+TEST(VersionFiles, OutOfMemory)
 {
-    const support::ScratchFolder folder;
-    const utility::wstring path = support::Wide(folder / "module");
-    support::WriteFile(folder / "module", ElfFileWith(true, PlainBlock()));
-    const int failures = support::FailEachAllocation([&path] {
+    const testkit::ScratchFolder folder;
+    const utility::wstring path = testkit::Wide((folder / "module").string());
+    testkit::WriteFile(folder / "module", ElfFileWith(true, PlainBlock()));
+    const int failures = testkit::FailEachAllocation([&path] {
         try {
             CVersionInfo version;
             version.setModule(path);
@@ -256,12 +262,12 @@ TEST(VersionFiles, WithoutMemoryAnswerNothing)
     EXPECT_GT(failures, 3);
 }
 
-TEST(VersionNumber, WithoutMemory)
+TEST(VersionNumber, OutOfMemory)
 {
     char narrow[16];
     unsigned short wide[16];
     const auto refused = [](auto fill, auto* buffer) {
-        return support::FailEachAllocation([&] {
+        return testkit::FailEachAllocation([&] {
             try {
                 EXPECT_EQ(fill(buffer, 16U), 10);
             } catch (const _com_error& failure) {
@@ -274,7 +280,7 @@ TEST(VersionNumber, WithoutMemory)
 
     std::string texts;
     texts.reserve(100);
-    support::FailEachAllocation([&texts] {
+    testkit::FailEachAllocation([&texts] {
         BSTR version = nullptr;
         const int length = GetVersionNumberBSTR(&version);
         for (int i = 0; i < length; ++i)
@@ -282,7 +288,7 @@ TEST(VersionNumber, WithoutMemory)
         texts += ';';
         SysFreeString(version);
     });
-    EXPECT_EQ(texts, "-en;4.09.00en;4.09.00-;4.09.00-en;") << "what could not be had is left out";
+    EXPECT_EQ(texts, "-en;4.09.00en;4.09.00-;4.09.00-en;") << "a part without memory is left out";
 }
 
 }  // namespace

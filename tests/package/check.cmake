@@ -1,8 +1,8 @@
-# Installs the library from BUILD into a prefix of its own below SCRATCH and builds the caller's program against
-# it: by find_package with each form of the library, and where there is pkg-config by a plain call of the compiler with
-# its flags. Each program has to find its settings and leave its record in its log.
+# Installs the library from BUILD into a prefix below SCRATCH and builds the caller's program against it: by find_package
+# with each form of the library, and by a plain call of the compiler with the flags of pkg-config. Each program must read
+# its settings and write its record to its log.
 #
-# For Windows with a TOOLCHAIN and an EMULATOR: the settings lie in the emulator's registry for as long as a program runs.
+# For Windows with a TOOLCHAIN and an EMULATOR: the settings are in the emulator's registry while a program runs.
 cmake_minimum_required(VERSION 3.25)
 
 set(prefix ${SCRATCH}/prefix)
@@ -13,7 +13,7 @@ function(must)
   execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-# Runs a caller's program in the folder of its log, which its settings name without a folder.
+# Runs a caller's program in the folder of its log: the settings name the log without a folder.
 function(run)
   set(emulator ${EMULATOR})
   if(EMULATOR)

@@ -1,5 +1,5 @@
-// A caller of the library: reads a setting, makes a text of it and logs that. A program with a string table of
-// its own takes the text from there. It also catches a fault.
+// A caller of the library: reads a setting, formats a text with it and logs the text. A program with a string table
+// takes the format from there. The program also catches a fault.
 #include "tessmaru/log.h"
 #include "tessmaru/settings.h"
 #include "tessmaru/structured_exception.h"
@@ -20,7 +20,7 @@ utility::wstring TextOfThisModule(unsigned int row, ...)
     return text;
 }
 
-/// A handler around an access stays where it is only with the flag that the package hands on.
+/// The compiler keeps a handler around a single access only with a flag that the package passes on.
 __attribute__((no_sanitize("address", "undefined"))) bool CatchesItsFault()
 {
 #ifndef __clang__

@@ -1,5 +1,5 @@
-# tessmaru_constants_check(<source> <header> ...) writes a source that compiles only where every constant that the
-# headers define for Linux has the value that the system's own headers give it.
+# tessmaru_constants_check(<source> <header> ...) writes a source that compiles only if every constant that the headers
+# define for Linux has the same value in the system's own headers.
 function(tessmaru_constants_check source)
   set(checks "// Generated from the headers of the platform.\n#include \"system.h\"\n\n")
   set(count 0)

@@ -1,4 +1,4 @@
-// The names of error codes against the values that the system's own headers give them, checked by the compiler.
+// Names of error codes: the compiler checks them against the values in the system's own headers.
 #include <windows.h>
 
 #include <olectl.h>

@@ -1,5 +1,5 @@
-// The forms of the cipher on any stack that a caller may have: on Windows it is aligned to 16 bytes for x86-64, and to
-// no more than 4 for x86-32. Vectors that the compiler keeps there want 16 or 32.
+// The forms of the cipher on any stack of a caller. Windows aligns the stack to 16 bytes for x86-64, and to only 4 for
+// x86-32, but vectors that the compiler keeps there need 16 or 32.
 #include "frame/cipher.h"
 
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@ struct Call {
 #ifdef __x86_64__
 constexpr std::size_t promised = 16;
 
-[[gnu::noinline]] void MakeFurtherDown(std::size_t skipped, const Call& call)
+[[gnu::noinline]] void CallFurtherDown(std::size_t skipped, const Call& call)
 {
     void* const room = __builtin_alloca(skipped);
     asm volatile("" : : "r"(room) : "memory");
@@ -28,7 +28,7 @@ constexpr std::size_t promised = 16;
 #else
 constexpr std::size_t promised = 4;
 
-void MakeFurtherDown(std::size_t skipped, const Call& call)
+void CallFurtherDown(std::size_t skipped, const Call& call)
 {
     asm volatile(
         "movl %%esp, %%esi\n\t"
@@ -54,9 +54,9 @@ void ExpectOnEveryStack(frame::Transform* encrypt, frame::Transform* decrypt)
         frame::EncryptPlain(scrambled.data(), count, 0x81C3A5F0);
         for (std::size_t skipped = 0; skipped < 64; skipped += promised) {
             std::vector<unsigned char> frame = plain;
-            MakeFurtherDown(skipped, {encrypt, frame.data(), count, 0x81C3A5F0});
+            CallFurtherDown(skipped, {encrypt, frame.data(), count, 0x81C3A5F0});
             EXPECT_EQ(frame, scrambled) << skipped;
-            MakeFurtherDown(skipped, {decrypt, frame.data(), count, 0x81C3A5F0});
+            CallFurtherDown(skipped, {decrypt, frame.data(), count, 0x81C3A5F0});
             EXPECT_EQ(frame, plain) << skipped;
         }
     }

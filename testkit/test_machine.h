@@ -1,0 +1,17 @@
+// A machine of one test: a scratch folder, and a settings store in it.
+//
+//     const TestMachine machine;   machine.Settings.Set("");
+#pragma once
+
+#include "testkit/scratch_folder.h"
+#include "testkit/settings_store.h"
+
+namespace testkit {
+
+class TestMachine {
+public:
+    const ScratchFolder Folder;
+    const SettingsStore Settings{Folder};
+};
+
+}  // namespace testkit
