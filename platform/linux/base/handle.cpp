@@ -132,7 +132,7 @@ HANDLE OpenHandle(Object* object)
         if (const std::uintptr_t index = AllocateSlot(); index != 0) {
             Slot& slot = *SlotAt(index);
             const std::uintptr_t value = ++slot.Uses << UsesShift | HandleMark | index;
-            // A lookup that sees the value also sees the object: the release store comes last.
+            // The release store comes last, so that a lookup that finds the value also finds the object.
             slot.Target.store(object, std::memory_order_relaxed);
             slot.Value.store(value, std::memory_order_release);
             return reinterpret_cast<HANDLE>(value);

@@ -27,8 +27,8 @@ public:
     /// Whether CloseHandle accepts a handle of this object. Searches and keys have their own closing functions.
     bool IsClosedByCloseHandle() const { return Type != Kind::search && Type != Kind::key; }
 
-    /// Releases the reference of a handle that was just closed. Overridden by a family that has to do so under the lock
-    /// under which it opens objects.
+    /// Releases the reference of a handle that was just closed. A family overrides this if it must do so under the
+    /// lock under which it opens objects.
     virtual void Close();
 
 protected:

@@ -1,6 +1,6 @@
-// The digits come from the standard library's conversion, which knows no locale; the exponent and the words for
-// what is no number are the platform's. So is the rounding: a number that lies in the middle goes up, where the
-// standard library would take the even neighbour.
+// The digits come from `std::to_chars`, which is independent of the locale. The exponent, the texts for infinity and
+// NaN, and the rounding follow the Windows C runtime: a value exactly in the middle between two results is rounded up,
+// while `std::to_chars` rounds it to the even digit.
 #include "format/double_text.h"
 
 #include <algorithm>
@@ -13,14 +13,16 @@ namespace layer {
 
 namespace {
 
-/// Whether a number that is not negative has no digit behind this many decimals; a negative count leaves that many
-/// digits in front of the point out too.
-bool EndsAt(double value, int decimals)
+/// Whether this many decimals represent the value exactly. A value in the middle between two results is exact with one
+/// decimal more than is written, but not without it.
+/// @param value    not negative
+/// @param decimals if negative, that many digits before the point are excluded too
+bool IsExactAt(double value, int decimals)
 {
-    constexpr int exactPowers = 22;
+    constexpr int exactPowers = 22;  // larger powers of ten are not exact in a `double`
     if (decimals < 0)
         return -decimals <= exactPowers && std::fmod(value, std::pow(10.0, -decimals)) == 0;
-    // A binary number has as many decimals as it has binary digits behind the point.
+    // 1/2 to the power of n has exactly n decimals, so a value has as many decimals as binary digits after the point.
     const double shifted = std::ldexp(value, decimals);
     return std::trunc(shifted) == shifted;
 }
@@ -29,9 +31,10 @@ bool EndsAt(double value, int decimals)
 
 void DoubleText::Render(double value, char kind, int precision, bool alternate, bool upper)
 {
+    // The precision of `g` counts all digits, that of `e` those after the point.
     const bool general = kind == 'g';
     if (general)
-        precision = std::clamp(precision, 1, INT_MAX - 4) - 1;  // an exponent of -4 adds to it below
+        precision = std::clamp(precision, 1, INT_MAX - 4) - 1;  // room for the exponent -4, which is subtracted below
     if (!std::isfinite(value)) {
         RenderSpecial(value, precision);
         if (kind == 'e')
@@ -39,6 +42,7 @@ void DoubleText::Render(double value, char kind, int precision, bool alternate, 
     } else if (kind == 'f') {
         RenderFixed(value, precision);
     } else {
+        // `g` chooses by the exponent after rounding, so the number is rendered with an exponent first.
         const int exponent = RenderScientific(value, precision, upper);
         if (general && exponent >= -4 && exponent <= precision)
             RenderFixed(value, precision - exponent);
@@ -51,13 +55,13 @@ void DoubleText::Render(double value, char kind, int precision, bool alternate, 
 
 void DoubleText::RenderDigits(double value, std::chars_format form, int precision)
 {
-    const int kept = std::min(precision, MaxDecimals);
-    const char* const end = std::to_chars(Text, Text + sizeof Text, value, form, kept).ptr;
+    const int rendered = std::min(precision, MaxDecimals);
+    const char* const end = std::to_chars(Text, Text + sizeof Text, value, form, rendered).ptr;
     Length = static_cast<std::size_t>(end - Text);
-    Zeros = static_cast<std::uint64_t>(precision - kept);
+    Zeros = static_cast<std::uint64_t>(precision - rendered);
 }
 
-/// Takes the exponent off the end of the text.
+/// Removes the exponent from the end of the text. @return its value
 int DoubleText::TakeExponent()
 {
     const std::size_t mark = mantissa().find('e');
@@ -68,8 +72,8 @@ int DoubleText::TakeExponent()
     return exponent;
 }
 
-/// Drops the last digit, a 5, and counts up what stands in front of it. True if only zeros remain: the number has
-/// grown by a digit.
+/// Removes the last digit, which is a 5, and adds one to the digit before it, with carries.
+/// @return true if all digits have become zeros and the last carry is left: the number needs a 1 at its front
 bool DoubleText::RoundUp()
 {
     --Length;
@@ -87,9 +91,10 @@ bool DoubleText::RoundUp()
     return true;
 }
 
+// A value in the middle is rendered with one more digit, which is exact then, and rounded here.
 void DoubleText::RenderFixed(double value, int precision)
 {
-    if (precision < MaxDecimals && EndsAt(value, precision + 1) && !EndsAt(value, precision)) {
+    if (precision < MaxDecimals && IsExactAt(value, precision + 1) && !IsExactAt(value, precision)) {
         RenderDigits(value, std::chars_format::fixed, precision + 1);
         if (RoundUp()) {
             std::memmove(Text + 1, Text, Length++);
@@ -101,7 +106,8 @@ void DoubleText::RenderFixed(double value, int precision)
     ExponentLength = 0;
 }
 
-/// @return the exponent.
+/// Like RenderFixed. The exponent, and with it the position of the last digit, is known only after rendering.
+/// @return the exponent
 int DoubleText::RenderScientific(double value, int precision, bool upper)
 {
     int exponent = 0;
@@ -109,7 +115,7 @@ int DoubleText::RenderScientific(double value, int precision, bool upper)
         RenderDigits(value, std::chars_format::scientific, precision + 1);
         exponent = TakeExponent();
     }
-    if (precision < MaxDecimals && Text[Length - 1] == '5' && EndsAt(value, precision + 1 - exponent)) {
+    if (precision < MaxDecimals && Text[Length - 1] == '5' && IsExactAt(value, precision + 1 - exponent)) {
         if (RoundUp()) {
             Text[0] = '1';
             ++exponent;
@@ -122,20 +128,22 @@ int DoubleText::RenderScientific(double value, int precision, bool upper)
     return exponent;
 }
 
-/// Words for what is no number, cut or filled up to `precision` like digits.
+/// Renders infinity and NaN like the Windows C runtime: "1." and a word, which is cut or filled up with zeros to the
+/// precision like decimals.
 void DoubleText::RenderSpecial(double value, int precision)
 {
-    constexpr std::uint64_t Indefinite = 0xFFF8000000000000;  // what an invalid operation gives
+    // The NaN that the processor produces for an invalid operation.
+    constexpr std::uint64_t Indefinite = 0xFFF8000000000000;
     std::uint64_t bits = 0;
     std::memcpy(&bits, &value, sizeof bits);
     const std::string_view word = std::isinf(value) ? "#INF" : bits == Indefinite ? "#IND" : "#QNAN";
-    const auto wanted = static_cast<std::size_t>(precision);
+    const auto decimals = static_cast<std::size_t>(precision);
     Length = 0;
     Text[Length++] = '1';
-    if (wanted > 0)
+    if (decimals > 0)
         Text[Length++] = '.';
-    Length += word.copy(Text + Length, wanted);
-    Zeros = wanted > word.size() ? wanted - word.size() : 0;
+    Length += word.copy(Text + Length, decimals);
+    Zeros = decimals > word.size() ? decimals - word.size() : 0;
     ExponentLength = 0;
 }
 

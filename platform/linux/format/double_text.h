@@ -1,4 +1,4 @@
-// Floating-point numbers in decimal, the platform's way and whatever the locale.
+// Floating-point numbers as decimal text, in the form of the Windows C runtime and independent of the locale.
 #pragma once
 
 #include <charconv>
@@ -7,18 +7,23 @@
 
 namespace layer {
 
-/// A rendered number: the mantissa, the zeros that its precision asks for beyond the digits it has, and an
-/// exponent of at least three digits.
+/// A rendered number in three parts: the mantissa, the zeros after it, and the exponent of three digits. The zeros are
+/// those that a large precision demands after the last digit that a `double` can have; they are counted, not stored.
 class DoubleText {
 public:
-    /// @param value     not negative, except where it is no number; infinity and that have words of their own.
-    /// @param kind      e, f or g.
-    /// @param precision any number from 0 on.
-    /// @param alternate always with a point, and with the zeros that `g` drops.
+    /// Renders a number; the accessors then return its parts.
+    /// @param value     not negative, or NaN
+    /// @param kind      the conversion: `e`, `f` or `g`
+    /// @param precision 0 or more
+    /// @param alternate whether to write the point without decimals too, and keep the trailing zeros of `g`
+    /// @param upper     whether the exponent begins with a capital letter
     void Render(double value, char kind, int precision, bool alternate, bool upper);
 
+    /// The digits with their point. Valid until the next call of Render, like the exponent.
     std::string_view mantissa() const { return {Text, Length}; }
+    /// The number of zeros between mantissa and exponent.
     std::uint64_t trailingZeros() const { return Zeros; }
+    /// The exponent with its letter and sign, or an empty text.
     std::string_view exponent() const { return {Exponent, ExponentLength}; }
 
 private:
@@ -32,7 +37,7 @@ private:
     void AddPoint();
     void StripZeros();
 
-    // A double has at most 309 digits in front of its point and 1074 behind it; all further ones are zeros.
+    // A `double` has at most 309 digits before its point and 1074 after it; all further ones are zeros.
     static constexpr int MaxDecimals = 1074;
 
     char Text[309 + 1 + MaxDecimals + 16];

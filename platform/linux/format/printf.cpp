@@ -1,6 +1,6 @@
-// One pass over the format: runs of plain text are copied, each conversion is parsed into a picture and put
-// with its argument. Fillers are counted, never built, so a huge width or precision costs nothing but the
-// units that fit. Nothing depends on the process's locale.
+// Formats in one pass: runs of literal text are copied; each conversion specification is parsed and written with its
+// argument. Padding is counted and never built in memory, so a huge width or precision costs no more than the units
+// that fit. Nothing depends on the locale of the process.
 #include "format/printf.h"
 
 #include "format/double_text.h"
@@ -16,20 +16,22 @@ using layer::UnitWriter;
 
 constexpr std::size_t Unbounded = std::numeric_limits<std::size_t>::max();
 
-enum class Size { plain, half, wide, quad, word, longDouble };
+/// The length modifiers, by their effect: `h`, `l` and `w`, `ll` and `I64`, `I` (the size of a pointer), `L`.
+enum class LengthModifier { none, half, wide, int64, word, longDouble };
 
-struct Picture {
-    bool Left = false;
-    bool Plus = false;
-    bool Blank = false;
-    bool Alternate = false;
-    bool Zero = false;
+/// A parsed conversion specification, without its conversion character.
+struct ConversionSpec {
+    bool LeftAligned = false;  // flag `-`
+    bool ForceSign = false;    // flag `+`
+    bool BlankSign = false;    // flag ` `
+    bool Alternate = false;    // flag `#`
+    bool ZeroFilled = false;   // flag `0`
     std::uint32_t Width = 0;
-    int Precision = -1;  // -1: none given
-    Size ArgumentSize = Size::plain;
+    int Precision = -1;  // -1 if there is none
+    LengthModifier Length = LengthModifier::none;
 };
 
-/// A number as it stands in its field. The zeros are counted, not stored.
+/// The parts of a formatted number, in their order. The zeros are counted, not stored.
 struct Numeral {
     std::string_view Prefix;
     std::uint64_t LeadingZeros = 0;
@@ -43,6 +45,7 @@ bool IsDigit(WCHAR unit)
     return unit >= '0' && unit <= '9';
 }
 
+/// Parses a number and moves `at` to the unit after it. Numbers above INT_MAX count as INT_MAX.
 int ParseNumber(const WCHAR*& at)
 {
     int number = 0;
@@ -53,117 +56,123 @@ int ParseNumber(const WCHAR*& at)
     return number;
 }
 
-const WCHAR* ParseFlags(const WCHAR* at, Picture& picture)
+// Each of these functions parses one part of a conversion specification, which may be missing, and returns the position
+// after it.
+
+const WCHAR* ParseFlags(const WCHAR* at, ConversionSpec& spec)
 {
     for (;; ++at) {
         switch (*at) {
-            case '-': picture.Left = true; break;
-            case '+': picture.Plus = true; break;
-            case ' ': picture.Blank = true; break;
-            case '#': picture.Alternate = true; break;
-            case '0': picture.Zero = true; break;
+            case '-': spec.LeftAligned = true; break;
+            case '+': spec.ForceSign = true; break;
+            case ' ': spec.BlankSign = true; break;
+            case '#': spec.Alternate = true; break;
+            case '0': spec.ZeroFilled = true; break;
             default: return at;
         }
     }
 }
 
-const WCHAR* ParseWidth(const WCHAR* at, Picture& picture, FormatArguments& arguments)
+const WCHAR* ParseWidth(const WCHAR* at, ConversionSpec& spec, FormatArguments& arguments)
 {
     if (*at != '*') {
-        picture.Width = static_cast<std::uint32_t>(ParseNumber(at));
+        spec.Width = static_cast<std::uint32_t>(ParseNumber(at));
         return at;
     }
     const int width = arguments.NextInt();
-    if (width < 0)
-        picture.Left = true;
-    picture.Width = width < 0 ? 0U - static_cast<std::uint32_t>(width) : static_cast<std::uint32_t>(width);
+    if (width < 0)  // C defines this as the flag `-` and the absolute value
+        spec.LeftAligned = true;
+    spec.Width = width < 0 ? 0U - static_cast<std::uint32_t>(width) : static_cast<std::uint32_t>(width);
     return at + 1;
 }
 
-const WCHAR* ParsePrecision(const WCHAR* at, Picture& picture, FormatArguments& arguments)
+const WCHAR* ParsePrecision(const WCHAR* at, ConversionSpec& spec, FormatArguments& arguments)
 {
     if (*at != '.')
         return at;
     ++at;
     if (*at != '*') {
-        picture.Precision = ParseNumber(at);
+        spec.Precision = ParseNumber(at);
         return at;
     }
-    picture.Precision = std::max(arguments.NextInt(), -1);
+    spec.Precision = std::max(arguments.NextInt(), -1);  // any negative number means none
     return at + 1;
 }
 
-const WCHAR* ParseSize(const WCHAR* at, Picture& picture)
+const WCHAR* ParseLength(const WCHAR* at, ConversionSpec& spec)
 {
-    const auto take = [&](Size size, int units) {
-        picture.ArgumentSize = size;
+    const auto take = [&](LengthModifier modifier, int units) {
+        spec.Length = modifier;
         return at + units;
     };
     switch (*at) {
-        case 'h': return take(Size::half, at[1] == 'h' ? 2 : 1);
-        case 'l': return at[1] == 'l' ? take(Size::quad, 2) : take(Size::wide, 1);
-        case 'w': return take(Size::wide, 1);
-        case 'L': return take(Size::longDouble, 1);
-        case 'j': return take(Size::quad, 1);
+        case 'h': return take(LengthModifier::half, at[1] == 'h' ? 2 : 1);
+        case 'l': return at[1] == 'l' ? take(LengthModifier::int64, 2) : take(LengthModifier::wide, 1);
+        case 'w': return take(LengthModifier::wide, 1);
+        case 'L': return take(LengthModifier::longDouble, 1);
+        case 'j': return take(LengthModifier::int64, 1);
         case 'z':
-        case 't': return take(Size::word, 1);
+        case 't': return take(LengthModifier::word, 1);
         case 'I':
             if (at[1] == '6' && at[2] == '4')
-                return take(Size::quad, 3);
+                return take(LengthModifier::int64, 3);
             if (at[1] == '3' && at[2] == '2')
-                return take(Size::plain, 3);
-            return take(Size::word, 1);
+                return take(LengthModifier::none, 3);
+            return take(LengthModifier::word, 1);
         default: return at;
     }
 }
 
-/// How much of the field a text of `length` leaves to fill.
-std::uint64_t Padding(const Picture& picture, std::uint64_t length)
+/// The padding that fills the field beside a text of `length` units.
+std::uint64_t Padding(const ConversionSpec& spec, std::uint64_t length)
 {
-    return picture.Width > length ? picture.Width - length : 0;
+    return spec.Width > length ? spec.Width - length : 0;
 }
 
-void PutNumeral(UnitWriter& out, const Picture& picture, const Numeral& numeral, bool zeroFilled)
+/// Writes a number in its field. @param zeroFilled pad with zeros after the prefix instead of blanks before it
+void PutNumeral(UnitWriter& out, const ConversionSpec& spec, const Numeral& numeral, bool zeroFilled)
 {
-    const std::uint64_t padding =
-        Padding(picture, numeral.Prefix.size() + numeral.LeadingZeros + numeral.Digits.size() + numeral.TrailingZeros +
-                             numeral.Suffix.size());
-    if (!picture.Left && !zeroFilled)
+    const std::uint64_t padding = Padding(spec, numeral.Prefix.size() + numeral.LeadingZeros + numeral.Digits.size() +
+                                                    numeral.TrailingZeros + numeral.Suffix.size());
+    if (!spec.LeftAligned && !zeroFilled)
         out.Fill(' ', padding);
     out.Put(numeral.Prefix);
-    out.Fill('0', numeral.LeadingZeros + (!picture.Left && zeroFilled ? padding : 0));
+    out.Fill('0', numeral.LeadingZeros + (!spec.LeftAligned && zeroFilled ? padding : 0));
     out.Put(numeral.Digits);
     out.Fill('0', numeral.TrailingZeros);
     out.Put(numeral.Suffix);
-    if (picture.Left)
+    if (spec.LeftAligned)
         out.Fill(' ', padding);
 }
 
-std::string_view Sign(const Picture& picture, bool negative)
+/// The sign that the flags demand.
+std::string_view Sign(const ConversionSpec& spec, bool negative)
 {
     if (negative)
         return "-";
-    if (picture.Plus)
+    if (spec.ForceSign)
         return "+";
-    return picture.Blank ? " " : "";
+    return spec.BlankSign ? " " : "";
 }
 
-std::int64_t NextSigned(FormatArguments& arguments, Size size)
+// A `short` is passed as an `int` by C, so it is read as one and cut to 16 bits.
+
+std::int64_t NextSigned(FormatArguments& arguments, LengthModifier modifier)
 {
-    switch (size) {
-        case Size::quad: return static_cast<std::int64_t>(arguments.NextLong());
-        case Size::word: return static_cast<std::intptr_t>(arguments.NextWord());
-        case Size::half: return static_cast<std::int16_t>(arguments.NextInt());
+    switch (modifier) {
+        case LengthModifier::int64: return static_cast<std::int64_t>(arguments.NextLong());
+        case LengthModifier::word: return static_cast<std::intptr_t>(arguments.NextWord());
+        case LengthModifier::half: return static_cast<std::int16_t>(arguments.NextInt());
         default: return arguments.NextInt();
     }
 }
 
-std::uint64_t NextUnsigned(FormatArguments& arguments, Size size)
+std::uint64_t NextUnsigned(FormatArguments& arguments, LengthModifier modifier)
 {
-    switch (size) {
-        case Size::quad: return arguments.NextLong();
-        case Size::word: return arguments.NextWord();
-        case Size::half: return static_cast<std::uint16_t>(arguments.NextInt());
+    switch (modifier) {
+        case LengthModifier::int64: return arguments.NextLong();
+        case LengthModifier::word: return arguments.NextWord();
+        case LengthModifier::half: return static_cast<std::uint16_t>(arguments.NextInt());
         default: return static_cast<std::uint32_t>(arguments.NextInt());
     }
 }
@@ -171,6 +180,7 @@ std::uint64_t NextUnsigned(FormatArguments& arguments, Size size)
 constexpr std::size_t MaxDigits = 22;  // 64 bits in octal
 using Digits = char[MaxDigits];
 
+// The digits are produced from the last one, at the end of the buffer.
 template <class Value>
 std::string_view WriteDigits(Digits& digits, Value value, Value base, const char* alphabet)
 {
@@ -180,97 +190,106 @@ std::string_view WriteDigits(Digits& digits, Value value, Value base, const char
     return {digits + first, MaxDigits - first};
 }
 
-/// The digits of `value`, none for zero.
+/// Writes the digits of `value`. @return the part of `digits` that was used; empty for zero
 std::string_view WriteDigits(Digits& digits, std::uint64_t value, std::uint32_t base, bool upper)
 {
     const char* const alphabet = upper ? "0123456789ABCDEF" : "0123456789abcdef";
-    if (value <= 0xFFFFFFFF)  // 32 bits divide far faster, and with a base that is known faster still
+    // A 32-bit division is much faster than one of 64 bits, and one by a constant is faster still. Most numbers are
+    // small and decimal.
+    if (value <= 0xFFFFFFFF)
         return base == 10 ? WriteDigits(digits, static_cast<std::uint32_t>(value), 10U, alphabet)
                           : WriteDigits(digits, static_cast<std::uint32_t>(value), base, alphabet);
     return WriteDigits(digits, value, std::uint64_t{base}, alphabet);
 }
 
-/// The zeros that a number's precision asks for; without one a number has at least one digit.
-std::size_t LeadingZeros(const Picture& picture, std::string_view digits)
+/// The zeros before the digits of an integer. The precision is the smallest number of digits; its default is one.
+std::size_t LeadingZeros(const ConversionSpec& spec, std::string_view digits)
 {
-    const std::size_t wanted = picture.Precision < 0 ? 1 : static_cast<std::size_t>(picture.Precision);
-    return wanted > digits.size() ? wanted - digits.size() : 0;
+    const std::size_t minimum = spec.Precision < 0 ? 1 : static_cast<std::size_t>(spec.Precision);
+    return minimum > digits.size() ? minimum - digits.size() : 0;
 }
 
-void PutInteger(UnitWriter& out, const Picture& picture, std::string_view prefix, std::string_view digits)
+void PutInteger(UnitWriter& out, const ConversionSpec& spec, std::string_view prefix, std::string_view digits)
 {
     const Numeral numeral{.Prefix = prefix,
-                          .LeadingZeros = LeadingZeros(picture, digits),
+                          .LeadingZeros = LeadingZeros(spec, digits),
                           .Digits = digits,
                           .TrailingZeros = 0,
                           .Suffix = {}};
-    PutNumeral(out, picture, numeral, picture.Zero && picture.Precision < 0);
+    // A precision disables the flag `0` of integers, as C demands.
+    PutNumeral(out, spec, numeral, spec.ZeroFilled && spec.Precision < 0);
 }
 
-void PutSigned(UnitWriter& out, const Picture& picture, FormatArguments& arguments)
+void PutSigned(UnitWriter& out, const ConversionSpec& spec, FormatArguments& arguments)
 {
-    const std::int64_t value = NextSigned(arguments, picture.ArgumentSize);
+    const std::int64_t value = NextSigned(arguments, spec.Length);
     const bool negative = value < 0;
-    const auto bits = static_cast<std::uint64_t>(value);
+    const auto bits = static_cast<std::uint64_t>(value);  // unsigned, so that the smallest number can be negated
     Digits digits;
-    PutInteger(out, picture, Sign(picture, negative), WriteDigits(digits, negative ? 0 - bits : bits, 10, false));
+    PutInteger(out, spec, Sign(spec, negative), WriteDigits(digits, negative ? 0 - bits : bits, 10, false));
 }
 
-void PutUnsigned(UnitWriter& out, const Picture& picture, FormatArguments& arguments, WCHAR kind)
+void PutUnsigned(UnitWriter& out, const ConversionSpec& spec, FormatArguments& arguments, WCHAR kind)
 {
-    const std::uint64_t value = NextUnsigned(arguments, picture.ArgumentSize);
+    const std::uint64_t value = NextUnsigned(arguments, spec.Length);
     const std::uint32_t base = kind == 'u' ? 10 : kind == 'o' ? 8 : 16;
     Digits buffer;
     const std::string_view digits = WriteDigits(buffer, value, base, kind == 'X');
     std::string_view prefix;
-    if (picture.Alternate && base == 16 && value != 0)
+    if (spec.Alternate && base == 16 && value != 0)
         prefix = kind == 'X' ? "0X" : "0x";
-    else if (picture.Alternate && base == 8 && LeadingZeros(picture, digits) == 0)
+    else if (spec.Alternate && base == 8 && LeadingZeros(spec, digits) == 0)
         prefix = "0";
-    PutInteger(out, picture, prefix, digits);
+    PutInteger(out, spec, prefix, digits);
 }
 
-void PutPointer(UnitWriter& out, Picture picture, FormatArguments& arguments)
+/// Writes a pointer: always all digits, in capitals and without a prefix.
+void PutPointer(UnitWriter& out, ConversionSpec spec, FormatArguments& arguments)
 {
-    picture.Precision = 2 * sizeof(void*);
+    spec.Precision = 2 * sizeof(void*);
     Digits digits;
-    PutInteger(out, picture, "", WriteDigits(digits, arguments.NextWord(), 16, true));
+    PutInteger(out, spec, "", WriteDigits(digits, arguments.NextWord(), 16, true));
 }
 
-void PutDouble(UnitWriter& out, const Picture& picture, FormatArguments& arguments, WCHAR kind)
+void PutDouble(UnitWriter& out, const ConversionSpec& spec, FormatArguments& arguments, WCHAR kind)
 {
-    const double value = picture.ArgumentSize == Size::longDouble ? arguments.NextLongDouble() : arguments.NextDouble();
-    const bool upper = kind < 'a';
+    const double value =
+        spec.Length == LengthModifier::longDouble ? arguments.NextLongDouble() : arguments.NextDouble();
+    const bool upper = kind < 'a';  // in ASCII capitals come first
     const char lowerKind = static_cast<char>(upper ? kind - 'A' + 'a' : kind);
+    // A value that is not a number keeps its sign, because its bits decide how it is written.
     const double magnitude = std::isnan(value) ? value : std::fabs(value);
     layer::DoubleText text;
-    text.Render(magnitude, lowerKind, picture.Precision < 0 ? 6 : picture.Precision, picture.Alternate, upper);
-    const Numeral numeral{.Prefix = Sign(picture, std::signbit(value)),
+    text.Render(magnitude, lowerKind, spec.Precision < 0 ? 6 : spec.Precision, spec.Alternate, upper);
+    const Numeral numeral{.Prefix = Sign(spec, std::signbit(value)),
                           .LeadingZeros = 0,
                           .Digits = text.mantissa(),
                           .TrailingZeros = text.trailingZeros(),
                           .Suffix = text.exponent()};
-    PutNumeral(out, picture, numeral, picture.Zero);
+    PutNumeral(out, spec, numeral, spec.ZeroFilled);
 }
 
-/// Puts a text whose length is not known ahead, at the side of its field that the picture asks for. `put`
-/// puts it into a writer.
+/// Writes a text of unknown length in its field. A text that is aligned to the right is measured first, so `put` is
+/// called twice.
+/// @param put writes the text to the writer that it is called with
 template <class PutText>
-void PutPadded(UnitWriter& out, const Picture& picture, PutText put)
+void PutPadded(UnitWriter& out, const ConversionSpec& spec, PutText put)
 {
     const std::size_t before = out.used();
-    if (picture.Width > 0 && !picture.Left) {
-        UnitWriter measure(nullptr, picture.Width);
+    if (spec.Width > 0 && !spec.LeftAligned) {
+        // Beyond the width there is no padding, so measuring stops there.
+        UnitWriter measure(nullptr, spec.Width);
         put(measure);
-        out.Fill(picture.Zero ? '0' : ' ', Padding(picture, measure.used()));
+        out.Fill(spec.ZeroFilled ? '0' : ' ', Padding(spec, measure.used()));
         put(out);
         return;
     }
     put(out);
     if (!out.overrun())
-        out.Fill(' ', Padding(picture, out.used() - before));
+        out.Fill(' ', Padding(spec, out.used() - before));
 }
 
+/// Writes narrow text up to its terminator. @param limit the number of bytes that may be read
 void PutNarrow(UnitWriter& out, const char* text, std::size_t limit)
 {
     for (std::size_t i = 0; i < limit && text[i] != 0 && !out.overrun();) {
@@ -283,58 +302,59 @@ void PutNarrow(UnitWriter& out, const char* text, std::size_t limit)
     }
 }
 
-bool IsNarrow(const Picture& picture, bool narrowKind)
+/// Whether a text or character argument is narrow. @param narrowKind whether it is narrow without a length modifier
+bool IsNarrow(const ConversionSpec& spec, bool narrowKind)
 {
-    switch (picture.ArgumentSize) {
-        case Size::half: return true;
-        case Size::wide:
-        case Size::quad: return false;
+    switch (spec.Length) {
+        case LengthModifier::half: return true;
+        case LengthModifier::wide:
+        case LengthModifier::int64: return false;
         default: return narrowKind;
     }
 }
 
-void PutText(UnitWriter& out, const Picture& picture, FormatArguments& arguments, bool narrowKind)
+void PutText(UnitWriter& out, const ConversionSpec& spec, FormatArguments& arguments, bool narrowKind)
 {
     const DWORD_PTR argument = arguments.NextWord();
-    const std::size_t limit = picture.Precision < 0 ? Unbounded : static_cast<std::size_t>(picture.Precision);
+    const std::size_t limit = spec.Precision < 0 ? Unbounded : static_cast<std::size_t>(spec.Precision);
     if (argument == 0) {
         const std::string_view null = std::string_view("(null)").substr(0, limit);
-        PutPadded(out, picture, [&](UnitWriter& to) { to.Put(null); });
-    } else if (IsNarrow(picture, narrowKind)) {
+        PutPadded(out, spec, [&](UnitWriter& to) { to.Put(null); });
+    } else if (IsNarrow(spec, narrowKind)) {
         const auto text = reinterpret_cast<const char*>(argument);
-        PutPadded(out, picture, [&](UnitWriter& to) { PutNarrow(to, text, limit); });
+        PutPadded(out, spec, [&](UnitWriter& to) { PutNarrow(to, text, limit); });
     } else {
         const auto text = reinterpret_cast<const WCHAR*>(argument);
-        PutPadded(out, picture, [&](UnitWriter& to) { to.PutUntil(0, text, limit); });
+        PutPadded(out, spec, [&](UnitWriter& to) { to.PutUntil(0, text, limit); });
     }
 }
 
-void PutCharacter(UnitWriter& out, const Picture& picture, FormatArguments& arguments, bool narrowKind)
+void PutCharacter(UnitWriter& out, const ConversionSpec& spec, FormatArguments& arguments, bool narrowKind)
 {
     const int argument = arguments.NextInt();
     auto unit = static_cast<WCHAR>(argument);
-    if (IsNarrow(picture, narrowKind)) {
+    if (IsNarrow(spec, narrowKind)) {
         const char byte = static_cast<char>(argument);
         const layer::DecodedCharacter character = layer::DecodeNarrow(&byte, 1);
         unit = character.UnitCount == 1 ? character.Units[0] : WCHAR{'?'};
     }
-    PutPadded(out, picture, [&](UnitWriter& to) { to.Put(unit); });
+    PutPadded(out, spec, [&](UnitWriter& to) { to.Put(unit); });
 }
 
-void PutConversion(UnitWriter& out, const Picture& picture, WCHAR kind, FormatArguments& arguments)
+void PutConversion(UnitWriter& out, const ConversionSpec& spec, WCHAR kind, FormatArguments& arguments)
 {
     switch (kind) {
         case 'd':
-        case 'i': return PutSigned(out, picture, arguments);
+        case 'i': return PutSigned(out, spec, arguments);
         case 'u':
         case 'o':
         case 'x':
-        case 'X': return PutUnsigned(out, picture, arguments, kind);
-        case 'p': return PutPointer(out, picture, arguments);
+        case 'X': return PutUnsigned(out, spec, arguments, kind);
+        case 'p': return PutPointer(out, spec, arguments);
         case 's':
-        case 'S': return PutText(out, picture, arguments, kind == 'S');
+        case 'S': return PutText(out, spec, arguments, kind == 'S');
         case 'c':
-        case 'C': return PutCharacter(out, picture, arguments, kind == 'C');
+        case 'C': return PutCharacter(out, spec, arguments, kind == 'C');
         case 'e':
         case 'E':
         case 'f':
@@ -342,11 +362,11 @@ void PutConversion(UnitWriter& out, const Picture& picture, WCHAR kind, FormatAr
         case 'g':
         case 'G':
             if (arguments.listed())
-                return PutDouble(out, picture, arguments, kind);
-            break;
+                return PutDouble(out, spec, arguments, kind);
+            break;  // the other source of arguments has no floating-point numbers
         default: break;
     }
-    out.Put(kind);
+    out.Put(kind);  // an unknown conversion character is literal text
 }
 
 }  // namespace
@@ -358,14 +378,14 @@ void layer::Format(UnitWriter& out, const WCHAR* format, FormatArguments& argume
         if (*at != '%' || out.overrun())
             return;
         ++at;
-        Picture picture;
-        at = ParseFlags(at, picture);
-        at = ParseWidth(at, picture, arguments);
-        at = ParsePrecision(at, picture, arguments);
-        at = ParseSize(at, picture);
+        ConversionSpec spec;
+        at = ParseFlags(at, spec);
+        at = ParseWidth(at, spec, arguments);
+        at = ParsePrecision(at, spec, arguments);
+        at = ParseLength(at, spec);
         if (*at == 0)
             return;
-        PutConversion(out, picture, *at, arguments);
+        PutConversion(out, spec, *at, arguments);
         if (out.overrun())
             return;
         format = at + 1;
@@ -376,7 +396,7 @@ int _vsnwprintf(WCHAR* buffer, SIZE_T count, const WCHAR* format, va_list argume
 {
     if (format == nullptr || (buffer == nullptr && count != 0))
         return -1;
-    const std::size_t room = std::min<std::size_t>(count, INT_MAX);
+    const std::size_t room = std::min<std::size_t>(count, INT_MAX);  // so that the result fits its type
     layer::UnitWriter out(buffer, room);
     layer::FormatArguments values(arguments);
     layer::Format(out, format, values);

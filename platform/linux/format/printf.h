@@ -1,4 +1,4 @@
-// The platform's printf language over 16-bit text.
+// Formatting of 16-bit text by printf formats, with the conversions of the Windows C runtime.
 #pragma once
 
 #include "system.h"
@@ -9,11 +9,14 @@
 
 namespace layer {
 
-/// The arguments of a format: a caller's list, or values that are at hand already, one word each.
-/// Floating-point numbers come from a list only; behind the last value stand zeros.
+/// The arguments of a format: a variable argument list, or an array of values of pointer size, as FormatMessageW takes
+/// them. The Next functions return one argument after another. An array that is exhausted yields zeros; a list must
+/// have all the arguments that the format demands.
 class FormatArguments {
 public:
+    /// Reads a copy of the list, so the caller's own does not advance.
     explicit FormatArguments(va_list list) : Listed(true) { va_copy(List, list); }
+    /// Reads values, which must outlive this object.
     explicit FormatArguments(std::span<const DWORD_PTR> values) : Values(values) {}
     FormatArguments(const FormatArguments&) = delete;
     FormatArguments& operator=(const FormatArguments&) = delete;
@@ -23,6 +26,7 @@ public:
             va_end(List);
     }
 
+    /// Whether the source is a list. Only a list has floating-point numbers.
     bool listed() const { return Listed; }
     int NextInt() { return Listed ? va_arg(List, int) : static_cast<int>(NextValue()); }
     std::uint64_t NextLong() { return Listed ? va_arg(List, std::uint64_t) : NextValue(); }
@@ -47,11 +51,12 @@ private:
 
 /// Formats until the end of `format`, or until `out` overruns.
 ///
-/// Conversions: d i u o x X p c C s S e E f F g G. Of a text or character, `s` and `c` are wide, `S` and `C`
-/// narrow in the active code page; h makes them narrow, l and w wide. Of a number, hh, h, l (32 bits), ll,
-/// I64, j (64 bits), I32, I, z and t (a word) tell the size, and L a `long double`. Any other character
-/// after a percent sign stands for itself and takes no argument; nothing is ever written through an
-/// argument. A precision bounds what is read of a text, in its own units.
+/// - Conversions: d i u o x X p c C s S e E f F g G. Any other character after a percent sign is literal text and
+///   takes no argument. There is no `n`: nothing is ever written through an argument.
+/// - Texts and characters: `s` and `c` are wide, `S` and `C` narrow in the active code page. The modifier h makes them
+///   narrow; l, ll and w make them wide. The precision limits the units or bytes that are read.
+/// - Integers: h and hh mean 16 bits, l and I32 32 bits, ll, I64 and j 64 bits, I, z and t the size of a pointer.
+/// - Floating-point numbers: L means a `long double`, which is written with the precision of a `double`.
 void Format(UnitWriter& out, const WCHAR* format, FormatArguments& arguments);
 
 }  // namespace layer

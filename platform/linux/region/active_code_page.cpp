@@ -1,5 +1,5 @@
-// The active code page is read from the store once. Its characters of one and two bytes are kept as a table,
-// for callers that take text apart character by character and may not allocate each time.
+// The active code page is read from the store once. A table of its characters of one and two bytes serves callers that
+// decode text character by character: an `iconv` conversion per character would be expensive and would allocate memory.
 #include "region/active_code_page.h"
 
 #include "base/lifecycle.h"
@@ -18,18 +18,18 @@ using namespace utility::literals;
 using layer::Converter;
 using layer::DecodedCharacter;
 
-std::atomic<UINT> activePage{0};  // 0: not read yet
+std::atomic<UINT> activePage{0};  // 0 until it has been read
 
-/// The page of this number where the machine can convert it, else UTF-8; 0 for want of memory.
+/// @return the code page if the machine can convert it, else UTF-8; 0 if memory is exhausted
 UINT UsablePage(UINT codePage)
 {
-    const Converter converter(layer::WideCharset, layer::NameOf(codePage).data());
+    const Converter converter(layer::WideCharset, layer::CharsetNameOf(codePage).data());
     if (converter.open())
         return codePage;
     return converter.outOfMemory() ? 0 : CP_UTF8;
 }
 
-/// 0 if it cannot be read now.
+/// Determines the active code page. @return 0 if the store cannot be read this time
 UINT ReadActivePage()
 {
     constexpr const WCHAR* key = u"SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage"_w;
@@ -48,81 +48,89 @@ UINT ReadActivePage()
     return number == CP_UTF8 ? CP_UTF8 : UsablePage(number);
 }
 
-/// The characters of a code page that take one byte or two; 0 where there is none.
+/// The characters of a code page that have one or two bytes. Longer characters, which a few East Asian pages have,
+/// decode as malformed.
 class PageTable {
 public:
-    /// That of the active code page, or null without memory.
+    /// The table of the active code page. @return null if memory is exhausted
     static const PageTable* Active();
 
+    /// Tries each byte, and each pair that begins with a byte that is incomplete by itself.
     explicit PageTable(Converter& converter)
     {
         for (unsigned first = 0; first < 256; ++first) {
             bool incomplete = false;
             const char lead[] = {static_cast<char>(first)};
-            Single[first] = Convert(converter, {lead, 1}, incomplete);
-            Leads[first] = incomplete;
+            SingleByte[first] = ConvertCharacter(converter, {lead, 1}, incomplete);
+            IsLead[first] = incomplete;
             for (unsigned second = 1; incomplete && second < 256; ++second) {
                 bool ignored = false;
                 const char pair[] = {static_cast<char>(first), static_cast<char>(second)};
-                Double[first][second] = Convert(converter, {pair, 2}, ignored);
+                DoubleByte[first][second] = ConvertCharacter(converter, {pair, 2}, ignored);
             }
         }
     }
 
-    DecodedCharacter Take(const char* text, std::size_t bytes) const
+    /// Decodes the first character of a text of at least one byte.
+    DecodedCharacter Decode(const char* text, std::size_t bytes) const
     {
         const auto first = static_cast<unsigned char>(text[0]);
-        if (!Leads[first])
-            return Found(1, Single[first], first == 0);
+        if (!IsLead[first])
+            return MakeCharacter(1, SingleByte[first], first == 0);
         if (bytes < 2)
             return {1, 0, {}};
-        const WCHAR unit = Double[first][static_cast<unsigned char>(text[1])];
-        return Found(unit != 0 ? 2 : 1, unit, false);
+        const WCHAR unit = DoubleByte[first][static_cast<unsigned char>(text[1])];
+        return MakeCharacter(unit != 0 ? 2 : 1, unit, false);
     }
 
 private:
-    static DecodedCharacter Found(std::size_t bytes, WCHAR unit, bool zero)
+    /// @param zero whether the unit 0 is the character zero and not the mark of a malformed one
+    static DecodedCharacter MakeCharacter(std::size_t bytes, WCHAR unit, bool zero)
     {
         return {bytes, unit != 0 || zero ? 1U : 0U, {unit}};
     }
 
-    static WCHAR Convert(Converter& converter, std::string_view bytes, bool& incomplete)
+    /// Converts one character. @return its unit, 0 if there is none or more than one
+    static WCHAR ConvertCharacter(Converter& converter, std::string_view bytes, bool& incomplete)
     {
         WCHAR units[4]{};
         layer::Sink<WCHAR> sink(units, 4);
-        const int error = converter.Run(bytes, sink);
+        const int error = converter.Convert(bytes, sink);
+        // Also discards an incomplete character, so that the next conversion begins in the initial state.
         converter.Finish(sink);
         incomplete = error == EINVAL;
         return error == 0 && sink.count() == 1 ? units[0] : WCHAR{0};
     }
 
-    bool Leads[256]{};
-    WCHAR Single[256]{};
-    WCHAR Double[256][256]{};
+    bool IsLead[256]{};
+    // The units of the characters; 0 marks bytes that are not a character.
+    WCHAR SingleByte[256]{};
+    WCHAR DoubleByte[256][256]{};
 };
 
 std::atomic<const PageTable*> activeTable{nullptr};
 
-void DropTable()
+void DeleteTable()
 {
     delete activeTable.exchange(nullptr);
 }
 
-constinit layer::LifecycleHooks hooks{.AfterForkInChild = nullptr, .AtThreadEnd = nullptr, .AtUnload = DropTable};
+constinit layer::LifecycleHooks hooks{.AfterForkInChild = nullptr, .AtThreadEnd = nullptr, .AtUnload = DeleteTable};
 
 const PageTable* PageTable::Active()
 {
     const PageTable* known = activeTable.load(std::memory_order_acquire);
     if (known != nullptr)
         return known;
-    Converter converter(layer::WideCharset, layer::NameOf(layer::ActiveCodePage()).data());
+    Converter converter(layer::WideCharset, layer::CharsetNameOf(layer::ActiveCodePage()).data());
     if (!converter.open())
         return nullptr;
-    std::unique_ptr<const PageTable> made(new (std::nothrow) PageTable(converter));
+    std::unique_ptr<const PageTable> created(new (std::nothrow) PageTable(converter));
     layer::RegisterHooks(hooks);
-    // If two threads arrive here at once, one of them keeps its table.
-    if (made && activeTable.compare_exchange_strong(known, made.get(), std::memory_order_acq_rel))
-        return made.release();
+    // Two threads may build a table at the same time. The first one stores its table; the other one deletes its own and
+    // uses the stored one, which the failed exchange has put into `known`.
+    if (created && activeTable.compare_exchange_strong(known, created.get(), std::memory_order_acq_rel))
+        return created.release();
     return known;
 }
 
@@ -136,7 +144,7 @@ UINT ActiveCodePage()
     if (page != 0)
         return page;
     page = ReadActivePage();
-    if (page == 0)
+    if (page == 0)  // not cached: the next call tries again
         return CP_UTF8;
     activePage.store(page, std::memory_order_relaxed);
     return page;
@@ -147,7 +155,8 @@ DecodedCharacter DecodeNarrow(const char* text, std::size_t bytes)
     if (ActiveCodePage() == CP_UTF8)
         return DecodeUtf8(text, bytes);
     if (const PageTable* const table = PageTable::Active())
-        return table->Take(text, bytes);
+        return table->Decode(text, bytes);
+    // Without memory for the table only ASCII, which nearly all code pages contain, can be decoded.
     const auto byte = static_cast<unsigned char>(text[0]);
     return {1, byte < 0x80 ? 1U : 0U, {byte}};
 }

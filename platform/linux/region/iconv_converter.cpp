@@ -1,4 +1,4 @@
-// The C library's names of code pages. Most are "CP" and the number.
+// Translates the numbers of code pages to the names that `iconv` uses. Most of these are "CP" and the number.
 #include "region/iconv_converter.h"
 
 #include <bit>
@@ -10,7 +10,7 @@ namespace layer {
 const char WideCharset[] = {'U', 'T', 'F', '-', '1', '6', std::endian::native == std::endian::little ? 'L' : 'B',
                             'E', '\0'};
 
-CharsetName NameOf(UINT codePage)
+CharsetName CharsetNameOf(UINT codePage)
 {
     struct Entry {
         UINT CodePage;
@@ -26,6 +26,7 @@ CharsetName NameOf(UINT codePage)
         std::strncpy(name.data(), found->Name, name.size() - 1);
         return name;
     }
+    // The pages 28591 to 28606 are ISO 8859-1 to 8859-16.
     constexpr UINT FirstIso = 28591;
     constexpr UINT LastIso = 28606;
     const bool iso = codePage >= FirstIso && codePage <= LastIso;

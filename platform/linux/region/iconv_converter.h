@@ -1,4 +1,4 @@
-// Conversions of code pages other than UTF-8, by the C library's `iconv`.
+// Converts code pages other than UTF-8 with the `iconv` of the C library.
 #pragma once
 
 #include "base/last_error.h"
@@ -13,15 +13,17 @@
 
 namespace layer {
 
-/// The form of 16-bit text in memory, as `iconv` calls it.
+/// The name that `iconv` has for 16-bit text in the byte order of this machine.
 extern const char WideCharset[];
 
-/// Counts what a conversion gives and keeps it as far as there is room; a buffer of no room only asks.
+/// The output of a conversion call. It counts all units and stores those that fit. A buffer of size 0 makes the
+/// call a query for the size of the result.
 template <class Unit>
 class Sink {
 public:
     Sink(Unit* buffer, int size) : Buffer(buffer), Size(static_cast<std::size_t>(size)) {}
 
+    /// Adds one unit.
     void Put(Unit unit)
     {
         if (Count < Size)
@@ -29,13 +31,15 @@ public:
         ++Count;
     }
 
+    /// Adds several units.
     void Put(const Unit* units, std::size_t count)
     {
         for (std::size_t i = 0; i < count; ++i)
             Put(units[i]);
     }
 
-    /// Puts the ASCII that `text` begins with. @return how much that is.
+    /// Adds the ASCII characters at the beginning of `text`. Most texts consist of them, and they need no conversion.
+    /// @return their number
     template <class Other>
     std::size_t PutAscii(const Other* text, std::size_t length)
     {
@@ -43,6 +47,7 @@ public:
         std::size_t units = 0;
         for (; units < fitting && static_cast<std::make_unsigned_t<Other>>(text[units]) < 0x80; ++units)
             Buffer[Count + units] = static_cast<Unit>(static_cast<std::make_unsigned_t<Other>>(text[units]));
+        // The buffer is full; the rest is only counted.
         if (units == fitting) {
             while (units < length && static_cast<std::make_unsigned_t<Other>>(text[units]) < 0x80)
                 ++units;
@@ -51,11 +56,13 @@ public:
         return units;
     }
 
+    /// Whether the result does not fit, so that the conversion may stop. Never true for a query.
     bool full() const { return Size != 0 && Count > Size; }
 
+    /// The units so far, stored or not.
     std::size_t count() const { return Count; }
 
-    /// What the call is to return.
+    /// The return value of the conversion call: the count, or 0 with the last error set.
     int Result() const
     {
         if (full())
@@ -71,14 +78,17 @@ private:
     std::size_t Count = 0;
 };
 
+/// A terminated name.
 using CharsetName = std::array<char, 24>;
 
-/// The C library's name of a code page.
-CharsetName NameOf(UINT codePage);
+/// The name that `iconv` has for a code page. It may be one that the C library does not know.
+CharsetName CharsetNameOf(UINT codePage);
 
-/// A conversion of the C library in one direction.
+/// A conversion between two character sets, in one direction. It has a state, so threads must not share one: each call
+/// opens its own.
 class Converter {
 public:
+    /// Opens the conversion. @param to, from names as `iconv` uses them
     Converter(const char* to, const char* from) : Descriptor(iconv_open(to, from)), OpenError(errno) {}
     Converter(const Converter&) = delete;
     Converter& operator=(const Converter&) = delete;
@@ -88,21 +98,25 @@ public:
             iconv_close(Descriptor);
     }
 
+    /// Whether the constructor succeeded.
     bool open() const { return Descriptor != reinterpret_cast<iconv_t>(~std::uintptr_t{0}); }
+    /// Whether the constructor failed for lack of memory.
     bool outOfMemory() const { return !open() && OpenError == ENOMEM; }
 
-    /// The last error of a conversion that could not be opened: `iconv` knows no such page, or had no memory.
+    /// The system error if the constructor failed. Any failure but lack of memory means an unknown code page.
     DWORD openError() const { return outOfMemory() ? ERROR_OUTOFMEMORY : ERROR_INVALID_PARAMETER; }
 
-    /// Converts until the end of `from`, or until something in it cannot be converted, and moves it on.
-    /// @return 0, or the `errno` of what stands at `from` now.
+    /// Converts `from` up to its end, or up to the first character that cannot be converted, and removes what was
+    /// converted.
+    /// @return 0, or the `errno` of that character, with which `from` then begins
     template <class Unit>
-    int Run(std::string_view& from, Sink<Unit>& sink)
+    int Convert(std::string_view& from, Sink<Unit>& sink)
     {
         while (!from.empty() && !sink.full()) {
             char* in = const_cast<char*>(from.data());
             std::size_t left = from.size();
-            if (const int error = Step(&in, &left, sink); error != 0 && error != E2BIG) {
+            // E2BIG only means that the chunk is full.
+            if (const int error = ConvertChunk(&in, &left, sink); error != 0 && error != E2BIG) {
                 from.remove_prefix(from.size() - left);
                 return error;
             }
@@ -111,16 +125,19 @@ public:
         return 0;
     }
 
-    /// Puts what the conversion still keeps back, and starts anew.
+    /// Writes what the conversion has held back, and returns it to its initial state.
     template <class Unit>
     void Finish(Sink<Unit>& sink)
     {
-        Step(nullptr, nullptr, sink);
+        ConvertChunk(nullptr, nullptr, sink);
     }
 
 private:
+    /// Makes one call of `iconv`. Its output goes through a chunk, so that a query and a full buffer need no special
+    /// case.
+    /// @return 0 or `errno`
     template <class Unit>
-    int Step(char** in, std::size_t* left, Sink<Unit>& sink)
+    int ConvertChunk(char** in, std::size_t* left, Sink<Unit>& sink)
     {
         Unit chunk[128];
         char* out = reinterpret_cast<char*>(chunk);
@@ -132,7 +149,7 @@ private:
     }
 
     const iconv_t Descriptor;
-    const int OpenError;
+    const int OpenError;  // the `errno` of opening; without meaning if that succeeded
 };
 
 }  // namespace layer

@@ -1,4 +1,4 @@
-// How the machine writes a short date.
+// The format picture with which this machine writes a short date.
 #pragma once
 
 #include "system.h"
@@ -8,17 +8,20 @@
 
 namespace layer {
 
-/// A date picture with its terminator. The platform's own limit is 80 units.
+/// A format picture of GetDateFormatW, such as "dd/MM/yyyy", filled up with zeros. Win32 limits it to 80 units.
 using DatePicture = std::array<WCHAR, 81>;
 
-/// The machine's picture: that of the settings store, else that of the machine's locale, else yyyy-MM-dd.
-/// Read once per process.
+/// The picture of the machine: from the settings store, else from the machine's locale, else "yyyy-MM-dd". It is read
+/// once per process.
 DatePicture ShortDatePicture();
 
-/// A `strftime` picture of a date, in UTF-8, as a date picture. False if it holds what the latter cannot say.
-bool TranslateDatePicture(const char* strftimePicture, DatePicture& picture);
+/// Translates a date format of `strftime` to a date picture.
+/// @param strftimeFormat in UTF-8
+/// @return false if it has a conversion for which date pictures have no field, or if the result is empty or too long
+bool TranslateDatePicture(const char* strftimeFormat, DatePicture& picture);
 
-/// The locale for times that a file of `NAME=value` lines sets: its last LC_TIME, else its last LANG, else "".
+/// Finds the locale for dates and times in a file of `NAME=value` lines.
+/// @return the last value of LC_TIME, else the last value of LANG, else an empty text
 std::string_view TimeLocaleOf(std::string_view file);
 
 }  // namespace layer

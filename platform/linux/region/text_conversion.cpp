@@ -1,4 +1,4 @@
-// Conversions between wide and narrow text: UTF-8 by the layer's own code, every other code page through `iconv`.
+// Conversions between wide and narrow text: UTF-8 is converted by the layer itself, all other code pages by `iconv`.
 #include "base/last_error.h"
 #include "region/active_code_page.h"
 #include "region/iconv_converter.h"
@@ -8,7 +8,8 @@
 
 namespace {
 
-int NarrowToUtf8(const WCHAR* wide, std::size_t units, layer::Sink<char> sink)
+// Runs of ASCII are copied directly, other characters are converted one by one.
+int WideToUtf8(const WCHAR* wide, std::size_t units, layer::Sink<char> sink)
 {
     layer::TextView text(wide, units);
     for (;;) {
@@ -21,7 +22,8 @@ int NarrowToUtf8(const WCHAR* wide, std::size_t units, layer::Sink<char> sink)
     }
 }
 
-int WidenUtf8(const char* narrow, std::size_t bytes, bool strict, layer::Sink<WCHAR> sink)
+/// @param strict fail at malformed input instead of replacing it
+int Utf8ToWide(const char* narrow, std::size_t bytes, bool strict, layer::Sink<WCHAR> sink)
 {
     for (std::size_t i = 0; (i += sink.PutAscii(narrow + i, bytes - i)) < bytes && !sink.full();) {
         const layer::DecodedCharacter character = layer::DecodeUtf8(narrow + i, bytes - i);
@@ -36,15 +38,17 @@ int WidenUtf8(const char* narrow, std::size_t bytes, bool strict, layer::Sink<WC
     return sink.Result();
 }
 
-int NarrowToPage(UINT codePage, const WCHAR* wide, std::size_t units, char defaultChar, BOOL* usedDefault,
-                 layer::Sink<char> sink)
+/// @param defaultChar replaces each unit that the page does not have; `usedDefault`, if not null, is then set to TRUE
+int WideToCodePage(UINT codePage, const WCHAR* wide, std::size_t units, char defaultChar, BOOL* usedDefault,
+                   layer::Sink<char> sink)
 {
-    layer::Converter converter(layer::NameOf(codePage).data(), layer::WideCharset);
+    layer::Converter converter(layer::CharsetNameOf(codePage).data(), layer::WideCharset);
     if (!converter.open())
         return layer::Fail(converter.openError(), 0);
     std::string_view from(reinterpret_cast<const char*>(wide), units * sizeof(WCHAR));
-    // A character beyond the first plane gives two default characters, one a unit, as on the platform.
-    while (converter.Run(from, sink) != 0) {
+    // A character that the page lacks is replaced unit by unit, so a surrogate pair gives two default characters, as in
+    // Win32.
+    while (converter.Convert(from, sink) != 0) {
         converter.Finish(sink);
         sink.Put(defaultChar);
         from.remove_prefix(sizeof(WCHAR));
@@ -55,23 +59,24 @@ int NarrowToPage(UINT codePage, const WCHAR* wide, std::size_t units, char defau
     return sink.Result();
 }
 
-/// What stands for bytes that have no character: the middle dot where katakana are at home.
+/// The unit that replaces malformed bytes: in the Japanese page the katakana middle dot, else a question mark.
 WCHAR DefaultUnit(UINT codePage)
 {
     constexpr UINT japanese = 932;
     return codePage == japanese ? WCHAR{0x30FB} : WCHAR{'?'};
 }
 
-int WidenPage(UINT codePage, const char* narrow, std::size_t bytes, bool strict, layer::Sink<WCHAR> sink)
+int CodePageToWide(UINT codePage, const char* narrow, std::size_t bytes, bool strict, layer::Sink<WCHAR> sink)
 {
-    layer::Converter converter(layer::WideCharset, layer::NameOf(codePage).data());
+    layer::Converter converter(layer::WideCharset, layer::CharsetNameOf(codePage).data());
     if (!converter.open())
         return layer::Fail(converter.openError(), 0);
     std::string_view from(narrow, bytes);
-    while (converter.Run(from, sink) != 0) {
+    while (converter.Convert(from, sink) != 0) {
         if (strict)
             return layer::Fail(ERROR_NO_UNICODE_TRANSLATION, 0);
         converter.Finish(sink);
+        // Only the first byte of a malformed sequence is skipped: the next one may begin a character.
         sink.Put(DefaultUnit(codePage));
         from.remove_prefix(1);
     }
@@ -79,7 +84,7 @@ int WidenPage(UINT codePage, const char* narrow, std::size_t bytes, bool strict,
     return sink.Result();
 }
 
-/// A length that the caller gave, or that of terminated text with its terminator; 0 for one that means nothing.
+/// The length of the input. @param length the caller's value; -1 for terminated text, whose terminator is converted too
 template <class Unit>
 std::size_t LengthOf(const Unit* text, int length)
 {
@@ -88,13 +93,14 @@ std::size_t LengthOf(const Unit* text, int length)
     return length > 0 ? static_cast<std::size_t>(length) : 0;
 }
 
-bool IsSound(const void* from, int fromLength, const void* to, int toLength)
+/// The checks that both functions share. Input and output must not be the same buffer.
+bool AreArgumentsValid(const void* from, int fromLength, const void* to, int toLength)
 {
     return from != nullptr && fromLength != 0 && fromLength >= -1 && toLength >= 0 &&
            (toLength == 0 || (to != nullptr && to != from));
 }
 
-UINT Resolve(UINT codePage)
+UINT ResolveCodePage(UINT codePage)
 {
     return codePage == CP_ACP ? layer::ActiveCodePage() : codePage;
 }
@@ -104,33 +110,34 @@ UINT Resolve(UINT codePage)
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int wideUnits, LPSTR narrow, int narrowBytes,
                         LPCSTR defaultChar, BOOL* usedDefault)
 {
-    if (!IsSound(wide, wideUnits, narrow, narrowBytes))
+    if (!AreArgumentsValid(wide, wideUnits, narrow, narrowBytes))
         return layer::Fail(ERROR_INVALID_PARAMETER, 0);
-    if (flags != 0)
+    if (flags != 0)  // no flag is supported
         return layer::Fail(ERROR_INVALID_FLAGS, 0);
     const std::size_t units = LengthOf(wide, wideUnits);
     const layer::Sink<char> sink(narrow, narrowBytes);
-    const UINT page = Resolve(codePage);
+    const UINT page = ResolveCodePage(codePage);
     if (page == CP_UTF8) {
-        // UTF-8 has every character, so nothing stands in for one.
+        // UTF-8 can encode every character, so Win32 rejects a default character here.
         if (defaultChar != nullptr || usedDefault != nullptr)
             return layer::Fail(ERROR_INVALID_PARAMETER, 0);
-        return NarrowToUtf8(wide, units, sink);
+        return WideToUtf8(wide, units, sink);
     }
     if (usedDefault != nullptr)
         *usedDefault = FALSE;
-    return NarrowToPage(page, wide, units, defaultChar != nullptr ? *defaultChar : '?', usedDefault, sink);
+    return WideToCodePage(page, wide, units, defaultChar != nullptr ? *defaultChar : '?', usedDefault, sink);
 }
 
 int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR narrow, int narrowBytes, LPWSTR wide, int wideUnits)
 {
-    if (!IsSound(narrow, narrowBytes, wide, wideUnits))
+    if (!AreArgumentsValid(narrow, narrowBytes, wide, wideUnits))
         return layer::Fail(ERROR_INVALID_PARAMETER, 0);
     if ((flags & ~MB_ERR_INVALID_CHARS) != 0)
         return layer::Fail(ERROR_INVALID_FLAGS, 0);
     const std::size_t bytes = LengthOf(narrow, narrowBytes);
     const bool strict = flags != 0;
     const layer::Sink<WCHAR> sink(wide, wideUnits);
-    const UINT page = Resolve(codePage);
-    return page == CP_UTF8 ? WidenUtf8(narrow, bytes, strict, sink) : WidenPage(page, narrow, bytes, strict, sink);
+    const UINT page = ResolveCodePage(codePage);
+    return page == CP_UTF8 ? Utf8ToWide(narrow, bytes, strict, sink)
+                           : CodePageToWide(page, narrow, bytes, strict, sink);
 }

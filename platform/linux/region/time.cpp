@@ -1,5 +1,5 @@
-// The local time, and dates and times as text. A picture is worked through run by run: a run of one picture
-// letter is a field, text in single quotation marks and everything else stands for itself.
+// The local time, and dates and times as text. A format picture is processed run by run: a run of the same picture
+// letter is a field; text in single quotation marks and all other units are literal text.
 #include "base/last_error.h"
 #include "region/short_date.h"
 #include "tessmaru/text.h"
@@ -14,18 +14,18 @@ namespace {
 using namespace utility::literals;
 using layer::UnitWriter;
 
-/// The local time at the start of a minute. The time zone is worked out once a minute and thread: a record's
-/// time stamp costs reading the clock.
-struct Minute {
-    std::time_t Start;  // 0: none yet
+/// The local time at the start of a minute. The conversion to local time is expensive, so each thread does it once per
+/// minute only. The time stamp of a log record then costs one reading of the clock.
+struct LocalMinute {
+    std::time_t Start;  // 0 if there is none yet
     std::tm Parts;
 };
-thread_local Minute currentMinute{};
+thread_local LocalMinute currentMinute{};
 
-/// False if the clock shows a time that has no date.
-bool FindMinute(std::time_t start, Minute& minute)
+/// @return false if the time has no representation as a date
+bool ComputeMinute(std::time_t start, LocalMinute& minute)
 {
-    tzset();  // a time zone that was changed shows
+    tzset();  // `localtime_r` need not notice a change of the time zone
     minute.Start = start;
     return localtime_r(&start, &minute.Parts) != nullptr;
 }
@@ -39,7 +39,7 @@ std::string_view DayName(const SYSTEMTIME& time)
 {
     static constexpr std::string_view names[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
                                                  "Thursday", "Friday", "Saturday"};
-    // The day of the week follows from the date; the field of the caller is not used, as on the platform.
+    // As in Win32, the day of the week is computed from the date; the caller's field is ignored.
     return names[std::chrono::weekday(std::chrono::sys_days(DateOf(time))).c_encoding()];
 }
 
@@ -50,6 +50,7 @@ std::string_view MonthName(const SYSTEMTIME& time)
     return names[time.wMonth - 1];
 }
 
+/// Writes a number with leading zeros. @param digits the smallest number of digits
 void PutNumber(UnitWriter& out, unsigned number, unsigned digits)
 {
     unsigned divisor = 1;
@@ -61,7 +62,7 @@ void PutNumber(UnitWriter& out, unsigned number, unsigned digits)
 
 constexpr std::size_t ShortNameUnits = 3;
 
-/// A run of 1 or 2 letters is a number, of 3 a short name, of more the name.
+/// One or two picture letters mean the number, three the short name, more the full name.
 void PutNameOrNumber(UnitWriter& out, std::size_t run, unsigned number, std::string_view name)
 {
     if (run < 3)
@@ -70,7 +71,7 @@ void PutNameOrNumber(UnitWriter& out, std::size_t run, unsigned number, std::str
         out.Put(run == 3 ? name.substr(0, ShortNameUnits) : name);
 }
 
-/// Puts one field. False if the letter is none of a date's.
+/// Writes one field of a date. @return false if `letter` is not a picture letter of dates
 bool PutDateField(UnitWriter& out, const SYSTEMTIME& time, WCHAR letter, std::size_t run)
 {
     switch (letter) {
@@ -82,12 +83,12 @@ bool PutDateField(UnitWriter& out, const SYSTEMTIME& time, WCHAR letter, std::si
             else
                 PutNumber(out, time.wYear, 4);
             return true;
-        case 'g': return true;  // the era: the calendar has one only
+        case 'g': return true;  // the era, which is empty: the calendar has only one
         default: return false;
     }
 }
 
-/// Puts one field. False if the letter is none of a time's.
+/// Writes one field of a time. @return false if `letter` is not a picture letter of times
 bool PutTimeField(UnitWriter& out, const SYSTEMTIME& time, WCHAR letter, std::size_t run)
 {
     const unsigned digits = run < 2 ? 1 : 2;
@@ -101,7 +102,7 @@ bool PutTimeField(UnitWriter& out, const SYSTEMTIME& time, WCHAR letter, std::si
     }
 }
 
-/// Puts quoted text, in which two quotation marks are one. @return what stands behind it.
+/// Writes quoted text, in which two quotation marks mean one. @return the position after the closing quotation mark
 const WCHAR* PutQuoted(UnitWriter& out, const WCHAR* at)
 {
     for (; *at != 0; ++at) {
@@ -112,6 +113,7 @@ const WCHAR* PutQuoted(UnitWriter& out, const WCHAR* at)
     return at;
 }
 
+/// Writes a date or a time as its picture defines it. @param putField PutDateField or PutTimeField
 template <class PutField>
 void PutPicture(UnitWriter& out, const WCHAR* picture, const SYSTEMTIME& time, PutField putField)
 {
@@ -130,9 +132,10 @@ void PutPicture(UnitWriter& out, const WCHAR* picture, const SYSTEMTIME& time, P
     }
 }
 
+/// Whether the date exists and lies in the range of Win32.
 bool IsDate(const SYSTEMTIME& time)
 {
-    // std::chrono keeps one byte of a month and of a day, so larger numbers are excluded first.
+    // std::chrono stores a month and a day in one byte each, so larger numbers have to be excluded first.
     return time.wYear >= 1601 && time.wYear <= 30827 && time.wMonth <= 12 && time.wDay <= 31 && DateOf(time).ok();
 }
 
@@ -141,6 +144,8 @@ bool IsTime(const SYSTEMTIME& time)
     return time.wHour < 24 && time.wMinute < 60 && time.wSecond < 60 && time.wMilliseconds < 1000;
 }
 
+/// Formats into the caller's buffer, or measures the result if `size` is 0.
+/// @return the units with the terminator, 0 with ERROR_INSUFFICIENT_BUFFER if they do not fit
 template <class PutField>
 int FormatPicture(const WCHAR* picture, const SYSTEMTIME& time, WCHAR* buffer, int size, PutField putField)
 {
@@ -154,7 +159,7 @@ int FormatPicture(const WCHAR* picture, const SYSTEMTIME& time, WCHAR* buffer, i
     return static_cast<int>(out.used() + 1);
 }
 
-/// The given time, or the present one.
+/// The caller's time, or the current one if there is none.
 SYSTEMTIME TimeOrNow(const SYSTEMTIME* time)
 {
     if (time != nullptr)
@@ -177,14 +182,16 @@ void GetLocalTime(SYSTEMTIME* time)
 {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
+    // The remainder is made positive, as it is negative for times before 1970.
     const std::time_t start = now.tv_sec - (now.tv_sec % 60 + 60) % 60;
-    Minute minute = currentMinute;
+    LocalMinute minute = currentMinute;
     if (minute.Start != start || start == 0) {
-        if (!FindMinute(start, minute)) {
+        if (!ComputeMinute(start, minute)) {
             *time = SYSTEMTIME{};
             return;
         }
-        // A zone whose minutes begin elsewhere is worked out each time.
+        // In a zone whose offset is not a whole number of minutes a local minute does not start with one of UTC. The
+        // time is then converted at each call.
         if (minute.Parts.tm_sec == 0)
             currentMinute = minute;
         else if (localtime_r(&now.tv_sec, &minute.Parts) != nullptr)
@@ -198,7 +205,7 @@ void GetLocalTime(SYSTEMTIME* time)
              .wDay = word(minute.Parts.tm_mday),
              .wHour = word(minute.Parts.tm_hour),
              .wMinute = word(minute.Parts.tm_min),
-             .wSecond = word(seconds > 59 ? 59 : seconds),  // the platform knows no leap second
+             .wSecond = word(seconds > 59 ? 59 : seconds),  // Win32 has no leap seconds
              .wMilliseconds = word(now.tv_nsec / 1000000)};
 }
 
