@@ -1,4 +1,7 @@
-// Automation strings: a count of bytes, the bytes, and a zero unit behind them that does not count.
+// Automation strings (BSTR).
+//
+// A BSTR points to its first unit. The four bytes before it hold the length in bytes, and a zero unit follows the text,
+// which the length does not count. So a string may contain zero units and still be read as a terminated text.
 #include "text/text.h"
 
 #include <cstdlib>
@@ -6,29 +9,33 @@
 
 namespace {
 
-/// A zero unit, and what an odd count of bytes lacks to a whole unit.
+// The terminator, and one byte that completes an odd number of bytes to whole units.
 constexpr std::size_t EndBytes = sizeof(WCHAR) + 1;
 constexpr UINT MaxBytes = 0x7FFFFFFF - sizeof(DWORD) - EndBytes;
 
+/// The allocated block of a string, or null for null.
 std::byte* BlockOf(BSTR string)
 {
     return string != nullptr ? reinterpret_cast<std::byte*>(string) - sizeof(DWORD) : nullptr;
 }
 
-/// Fits a block, or a new one, to so many bytes and ends them in zero.
-BSTR Shape(std::byte* block, UINT bytes)
+/// Allocates a block, or resizes one, sets the length and adds the terminator. The content stays as far as it fits.
+/// @param block  null for a new one
+/// @param bytes  the length of the string
+/// @return the string, or null if it is too long or memory is missing; then the old block is unchanged
+BSTR ResizeBlock(std::byte* block, UINT bytes)
 {
     if (bytes > MaxBytes)
         return nullptr;
-    auto* const shaped = static_cast<std::byte*>(std::realloc(block, sizeof(DWORD) + bytes + EndBytes));
-    if (shaped == nullptr)
+    auto* const resized = static_cast<std::byte*>(std::realloc(block, sizeof(DWORD) + bytes + EndBytes));
+    if (resized == nullptr)
         return nullptr;
-    std::memcpy(shaped, &bytes, sizeof bytes);
-    std::memset(shaped + sizeof(DWORD) + bytes, 0, EndBytes);
-    return reinterpret_cast<BSTR>(shaped + sizeof(DWORD));
+    std::memcpy(resized, &bytes, sizeof bytes);
+    std::memset(resized + sizeof(DWORD) + bytes, 0, EndBytes);
+    return reinterpret_cast<BSTR>(resized + sizeof(DWORD));
 }
 
-bool TooLong(UINT units)
+bool IsTooLong(UINT units)
 {
     return units > MaxBytes / sizeof(WCHAR);
 }
@@ -43,16 +50,17 @@ BSTR SysAllocString(const OLECHAR* text)
     return units <= MaxBytes / sizeof(WCHAR) ? SysAllocStringLen(text, static_cast<UINT>(units)) : nullptr;
 }
 
+// Without a text the published content is undefined; zeros never reveal earlier content of the memory.
 BSTR SysAllocStringLen(const OLECHAR* text, UINT units)
 {
-    if (TooLong(units))
+    if (IsTooLong(units))
         return nullptr;
     return SysAllocStringByteLen(reinterpret_cast<LPCSTR>(text), static_cast<UINT>(units * sizeof(WCHAR)));
 }
 
 BSTR SysAllocStringByteLen(LPCSTR bytes, UINT count)
 {
-    const BSTR string = Shape(nullptr, count);
+    const BSTR string = ResizeBlock(nullptr, count);
     if (string == nullptr)
         return nullptr;
     if (bytes != nullptr)
@@ -66,27 +74,27 @@ INT SysReAllocString(BSTR* string, const OLECHAR* text)
 {
     if (string == nullptr)
         return FALSE;
-    const BSTR made = SysAllocString(text);
-    if (made == nullptr && text != nullptr)
+    const BSTR created = SysAllocString(text);  // before the old string is freed, which may contain the text
+    if (created == nullptr && text != nullptr)
         return FALSE;
     SysFreeString(*string);
-    *string = made;
+    *string = created;
     return TRUE;
 }
 
 INT SysReAllocStringLen(BSTR* string, const OLECHAR* text, UINT units)
 {
-    if (string == nullptr || TooLong(units))
+    if (string == nullptr || IsTooLong(units))
         return FALSE;
-    // Without a text the units that are there stay.
-    const BSTR made = text != nullptr || *string == nullptr
-                          ? SysAllocStringLen(text, units)
-                          : Shape(BlockOf(*string), static_cast<UINT>(units * sizeof(WCHAR)));
-    if (made == nullptr)
+    // Without a text the string is only resized and keeps its units.
+    const BSTR created = text != nullptr || *string == nullptr
+                             ? SysAllocStringLen(text, units)
+                             : ResizeBlock(BlockOf(*string), static_cast<UINT>(units * sizeof(WCHAR)));
+    if (created == nullptr)
         return FALSE;
     if (text != nullptr)
         SysFreeString(*string);
-    *string = made;
+    *string = created;
     return TRUE;
 }
 

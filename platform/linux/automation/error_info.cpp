@@ -1,4 +1,4 @@
-// Error objects, and the one that belongs to each thread.
+// Error objects, and the current one of each thread.
 #include "tessmaru/platform.h"
 
 #include <array>
@@ -8,6 +8,7 @@
 
 #include <pthread.h>
 
+// Published identifiers.
 const IID IID_IUnknown = {0x00000000, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 const IID IID_IDispatch = {0x00020400, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 const IID IID_IErrorInfo = {0x1CF2B120, 0x547D, 0x101B, {0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xD1, 0x19}};
@@ -15,12 +16,13 @@ const IID IID_ICreateErrorInfo = {0x22F03340, 0x547D, 0x101B, {0x8E, 0x65, 0x08,
 
 namespace {
 
-bool Same(REFIID one, REFIID other)
+bool IsSameIid(REFIID one, REFIID other)
 {
     return std::memcmp(&one, &other, sizeof(IID)) == 0;
 }
 
-/// An object with two sides that share one count of references.
+/// An error object. It implements both interfaces: ICreateErrorInfo to fill it, IErrorInfo to read it. A query for
+/// IUnknown always returns the same base, as COM's rule of identity requires.
 class ErrorInfo final : public ICreateErrorInfo, public IErrorInfo {
 public:
     ErrorInfo() = default;
@@ -32,9 +34,9 @@ public:
         if (object == nullptr)
             return E_POINTER;
         *object = nullptr;
-        if (Same(iid, IID_IErrorInfo))
+        if (IsSameIid(iid, IID_IErrorInfo))
             *object = static_cast<IErrorInfo*>(this);
-        else if (Same(iid, IID_ICreateErrorInfo) || Same(iid, IID_IUnknown))
+        else if (IsSameIid(iid, IID_ICreateErrorInfo) || IsSameIid(iid, IID_IUnknown))
             *object = static_cast<ICreateErrorInfo*>(this);
         else
             return E_NOINTERFACE;
@@ -44,10 +46,10 @@ public:
     ULONG AddRef() override { return ++References; }
     ULONG Release() override
     {
-        const ULONG left = --References;
-        if (left == 0)
+        const ULONG remaining = --References;
+        if (remaining == 0)
             delete this;
-        return left;
+        return remaining;
     }
 
     HRESULT SetGUID(REFIID guid) override
@@ -77,22 +79,24 @@ private:
             SysFreeString(text);
     }
 
-    static HRESULT Set(BSTR& held, LPOLESTR text) { return SysReAllocString(&held, text) ? S_OK : E_OUTOFMEMORY; }
+    /// Stores a copy of a text. On failure the old text stays.
+    static HRESULT Set(BSTR& stored, LPOLESTR text) { return SysReAllocString(&stored, text) ? S_OK : E_OUTOFMEMORY; }
 
-    static HRESULT Get(BSTR held, BSTR* text)
+    /// Returns a copy of a text, which the caller frees; null if there is none.
+    static HRESULT Get(BSTR stored, BSTR* text)
     {
         if (text == nullptr)
             return E_INVALIDARG;
-        *text = SysAllocString(held);
-        return *text == nullptr && held != nullptr ? E_OUTOFMEMORY : S_OK;
+        *text = SysAllocString(stored);
+        return *text == nullptr && stored != nullptr ? E_OUTOFMEMORY : S_OK;
     }
 
     template <class Value>
-    static HRESULT Get(const Value& held, Value* value)
+    static HRESULT Get(const Value& stored, Value* value)
     {
         if (value == nullptr)
             return E_INVALIDARG;
-        *value = held;
+        *value = stored;
         return S_OK;
     }
 
@@ -102,23 +106,27 @@ private:
     DWORD HelpContext = 0;
 };
 
-/// The place of a thread's own object. A key, not a thread_local with a destructor: that would hold the library in
-/// the process until the thread ends.
+/// The current error object of each thread, to which the thread holds a reference.
+///
+/// It is stored under a pthread key and not in a thread_local with a destructor: that would keep the library loaded
+/// until the thread ends.
 class ThreadObjects {
 public:
-    ThreadObjects() : Made(pthread_key_create(&Key, ReleaseObject) == 0) {}
+    ThreadObjects() : HasKey(pthread_key_create(&Key, ReleaseObject) == 0) {}
     ThreadObjects(const ThreadObjects&) = delete;
     ThreadObjects& operator=(const ThreadObjects&) = delete;
+    /// Runs at exit and at unload. The key is deleted, since its destructor's code may be gone when another thread
+    /// ends. So the object of a thread that is still running is never released.
     ~ThreadObjects()
     {
-        if (!Made)
+        if (!HasKey)
             return;
         ReleaseObject(Get());
         pthread_key_delete(Key);
     }
 
-    IErrorInfo* Get() const { return Made ? static_cast<IErrorInfo*>(pthread_getspecific(Key)) : nullptr; }
-    bool Set(IErrorInfo* object) const { return Made && pthread_setspecific(Key, object) == 0; }
+    IErrorInfo* Get() const { return HasKey ? static_cast<IErrorInfo*>(pthread_getspecific(Key)) : nullptr; }
+    bool Set(IErrorInfo* object) const { return HasKey && pthread_setspecific(Key, object) == 0; }
 
 private:
     static void ReleaseObject(void* object)
@@ -128,7 +136,7 @@ private:
     }
 
     pthread_key_t Key{};
-    const bool Made;
+    const bool HasKey;
 };
 
 const ThreadObjects& Objects()
@@ -146,7 +154,7 @@ HRESULT GetErrorInfo(ULONG reserved, IErrorInfo** errorInfo)
     *errorInfo = Objects().Get();
     if (*errorInfo == nullptr)
         return S_FALSE;
-    Objects().Set(nullptr);
+    Objects().Set(nullptr);  // the thread's reference is now the caller's
     return S_OK;
 }
 
@@ -154,15 +162,16 @@ HRESULT SetErrorInfo(ULONG reserved, IErrorInfo* errorInfo)
 {
     if (reserved != 0)
         return E_INVALIDARG;
-    IErrorInfo* const before = Objects().Get();
-    if (before == errorInfo)
+    IErrorInfo* const former = Objects().Get();
+    if (former == errorInfo)
         return S_OK;
     if (!Objects().Set(errorInfo))
         return E_OUTOFMEMORY;
+    // Release comes last: it may run a destructor of the caller's, which may call back.
     if (errorInfo != nullptr)
         errorInfo->AddRef();
-    if (before != nullptr)
-        before->Release();
+    if (former != nullptr)
+        former->Release();
     return S_OK;
 }
 

@@ -1,8 +1,9 @@
-// What the elements of each type own, and how they are copied and released.
+// The sizes of the elements of safe arrays, and copying and releasing of what they own.
 #include "automation/safe_array_elements.h"
 
-layer::ElementType layer::ElementsOf(VARTYPE type)
+layer::ElementType layer::ElementTypeOf(VARTYPE type)
 {
+    // The published rule: arrays of interfaces record an interface identifier, all others a type code.
     switch (type) {
         case VT_I1:
         case VT_UI1: return {sizeof(BYTE), FADF_HAVEVARTYPE};
@@ -29,10 +30,10 @@ layer::ElementType layer::ElementsOf(VARTYPE type)
     }
 }
 
-bool layer::HasOwners(const SAFEARRAY& array)
+bool layer::ElementsOwnResources(const SAFEARRAY& array)
 {
     const ULONG bytes = (array.fFeatures & FADF_VARIANT) != 0 ? sizeof(VARIANT) : sizeof(void*);
-    return (array.fFeatures & OwnerFeatures) != 0 && array.cbElements == bytes;
+    return (array.fFeatures & OwningFeatures) != 0 && array.cbElements == bytes;
 }
 
 void layer::ReleaseElement(USHORT features, std::byte* element)
@@ -48,6 +49,7 @@ void layer::ReleaseElement(USHORT features, std::byte* element)
 HRESULT layer::CopyElement(USHORT features, const std::byte* from, std::byte* to)
 {
     if ((features & FADF_BSTR) != 0) {
+        // A null string stays null, unlike in VariantCopy, which turns it into an empty one.
         const BSTR string = *reinterpret_cast<const BSTR*>(from);
         const BSTR copy = string != nullptr
                               ? SysAllocStringByteLen(reinterpret_cast<LPCSTR>(string), SysStringByteLen(string))
@@ -68,7 +70,7 @@ HRESULT layer::CopyElement(USHORT features, const std::byte* from, std::byte* to
 
 void layer::ReleaseElements(SAFEARRAY& array, std::size_t first, std::size_t end)
 {
-    if (!HasOwners(array))
+    if (!ElementsOwnResources(array))
         return;
     auto* const data = static_cast<std::byte*>(array.pvData);
     for (std::size_t at = first; at < end; at += array.cbElements)

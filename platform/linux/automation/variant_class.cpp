@@ -1,9 +1,9 @@
-// The class _variant_t: a VARIANT that owns its content and reports failures as _com_error.
+// The class _variant_t: a VARIANT that owns its content and throws _com_error on failure.
 #include "tessmaru/platform.h"
 
 namespace {
 
-void Check(HRESULT result)
+void ThrowIfFailed(HRESULT result)
 {
     if (FAILED(result))
         _com_issue_error(result);
@@ -15,7 +15,7 @@ _variant_t::_variant_t(const OLECHAR* text)
 {
     vt = VT_BSTR;
     bstrVal = SysAllocString(text);
-    if (bstrVal == nullptr && text != nullptr)
+    if (bstrVal == nullptr && text != nullptr)  // a null text is no failure: it gives a null string
         _com_issue_error(E_OUTOFMEMORY);
 }
 
@@ -30,12 +30,12 @@ _variant_t::_variant_t(IUnknown* object, bool addReference) noexcept
 _variant_t::_variant_t(IDispatch* object, bool addReference) noexcept
     : _variant_t(static_cast<IUnknown*>(object), addReference)
 {
-    vt = VT_DISPATCH;
+    vt = VT_DISPATCH;  // IDispatch derives from IUnknown alone, so both fields of the union have the same value
 }
 
 void _variant_t::Clear()
 {
-    Check(VariantClear(this));
+    ThrowIfFailed(VariantClear(this));
 }
 
 void _variant_t::Attach(VARIANT& source)
@@ -47,5 +47,5 @@ void _variant_t::Attach(VARIANT& source)
 
 void _variant_t::Copy(const VARIANT& source)
 {
-    Check(VariantCopy(this, &source));
+    ThrowIfFailed(VariantCopy(this, &source));
 }
