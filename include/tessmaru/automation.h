@@ -1,5 +1,5 @@
-// Automation data: names of variant types, and lists as safe arrays. All functions work on what they are given and
-// keep nothing; any thread may call them.
+// Automation data: names of variant types, and conversion between vectors and safe arrays. The functions work on their
+// arguments only; any thread may call them.
 #pragma once
 
 #include "tessmaru/platform.h"
@@ -9,32 +9,32 @@
 
 namespace utility {
 
-/// The name of a variant's type code, such as "VT_BSTR"; "Array: " stands in front of it where VT_ARRAY is set. A code
-/// with any other flag beside a type has no name: "Unknown code 16387 / 0x00004003".
+/// The name of a variant's type code, such as "VT_BSTR"; if VT_ARRAY is set, "Array: " precedes it. A code with any
+/// other flag in addition to a type has no name: "Unknown code 16387 / 0x00004003".
 TESSMARU_API wstring getVtTypeAsString(unsigned short type);
 
-/// The type that holds the whole range of a small integer type and that every automation client knows: VT_I2 for
-/// VT_I1 and VT_UI1, VT_I4 for VT_UI2, VT_R8 for VT_UI4. Any other code comes back as it is.
+/// For an integer type that not every automation client knows, a type that all know and that holds its whole range:
+/// VT_I2 for VT_I1 and VT_UI1, VT_I4 for VT_UI2, VT_R8 for VT_UI4. Any other code is returned unchanged.
 TESSMARU_API unsigned short getVtTypeAsAutomationType(unsigned short type);
 
-/// How many elements a dimension has, counted from 1.
-/// @throws _com_error E_INVALIDARG for a null array or a dimension that it has not; the platform's code for
-///         dimension 0.
+/// The number of elements of a dimension; dimensions count from 1.
+/// @throws _com_error E_INVALIDARG for a null array or a dimension that the array does not have; the platform's code
+///         for dimension 0.
 TESSMARU_API LONG getSafeArrayCount(SAFEARRAY* array, ULONG dimension);
 
-/// Lists between vectors and one-dimensional arrays with lower bound 0.
+/// Conversion between vectors and one-dimensional arrays with lower bound 0.
 ///
-/// To an array: `target` must not be null, and what it points to must be null or a valid array, which is destroyed.
-/// The new array is the caller's, to be ended with SafeArrayDestroy or by the next conversion into the same pointer.
-/// The result is 0 or a failure code:
-/// - the old array cannot be destroyed (it is locked): the platform's code, and the pointer is as it was;
+/// To an array: `target` must not be null. The pointer at `target` must be null or a valid array, which is destroyed.
+/// The caller owns the new array and ends it with SafeArrayDestroy or by the next conversion into the same pointer. The
+/// result is 0 or a failure code:
+/// - the old array cannot be destroyed (it is locked): the platform's code, and the pointer is unchanged;
 /// - no memory for the new array: E_OUTOFMEMORY, and the pointer is null;
 /// - an element cannot be copied: its code, and the pointer is null.
 ///
-/// From an array: `source` stays as it is and is locked only during the call; `target` is emptied first in any case.
-/// E_INVALIDARG for null and for an array that is not one-dimensional. Any later failure throws _com_error with the
-/// platform's code and leaves `target` empty; DISP_E_BADINDEX if the lower bound is above 0. Elements below index 0
-/// are left out. The element type of `source` is not looked at: it has to be the one that the function is for.
+/// From an array: `source` is not changed and is locked only during the call. `target` is emptied first, also if the
+/// call fails. The result is 0, or E_INVALIDARG for null and for an array that is not one-dimensional. Any later
+/// failure throws _com_error with the platform's code; it is DISP_E_BADINDEX for a lower bound above 0. Elements below
+/// index 0 are left out. The element type of `source` is not checked: it must be the type that the function is for.
 ///
 /// @code
 ///     SAFEARRAY* array = nullptr;
@@ -45,9 +45,9 @@ TESSMARU_API LONG getSafeArrayCount(SAFEARRAY* array, ULONG dimension);
 /// @endcode
 namespace CCOMUtility {
 
-/// Strings (VT_BSTR). A text goes into the array, and comes out of it, up to its first zero unit; a null string
-/// comes out empty.
-/// @throws _com_error E_OUTOFMEMORY from VectStrToSafeArray: then the array that is there so far is the caller's.
+/// Strings (VT_BSTR). In both directions a text ends at its first zero unit. A null string becomes an empty text.
+/// @throws _com_error E_OUTOFMEMORY from VectStrToSafeArray; the pointer then has the partly filled array, which the
+///         caller owns.
 TESSMARU_API LONG VectStrToSafeArray(const std::vector<wstring>& source, SAFEARRAY** target);
 TESSMARU_API LONG SafeArrayToVectStr(const SAFEARRAY* source, std::vector<wstring>& target);
 
@@ -55,7 +55,7 @@ TESSMARU_API LONG SafeArrayToVectStr(const SAFEARRAY* source, std::vector<wstrin
 TESSMARU_API LONG VectLongToSafeArray(const std::vector<LONG>& source, SAFEARRAY** target);
 TESSMARU_API LONG SafeArrayToVectLong(const SAFEARRAY* source, std::vector<LONG>& target);
 
-/// Variants (VT_VARIANT), copied in depth.
+/// Variants (VT_VARIANT), as deep copies.
 TESSMARU_API LONG VectVariantToSafeArray(const std::vector<_variant_t>& source, SAFEARRAY** target);
 TESSMARU_API LONG SafeArrayToVariant(const SAFEARRAY* source, std::vector<_variant_t>& target);
 

@@ -1,7 +1,7 @@
-// Failures as one line of text, for a log or a message, and faults of the processor as exceptions. Any number of
-// threads may call these functions at once.
+// Failures as one line of text, for a log or a message, and, by structured_exception.h, processor faults as exceptions.
+// Any number of threads may call these functions at once.
 //
-// Memory that runs out while a text is made reaches the caller as std::bad_alloc.
+// If memory runs out while a text is made, std::bad_alloc reaches the caller.
 #pragma once
 
 #include "tessmaru/platform.h"
@@ -14,11 +14,11 @@ namespace utility {
 
 /// The line of a 32-bit HRESULT: `description [0xCODE: NAME - FACILITY]`.
 ///
-/// The description is the system's text for the code, or that of the program's own message table; "Unknown or new
-/// error" where neither has one. Texts of more than one line lose the last line end and what stands behind it. A
-/// system error that is not in HRESULT form has no name; give it as HRESULT_FROM_WIN32 makes it.
+/// The description is the text of the system, or of the program's own message table; "Unknown or new error" if neither
+/// has one. It is cut at its last line end. A system error must be given in the form that HRESULT_FROM_WIN32 makes: the
+/// plain number has no name.
 ///
-/// @return the line; empty only for a description so long that the line would exceed 1022 units.
+/// @return the line; empty if it would exceed 1022 units.
 ///
 /// @code
 ///     log->LogError(u"%s"_w, u"Import"_w, utility::genHResultAsString(E_FAIL).c_str());
@@ -26,17 +26,17 @@ namespace utility {
 /// @endcode
 TESSMARU_API wstring genHResultAsString(LONG hr);
 
-/// The text of a standard exception, read in the machine's active code page; nothing of its type goes in.
-/// "<unable to determine exception info>" for a text that this page cannot read.
+/// The text of a standard exception, read in the machine's active code page; the type of the exception is not part of
+/// it. "<unable to determine exception info>" if the code page cannot read the text.
 /// @throws _com_error E_OUTOFMEMORY if there is no memory even for that.
 TESSMARU_API wstring getStdExceptionAsString(const std::exception& e);
 
 /// The line of an automation failure: `ComError: description [0xCODE: message - source]`. Description and source come
-/// from its error object, the message is the system's text for the code; "n/a" stands for what is missing or empty.
-/// The message is kept in `e`: one exception object serves one thread at a time.
+/// from the error object, the message is the system's text for the code. A missing or empty text becomes "n/a". The
+/// message is kept in `e`, so one exception object serves one thread at a time.
 ///
-/// @return the line; empty where it would exceed 1022 units.
-/// @throws _com_error E_OUTOFMEMORY if there is no memory for "n/a"; what the error object throws.
+/// @return the line; empty if it would exceed 1022 units.
+/// @throws _com_error E_OUTOFMEMORY if there is no memory for "n/a"; any exception of the error object.
 ///
 /// @code
 ///     try {
@@ -47,7 +47,7 @@ TESSMARU_API wstring getStdExceptionAsString(const std::exception& e);
 /// @endcode
 TESSMARU_API wstring getComErrorAsString(const _com_error& e);
 
-/// Whether the calling thread has an error object, which stays where it is.
+/// Whether the calling thread has an error object. The thread keeps it.
 TESSMARU_API bool testIErrorInfoGenerated();
 
 }  // namespace utility

@@ -6,25 +6,25 @@
 
 namespace utility {
 
-/// The key that a password gives. It depends on the first eight characters up to the first zero, and for characters
-/// beyond ASCII on the machine's active code page: all machines of a network need the same.
+/// The key for a password. It depends on the first eight characters, up to the first zero, and for characters beyond
+/// ASCII on the machine's active code page: all machines of a network need the same code page.
 ///
-/// @throws _com_error E_OUTOFMEMORY; the code of a failed conversion, 0x8007007A for characters that take more than two
-///         bytes of the code page.
-/// @note Any number of threads may call it at once. Nothing is kept of the password.
+/// @throws _com_error E_OUTOFMEMORY, or the code of a failed conversion: 0x8007007A for characters of more than two
+///         bytes in the code page.
+/// @note Any number of threads may call it at once. Nothing of the password is kept.
 TESSMARU_API ULONG genEncryptKeyFromPassword(const wstring& password);
 
-/// Scrambles a frame in place, and restores one. Each frame stands for itself: what encryptFrame made of it comes back
-/// by decryptFrame with the same length and key.
+/// Scrambles a frame in place, and restores one. Frames are independent: decryptFrame with the same length and key
+/// restores what encryptFrame scrambled.
 ///
-/// This hides the contents of a frame from a passing look, and nothing more. It does not notice a wrong key or a
-/// changed frame, and whoever knows a part of what a frame says can work out the key.
+/// This hides the contents of a frame from a casual reader, and nothing more. It does not detect a wrong key or a
+/// changed frame, and a part of the plain text is enough to work out the key.
 ///
-/// @param frame  the caller's buffer of `length` bytes. It is not checked.
-/// @param length in bytes; only the low 16 bits count, so that 65,536 means none.
+/// @param frame  the caller's buffer of `length` bytes. The pointer is not checked.
+/// @param length in bytes; only the low 16 bits count, so that 65,536 means no byte.
 /// @return 0
-/// @note No call allocates or keeps anything. Any number of threads may call these at once, each with a frame of its
-///       own.
+/// @note No call allocates memory or keeps state. Any number of threads may call these at once, each with its own
+///       frame.
 ///
 /// @code
 ///     const ULONG key = utility::genEncryptKeyFromPassword(password);

@@ -1,4 +1,5 @@
-// The process-wide log: one file that all processes of the suite share.
+// The process-wide log: one file that all processes of the suite share. The file is UTF-16, low byte first,
+// without a byte-order mark.
 #pragma once
 
 #include "tessmaru/platform.h"
@@ -13,19 +14,19 @@
 
 namespace utilities {
 
-/// The log of this process. Every process whose settings give the same file path writes to that file, record
-/// by record, under a mutex of the machine. The process that opens the file while no other has it open first
-/// moves the old file aside, to "Previous " and its name in the same directory.
+/// The log of this process. Every process whose settings name the same file writes to that file, record by record,
+/// under a mutex of the machine. A process that opens the file while no other process has it open first moves the old
+/// file aside: in the same directory, under "Previous " and its name.
 ///
-/// A record is one line: time stamp, process id, thread id, level, source, text, with " | " between them.
-/// It is written whole or not at all, before the call returns.
+/// A record is one line: time stamp, process id, thread id, level, source, text, with " | " between them. It is written
+/// whole or not at all, before the call returns.
 ///
-/// Any thread may call any operation. The instance belongs to the library, which closes the log when it is
-/// unloaded or the program ends; no thread may be inside a call then.
+/// Any thread may call any operation. The library owns the instance and closes the log when the library is unloaded or
+/// the program ends; no thread may be inside a call at that time.
 ///
-/// The format language is that of the platform's wide `printf`: `%s` takes 16-bit text, `%S` and `%hs` narrow
-/// text, `%ld` and `%lu` 32 bits, `%I64d` 64 bits. A text is cut at 1022 units. Format and source have to
-/// point at text, which may be empty.
+/// The format language is that of the platform's wide `printf`: `%s` takes 16-bit text, `%S` and `%hs` take narrow
+/// text, `%ld` and `%lu` are 32 bits, `%I64d` is 64 bits. A text is cut at 1022 units. Format and source must point to
+/// text, which may be empty.
 ///
 /// @code
 ///     using namespace utility::literals;
@@ -36,7 +37,7 @@ namespace utilities {
 /// @endcode
 class TESSMARU_API CLog {
 public:
-    /// A failed opening of the log, with its code. Gives no message of its own.
+    /// A failed opening of the log. It has a code and no message.
     class TESSMARU_API log_exception : public std::exception {
     public:
         explicit log_exception(LONG code) : ErrorCode(code) {}
@@ -44,48 +45,60 @@ public:
         log_exception& operator=(const log_exception&) = default;
         ~log_exception() override;
 
-        LONG ErrorCode;
+        LONG ErrorCode;  ///< negative; the codes are those of GetInitError
     };
 
     CLog(const CLog&) = delete;
     CLog& operator=(const CLog&) = delete;
     virtual ~CLog();
 
-    /// The process's log, opened by the first call. Null if it cannot be opened: GetInitError tells why, and
-    /// the next call tries again. The first call may wait while another process opens the same log.
-    /// @throws _com_error if the platform gives no security attributes or the debug mask cannot be converted;
-    ///         the next call starts again.
+    /// The process's log, opened by the first call. The first call may wait, without limit, while another process opens
+    /// the same log.
+    /// @return the log, which the caller must not delete; or null if it cannot be opened. GetInitError has the reason
+    ///         then, and the next call tries again.
+    /// @throws _com_error if the security attributes cannot be made or the debug mask cannot be converted; the next
+    ///         call starts again.
     static CLog* GetInstance();
 
-    /// 0, or the code of the last failed GetInstance. 0x80070002: no settings store, no key, or no or an empty
-    /// "FilePath"; 0x80070003: missing directory; 0x80070005: not allowed; 0x800700EA: a path of more than 512
-    /// units; 0x8007000E: out of memory; 0x80040304: the library has closed the log for good, and no call opens it
-    /// any more; others by the rule of HRESULT_FROM_WIN32.
+    /// Why the last GetInstance failed: 0 if it did not fail, else a code.
+    ///
+    ///     0x80070002  no settings store, no key, or no "FilePath" or an empty one
+    ///     0x80070003  a directory of the path is missing
+    ///     0x80070005  access denied
+    ///     0x800700EA  the path has more than 512 units
+    ///     0x8007000E  out of memory
+    ///     0x80040304  the library has closed the log for good: no call opens it any more
+    ///     others      a system error by the rule of HRESULT_FROM_WIN32
     static LONG GetInitError();
 
-    /// Names the settings key, below HKEY_LOCAL_MACHINE, whose "FilePath" a further Initialise opens;
-    /// an empty one stands for the release's own. The construction of an instance sets the release's own key,
-    /// so a key given before the first GetInstance has no effect. Must not run while a GetInstance opens the
-    /// log. A wait of more than one second for another process's call leaves the key as it was.
-    /// @throws _com_error if the platform gives no security attributes; std::bad_alloc.
+    /// Sets the settings key whose "FilePath" a further Initialise opens. Must not run while a GetInstance opens the
+    /// log.
+    ///
+    /// The construction of an instance sets the release's own key, so a key given before the first GetInstance has no
+    /// effect. The key does not change if another process is in this call for more than one second.
+    /// @param key a path below HKEY_LOCAL_MACHINE; empty: the release's own key.
+    /// @throws _com_error if the security attributes cannot be made; std::bad_alloc.
     static void SetRegLogfilePath(const unsigned short* key);
 
-    /// Opens the log anew with the current key, then closes what was open before. No other thread may be in a
-    /// call of the log. @return 0
-    /// @throws log_exception with the code; the instance is closed then: its calls write nothing.
+    /// Opens the log again with the current key, then closes what was open before. No other thread may be in a call of
+    /// the log.
+    /// @return 0
+    /// @throws log_exception; the instance is closed then, and its calls write nothing.
     LONG Initialise();
 
-    /// Writes a record. @return 0: it stands in the file whole. 0x80040302: other writers kept the file for
-    /// one second; any other code by the rule of HRESULT_FROM_WIN32, 0x80070070 for a full disk; in every case
-    /// nothing of the record was written.
+    /// Writes a record of the level ERR, WARN or INFO; a record of LogStatus has a blank level.
+    /// @param source the part of the program that logs; it is right-aligned in 12 columns.
+    /// @return 0 if the record is in the file, else a code, and nothing of the record is in the file: 0x80040302 if
+    ///         other writers kept the file for one second, 0x80040303 for an exception while the record was made,
+    ///         0x80070070 for a full disk, others by the rule of HRESULT_FROM_WIN32.
     LONG LogError(const unsigned short* format, const unsigned short* source, ...);
     LONG LogWarn(const unsigned short* format, const unsigned short* source, ...);
     LONG LogInfo(const unsigned short* format, const unsigned short* source, ...);
     LONG LogStatus(const unsigned short* format, const unsigned short* source, ...);
 
-    /// Writes a record if the bit is on in the debug mask, which is read from the settings when the log is
-    /// opened. A bit that is off costs a test, before any formatting.
-    /// @return 0 for a record that was filtered out, else as LogInfo.
+    /// Writes a record of the level DBUG if the bit is on in the debug mask, which is read from the settings when the
+    /// log is opened. The caller gives the bits their meaning. A bit that is off costs a test, before any formatting.
+    /// @return 0 if the bit is off, else as LogInfo.
     /// @throws std::out_of_range for a bit below 0 or above 63.
     LONG LogDebug(LONG bit, const unsigned short* format, const unsigned short* source, ...);
 
@@ -134,9 +147,9 @@ private:
 
 namespace utility {
 
-/// Writes the list of all modules of this process to a log, as information of the source "Lib": between a first and a
-/// last line, for each its handle, base address, size in bytes and file. What fails is told in the log, and nowhere
-/// else; a null log gets nothing.
+/// Writes the list of all modules of this process to a log, as INFO records of the source "Lib": for each module its
+/// handle, base address, size in bytes and file, between a first and a last line. A failure is reported in the log
+/// only. For a null log nothing is done. Any thread may call it.
 ///
 ///     Module dump of process 0x00001c2a follows
 ///     Module: 0x55d3a1c00000. Base: 0x55d3a1c00000. Size: 0x00011000. Name: '/usr/bin/veltrixd'

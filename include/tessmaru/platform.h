@@ -1,6 +1,6 @@
-// The platform types and functions that the interface of the library speaks of. On Windows they are
-// the system's own. On Linux they are the library's: the published names, fields and values, and real
-// functions behind them, exported for callers. In C it has what the functions of version_number.h speak of.
+// The platform types and functions that the interface of the library uses. On Windows they are the system's own. On
+// Linux the library provides them, with the published names, fields and values; the functions are exported for callers.
+// In C this header has what the functions of version_number.h use.
 #pragma once
 
 #ifdef _WIN32
@@ -29,8 +29,8 @@
 
 #include <comdef.h>
 
-/// Called on a thread with the code and the record of its fault. (Of the toolchain's eh.h, which declares what its
-/// libraries do not have.)
+/// Called on a thread with the code and the record of its fault. (Declared here because the toolchain's eh.h, which has
+/// this type, also declares functions that its libraries lack.)
 using _se_translator_function = void(__cdecl*)(unsigned int code, EXCEPTION_POINTERS* info);
 
 #ifdef __i386__
@@ -38,8 +38,8 @@ using _se_translator_function = void(__cdecl*)(unsigned int code, EXCEPTION_POIN
 
 namespace platform {
 
-/// On x86-32 the copy of the language's runtime that a module brings along can catch an exception of the library only
-/// after it has looked at a stack once.
+/// On x86-32, each module has its own copy of the language's runtime. That copy can catch an exception of the library
+/// only after it has walked a stack once.
 inline const _Unwind_Reason_Code UnwinderReady =
     _Unwind_Backtrace([](_Unwind_Context*, void*) { return _URC_END_OF_STACK; }, nullptr);
 
@@ -56,7 +56,10 @@ inline const _Unwind_Reason_Code UnwinderReady =
 
 typedef unsigned short* BSTR;
 
+/* Ends an automation string; null is allowed. */
 TESSMARU_API void SysFreeString(BSTR string);
+
+/* The length of an automation string in units; 0 for null. */
 TESSMARU_API unsigned int SysStringLen(BSTR string);
 
 #else
@@ -91,7 +94,7 @@ using LPCSTR = const char*;
 using LPWSTR = WCHAR*;
 using LPCWSTR = const WCHAR*;
 
-/// A platform object. Closes once, with CloseHandle; does not survive `exec`.
+/// A platform object. Close it once, with CloseHandle. It does not survive `exec`.
 using HANDLE = void*;
 
 /// A loaded ELF object, by the address of its header.
@@ -101,7 +104,7 @@ using HMODULE = HINSTANCE;
 /// An open key of the settings store.
 using HKEY = struct HKEY__*;
 
-/// Text of automation: units behind a length prefix.
+/// An automation string: units with a terminator, and their length before the first unit.
 using BSTR = WCHAR*;
 
 constexpr BOOL FALSE = 0;
@@ -183,7 +186,7 @@ constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
 constexpr DWORD ERROR_RESOURCE_LANG_NOT_FOUND = 1815;
 constexpr DWORD ERROR_CANT_RESOLVE_FILENAME = 1921;
 
-/// The code of a system error; what is zero or less stands as it is.
+/// The HRESULT of a system error. A value of zero or less, as a signed number, is returned unchanged.
 constexpr HRESULT HRESULT_FROM_WIN32(DWORD error)
 {
     const auto code = static_cast<HRESULT>(error);
@@ -217,8 +220,8 @@ struct SECURITY_ATTRIBUTES {
 };
 using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
 
-/// A lock of one process, recursive and owned by a thread. The fields belong to the platform.
-/// The child of a `fork` finds every section free.
+/// A lock of one process, recursive and owned by a thread. Only the platform uses the fields. In the child of a `fork`
+/// every section is free.
 struct CRITICAL_SECTION {
     std::uint32_t Word;
     std::uint32_t RecursionCount;
@@ -245,37 +248,40 @@ struct VS_FIXEDFILEINFO {
 
 extern "C" {
 
-/// The reason of this thread's last failed platform call. A call that succeeds may leave it alone.
+/// The reason of this thread's last failed platform call. A call that succeeds need not reset it.
 TESSMARU_API DWORD GetLastError();
+
+/// Sets what GetLastError of this thread returns.
 TESSMARU_API void SetLastError(DWORD error);
 
-/// Opens the mutex of this name, or makes it. One mutex of a name exists on the machine from its first
-/// handle to its last, whatever ends the processes that hold them. A null or empty name makes a mutex
-/// that only this process knows. Names compare exactly; "Global\" and "Local\" in front mean nothing here.
+/// Opens the mutex of this name, or makes it. The machine has one mutex of a name from the first handle to the last, no
+/// matter how the processes with handles end. A null or empty name makes a mutex of this process only. Names compare
+/// exactly; the prefixes "Global\" and "Local\" have no special meaning.
 ///
-/// @param attributes   a descriptor gives the access of other accounts; null: that of the umask.
-/// @param initialOwner non-zero: a mutex that this call made belongs to the calling thread.
+/// @param attributes   the access of other accounts, by the descriptor; null: by the umask.
+/// @param initialOwner non-zero: if this call makes the mutex, the calling thread owns it.
 /// @param name         at most 1900 units.
-/// @return a handle, with GetLastError 0 for a new mutex and ERROR_ALREADY_EXISTS for one that was there
-///         (the caller owns nothing then); or null with the reason in GetLastError.
-/// @note After `fork` parent and child each hold a handle of their own under the same value; what the
-///       parent's threads owned stays theirs.
+/// @return a handle; GetLastError is 0 for a new mutex and ERROR_ALREADY_EXISTS for an existing one, which the caller
+///         does not own. Or null with the reason in GetLastError.
+/// @note After `fork` parent and child each have their own handle with the same value. The parent's threads still own
+///       the mutexes that they owned.
 TESSMARU_API HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initialOwner, LPCWSTR name);
 
-/// Takes a mutex for the calling thread, as often as the thread likes.
+/// Takes a mutex for the calling thread. A thread may take it several times.
 ///
-/// @param milliseconds how long to wait; 0 only tries, INFINITE waits as long as it takes.
-/// @return WAIT_OBJECT_0; WAIT_ABANDONED: obtained, and its last owner ended without letting go;
+/// @param milliseconds how long to wait; 0: does not wait; INFINITE: without a limit.
+/// @return WAIT_OBJECT_0; WAIT_ABANDONED if the mutex was obtained and its last owner had ended without releasing it;
 ///         WAIT_TIMEOUT; or WAIT_FAILED with the reason in GetLastError.
 TESSMARU_API DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 
-/// Takes back one successful wait. @return FALSE with ERROR_NOT_OWNER in any other thread than the owner.
+/// Undoes one successful wait. @return FALSE with ERROR_NOT_OWNER if the calling thread is not the owner.
 TESSMARU_API BOOL ReleaseMutex(HANDLE mutex);
 
 /// Closes a handle of any kind. @return FALSE with ERROR_INVALID_HANDLE for one that is not open.
 TESSMARU_API BOOL CloseHandle(HANDLE handle);
 
-/// The module of this file name (with or without its directory), or the program itself for null.
+/// The module of this file name (with or without its directory), or the program itself for null. The handle need not be
+/// closed.
 /// @return null with ERROR_MOD_NOT_FOUND if no such module is loaded.
 TESSMARU_API HMODULE GetModuleHandleW(LPCWSTR name);
 

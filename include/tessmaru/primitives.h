@@ -9,38 +9,38 @@
 
 namespace utility {
 
-/// A recursive lock of one process, with a flag beside it that tells what was last done.
+/// A recursive lock of one process, and a flag for its last operation.
 ///
-/// Copies share the source's platform lock: locking one excludes the holders of every other. The platform
-/// lock goes with the last of them. `Locked` is each object's own.
+/// Copies share the source's platform lock: while one is locked, no other thread can lock any of them. The platform
+/// lock is deleted with the last copy. Each object has its own flag.
 ///
-/// Any thread may call any operation; the thread that locked has to unlock.
+/// Any thread may call any operation; the thread that locked must unlock.
 class TESSMARU_API CCriticalSection {
 public:
-    /// @throws std::bad_alloc without memory for the platform's record.
+    /// @throws std::bad_alloc if there is no memory for the platform's record.
     CCriticalSection();
     CCriticalSection(const CCriticalSection& other);
     CCriticalSection& operator=(const CCriticalSection& other);
     virtual ~CCriticalSection();
 
-    /// Waits for the lock, as long as it takes. @return 0
+    /// Waits for the lock without a time limit. @return 0
     virtual LONG Lock();
 
-    /// The same as Lock: it blocks until the lock is there. @return 0
+    /// The same as Lock: it waits until it has the lock. @return 0
     virtual LONG AttemptLock();
 
-    /// Lets go once. The lock is free when every Lock of the thread has had its Unlock. @return 0
+    /// Undoes one Lock. The lock is free when each Lock of the thread has had its Unlock. @return 0
     virtual LONG Unlock();
 
-    /// True from Lock until the first Unlock, however many Lock calls are still open. A flag, not a count,
-    /// and written beside the lock: it cannot tell whether another thread holds the lock right now.
+    /// True from a Lock to the next Unlock: a flag, not a count. It is written apart from the lock, so it does not show
+    /// whether another thread holds the lock at this moment.
     bool IsLocked() const;
 
 protected:
-    /// Makes a platform lock of this object's own. @return 0
+    /// Gives this object a new platform lock, shared with no other object. @return 0
     virtual LONG Init();
 
-    /// Leaves the platform lock; the last object to leave deletes it. @return 0
+    /// Gives up the platform lock; the last object that does so deletes it. @return 0
     virtual LONG Term();
 
 private:
@@ -51,32 +51,31 @@ private:
     std::shared_ptr<CRITICAL_SECTION> Section;
 };
 
-/// Security attributes with which a named mutex or a file is open to every account, except for changes of
-/// its access list and its owner.
+/// Security attributes that open a named mutex or a file to every account, except for changes of its access list and
+/// its owner.
 ///
-/// The access list denies everyone WRITE_DAC and WRITE_OWNER and then allows everyone GENERIC_ALL. Copies
-/// share the source's blocks, and the last of them releases the blocks. No locking: an object that is passed
-/// to a platform call has to stay as it is until the call returns.
+/// The access list denies everyone WRITE_DAC and WRITE_OWNER and then allows everyone GENERIC_ALL. Copies share the
+/// source's memory blocks, and the last copy releases them. There is no locking: an object must not change during a
+/// platform call that uses it.
 class TESSMARU_API CSecurityDescriptor {
 public:
-    /// @throws _com_error with the code of the platform call that failed; nothing is left behind then.
+    /// @throws _com_error with the code of the platform call that failed.
     CSecurityDescriptor();
     CSecurityDescriptor(const CSecurityDescriptor& other) noexcept;
     CSecurityDescriptor& operator=(const CSecurityDescriptor& other) noexcept;
     virtual ~CSecurityDescriptor();
 
-    /// The object's own pointers, not copies of them. The blocks stay the object's.
+    /// References to the object's own pointers. The object owns what they point to.
     void*& getSecurityDescriptor();
-    SECURITY_ATTRIBUTES*& getSecurityAttributes();
-    ACL*& getNewDacl();
-    void*& getEveryone();
+    SECURITY_ATTRIBUTES*& getSecurityAttributes();  ///< for CreateMutexW and the like
+    ACL*& getNewDacl();                             ///< the access list of the descriptor
+    void*& getEveryone();                           ///< the SID of all users, S-1-1-0
 
 protected:
-    /// Makes new blocks in place of what the object had. @return 0, or a failure code, and then the object
-    /// has none.
+    /// Replaces the object's blocks by new ones. @return 0, or a failure code; the object has no blocks then.
     LONG initSecurityDescriptor();
 
-    /// Gives the object's share of the blocks up; may run any number of times. @return 0
+    /// Gives up the object's share of the blocks and sets its pointers to null. May be called again. @return 0
     LONG freeSecurityDescriptor();
 
 private:
@@ -89,10 +88,10 @@ private:
     std::shared_ptr<Blocks> Shared;
 };
 
-/// Measures wall time in seconds, from its construction and from a mark that can be moved. The clock has ticks of a
-/// millisecond; spans of up to 24 days come out right.
+/// Measures wall time in seconds, from its construction and from a mark that can be moved. The clock counts
+/// milliseconds; times of up to 24 days are correct.
 ///
-/// No locking: Mark must not run while another thread uses the object.
+/// There is no locking: Mark must not run while another thread uses the object.
 ///
 /// @code
 ///     utility::CStopWatch watch;
@@ -107,16 +106,16 @@ public:
     CStopWatch();
     virtual ~CStopWatch();
 
-    /// Gives the seconds since the last mark and sets a new one. The moment between belongs to neither span.
+    /// Returns the seconds since the last mark and sets a new one. The time between the two steps is not counted.
     double Mark();
 
-    /// Seconds since construction, whatever was marked.
+    /// Seconds since construction; a mark does not change this.
     double ElapsedTime() const;
 
-    /// Seconds since the last mark, or since construction if there was none.
+    /// Seconds since the last mark, or since construction if there was no mark.
     double ElapsedTimeSinceMark() const;
 
-    /// The same as text.
+    /// The same as text, in the form of getAsStr.
     wstring strElapsedTime() const;
     wstring strElapsedTimeSinceMark() const;
 
@@ -124,7 +123,7 @@ public:
     wstring getAsStr(double seconds) const;
 
 protected:
-    /// Seconds since the clock had this value.
+    /// Seconds since the clock, in milliseconds, had this value.
     double getTimeSince(LONG ticks) const;
 
 private:

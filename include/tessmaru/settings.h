@@ -1,9 +1,12 @@
 // The suite's settings, read-only, and the texts that a module carries in its string table.
 //
-// Settings lie in one tree of registry keys per release and language, below HKEY_LOCAL_MACHINE in
-// `SOFTWARE\Orvane Electronics Limited\Veltrix\4.09.00-en\`. Nothing is cached: each call opens its key,
-// reads and closes, so a change shows at the next call. No call reports a failure: a missing key, a missing
-// value and a denied read give the accessor's own answer.
+// Each release and language has one tree of registry keys, below HKEY_LOCAL_MACHINE in
+//
+//     `SOFTWARE\Orvane Electronics Limited\Veltrix\4.09.00-en\`
+//
+// Nothing is cached: each call opens its key, reads and closes, so a change shows at the next call. No call reports a
+// failure: for a missing key, a missing value or a denied read a number is 0, a text is empty, and a flag has the value
+// that its accessor describes.
 #pragma once
 
 #include "tessmaru/platform.h"
@@ -12,8 +15,8 @@
 #include <cstdarg>
 #include <vector>
 
-/// What callers program against: every setting by its own accessor. The library attaches no unit to the
-/// numbers and hands them on as stored.
+/// The interface that callers use: one accessor per setting. Numbers are returned as stored; the library gives them no
+/// unit and no range.
 class TESSMARU_API CSettings {
 public:
     CSettings() = default;
@@ -21,15 +24,18 @@ public:
     CSettings& operator=(const CSettings&) = delete;
     virtual ~CSettings() = 0;
 
-    /// The file of the tag specification database. With both arguments empty it is the unnamed value of the
-    /// key "Databases" (empty if missing); with any other arguments it is ".\TagSpec.mdb".
+    /// The file of the tag specification database: the unnamed value of the key "Databases" if both arguments are
+    /// empty, ".\TagSpec.mdb" for any other arguments.
     virtual utility::wstring getDbFileName(utility::wstring first, utility::wstring second) const = 0;
 
-    /// Appends getDbFileName of two empty texts; what `names` held stays.
+    /// Appends the result of getDbFileName for two empty texts to `names`.
     virtual void getDbFileNames(std::vector<utility::wstring>& names) const = 0;
 
+    /// "RequestTimeout" and "ResponseTimeout" of the tag server, the stored 32 bits as a signed number.
     virtual LONG getRequestTimeout() const = 0;
     virtual LONG getResponseTimeout() const = 0;
+
+    /// "MaxRequests" and "MaxResponses" of the tag server.
     virtual ULONG getMaxRequests() const = 0;
     virtual ULONG getMaxResponses() const = 0;
 
@@ -42,7 +48,7 @@ public:
     /// The path of the log's key below HKEY_LOCAL_MACHINE. Never reads the registry.
     virtual utility::wstring getLogRegKey() const = 0;
 
-    /// A text, in spite of its name; as stored.
+    /// "Disabled" of the token processing: a text as stored, not a flag.
     virtual utility::wstring getTokenProcessingDisabled() const = 0;
 
     /// The module that holds the suite's messages.
@@ -51,24 +57,25 @@ public:
     /// True only for the text "Y" in either case.
     virtual bool getValidationDisabled() const = 0;
 
+    /// "CancelRequestMethod" of the tag server, as stored.
     virtual utility::wstring getCancelRequestsMethod() const = 0;
 
-    /// True only for the text "async" in any case. Not the opposite of CancelRequestsIsSync: any third
-    /// text, and none at all, make both false.
+    /// True only if the method is "async", or "sync", in any case. With any other text, or none, both are false.
     virtual bool CancelRequestsIsAsync() const = 0;
     virtual bool CancelRequestsIsSync() const = 0;
 
+    /// "ElementResponseTimeout" of the protocol.
     virtual ULONG getProtocolResponseTimeout() const = 0;
 
-    /// False only for the text "n" in either case: encryption is on unless it is turned off.
+    /// False only for the text "n" in either case: encryption is on unless it is switched off.
     virtual bool getProtocolEncryptionEnabled() const = 0;
 
-    /// All 32 bits as stored; no range is imposed.
+    /// "PortNumber" of UDP, all 32 bits as stored: it can be above 65535.
     virtual ULONG getUDPPortNumber() const = 0;
 };
 
-/// The settings as the registry has them. One object serves one thread at a time; objects on separate
-/// threads are independent. Construction reads no key.
+/// The settings in the registry. One object serves one thread at a time; separate objects are independent. Construction
+/// reads no key.
 ///
 /// @code
 ///     const CSettingsRegistry settings;
@@ -99,22 +106,22 @@ public:
     ULONG getUDPPortNumber() const override;
 
 protected:
-    /// Opens a key below HKEY_LOCAL_MACHINE in place of the one that is open. A key that cannot be opened
-    /// changes nothing: queries go on reading from the one before.
+    /// Opens a key below HKEY_LOCAL_MACHINE in place of the one that is open. If that fails, the earlier key stays open
+    /// and queries continue to read from it.
     void OpenKey(const utility::wstring& path) const;
 
-    /// The 32-bit value of this name in the open key, whatever its type; 0 without a key, without the value,
-    /// or for a value of more than 4 bytes. An empty name means the key's unnamed value.
+    /// The 32-bit value of this name in the open key; its type is not checked. 0 if no key is open, if the value is
+    /// missing, or if it has more than 4 bytes. An empty name means the key's unnamed value.
     ULONG QueryValueDWord(const utility::wstring& name) const;
 
-    /// The text of this name in the open key, up to its first zero unit; empty without a key, without the
-    /// value, or for a value of more than 2048 bytes.
+    /// The text of this name in the open key, up to its first zero unit; its type is not checked. Empty if no key is
+    /// open, if the value is missing, or if it has more than 2048 bytes.
     utility::wstring QueryValueString(const utility::wstring& name) const;
 
-    /// Closes the open key, if there is one.
+    /// Closes the key if one is open.
     void CloseKey() const;
 
-    /// OpenKey, the query, CloseKey.
+    /// Opens a key, reads one value and closes the key.
     ULONG GetValueDWord(const utility::wstring& path, const utility::wstring& name) const;
     utility::wstring GetValueString(const utility::wstring& path, const utility::wstring& name) const;
 
@@ -130,16 +137,16 @@ private:
 
 namespace utility {
 
-/// The release and language of the library, which is also a segment of every settings key: "4.09.00-en".
+/// The release and language of the library, which is also a part of every settings key: "4.09.00-en".
 TESSMARU_API wstring GetVersionString();
 
-/// Row `row` of a module's string table with the inserts put in for its `%1`-style marks.
+/// A row of a module's string table, with the inserts in place of its `%1`-style marks.
 ///
-/// @param module  a loaded module that carries resources.
-/// @param inserts the caller's argument list, positioned at the first insert; null for a row without marks.
-///                The list is used up by the call.
-/// @return the text; empty for a missing row, for marks without inserts, and for a result of more than 1022
-///         units.
+/// @param module  a loaded module with resources.
+/// @param inserts the caller's argument list at the first insert; null for a row without marks. The call reads the
+///                list to its end.
+/// @return the text; empty if the row is missing, if it has marks and no inserts are given, or if the result has more
+///         than 1022 units.
 TESSMARU_API wstring genStringFromResourceModule(HINSTANCE module, unsigned int row, va_list* inserts);
 
 }  // namespace utility

@@ -1,11 +1,11 @@
-// Faults of the processor as C++ exceptions: bad pointers, divisions by zero and their like.
+// Processor faults as C++ exceptions: bad pointers, divisions by zero and the like.
 #pragma once
 
 #include "tessmaru/platform.h"
 
 #include <stdexcept>
 
-/// A fault of a thread that an InstallSETranslator protects. `what` tells what happened and where.
+/// A fault on a thread that an InstallSETranslator protects. `what` says what happened and at which address.
 class TESSMARU_API structured_exception : public std::runtime_error {
 public:
     /// Keeps a copy of `text`.
@@ -15,8 +15,8 @@ public:
     ~structured_exception() override;
 };
 
-/// As long as it is installed, from its construction on, each fault of its thread is thrown as a structured_exception
-/// at the instruction that failed.
+/// While an object is installed, from its construction on, each fault of its thread is thrown as a structured_exception
+/// at the faulting instruction.
 ///
 /// @code
 /// void Worker(Queue& queue)
@@ -34,27 +34,28 @@ public:
 /// }
 /// @endcode
 ///
-/// Thread: an object protects the thread that called `install`, and its destructor takes the translator of the thread
-/// that runs it. Make and destroy it on one thread; each thread needs its own.
+/// Threads: an object protects the thread that called `install`. Its destructor removes the translator of the thread
+/// that runs the destructor. Construct and destroy an object on one thread; each thread needs its own object.
 ///
-/// No nesting: the end of an object leaves the thread without any translator, also where another object, or a
-/// translator of the caller's own, was there before.
+/// No nesting: when an object ends, the thread has no translator, even if another object or the caller had set one
+/// before.
 ///
-/// Compiler: the code that faults, and all code that an exception passes on its way, needs `-fnon-call-exceptions`.
-/// The package hands that flag on to its callers. Without it the compiler assumes that only calls throw, and drops a
-/// handler around a mere access. g++ heeds the flag, clang++ accepts it and does nothing: there a handler catches the
-/// faults of functions that it calls and the compiler cannot see into. docs/faults.md lists what has been tried.
+/// Compiler: the code that faults, and all code that the exception passes through, needs `-fnon-call-exceptions`. The
+/// package passes that flag on to its callers. Without it the compiler assumes that only calls throw, and removes a
+/// handler around a plain memory access. g++ obeys the flag. clang++ accepts it without effect: there a handler catches
+/// the faults in functions that it calls and that the compiler cannot inline. docs/faults.md lists what has been tried.
 ///
-/// What cannot be translated ends the process, as it would without an object:
-/// - a fault below a `noexcept` function, a destructor for example (by std::terminate), or below code without unwind
+/// Some faults cannot be translated. They end the process, as they would without an object:
+/// - a fault below a `noexcept` function, for example a destructor (by std::terminate), or below code without unwind
 ///   data;
-/// - a fault while another one of the same thread is being translated;
+/// - a fault while another fault of the same thread is being translated;
 /// - a signal that a process sends (kill, raise);
-/// - a stack overflow where the frames at its end have destructors to run. On Windows a thread has to call
-///   `_resetstkoflw` after it has caught one, before the next.
-/// - on Windows x86-32 a fault inside of a function of the system.
+/// - a stack overflow if the frames at the end of the stack have destructors to run. On Windows, a thread that has
+///   caught one must call `_resetstkoflw` before the next;
+/// - on Windows x86-32, a fault inside a function of the system.
 ///
-/// What faults has not finished: locks of the C library that it held stay held, and half-changed data stays so.
+/// The code that faults does not finish: locks of the C library that it held stay held, and half-changed data stays
+/// half-changed.
 class TESSMARU_API InstallSETranslator {
 public:
     InstallSETranslator();
@@ -62,10 +63,11 @@ public:
     InstallSETranslator& operator=(const InstallSETranslator&) = delete;
     ~InstallSETranslator();
 
-    /// Protects the calling thread from now on. May be called again.
+    /// Protects the calling thread from now on. May be called again. Reports no failure: without memory the thread has
+    /// no translator.
     void install();
 
-    /// Leaves the calling thread without a translator. May be called again.
+    /// Removes the calling thread's translator. May be called again.
     void uninstall();
 
 private:

@@ -9,7 +9,8 @@ namespace utility {
 /// The string of every interface of the library: 16-bit units, UTF-16 where they mean text.
 using wstring = std::basic_string<unsigned short>;
 
-/// A literal's units as a compile-time value; `_w` gives each distinct text one static object.
+/// A literal's units as a compile-time value. It is the template argument of `_w`, so that each distinct text has one
+/// static object.
 template <std::size_t N>
 struct fixed_text {
     unsigned short units[N]{};

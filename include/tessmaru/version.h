@@ -11,11 +11,12 @@ namespace utility {
 
 /// The version block of a module's file: two versions in numbers, and texts in one or more languages.
 ///
-/// Name a module with setModule, then ask. The file is read once, when it is named, and not kept open. A module without
-/// a block, or whose file cannot be read, answers every question with an empty text.
+/// Select a module with setModule, then query it. The file is read once, by setModule, and not kept open. If the module
+/// has no block or its file cannot be read, every query returns an empty text.
 ///
-/// On Windows the files are PE files. On Linux they are PE files, and ELF files into which a resource script has
-/// been compiled; a path may have either form there. Neither needs to be loaded, or made for this machine.
+/// On Windows the files are PE files. On Linux they are PE files, and ELF files into which a resource script has been
+/// compiled; there a path may separate directories by slashes or backslashes. A file need not be loaded, nor be made
+/// for this machine.
 ///
 /// One object serves one thread at a time.
 ///
@@ -29,8 +30,10 @@ namespace utility {
 /// @endcode
 class TESSMARU_API CVersionInfo {
 public:
+    /// The versions of the block that are numbers.
     enum eFIXED_VER_INFO { eFIXED_PRODUCT_VERSION, eFIXED_FILE_VERSION };
 
+    /// The values of the block that are texts: eLANG_COMPANY_NAME is the value "CompanyName", and so on.
     enum eLANG_VER_INFO {
         eLANG_COMMENTS,
         eLANG_INTERNAL_NAME,
@@ -51,33 +54,34 @@ public:
     CVersionInfo& operator=(const CVersionInfo&) = delete;
     virtual ~CVersionInfo();
 
-    /// Reads the block of a loaded module, or of the file at a path. Naming the present module again, in the same
-    /// letters, reads nothing, even if its file has changed.
-    /// @throws std::exception for a null handle, one that is no module's, and an empty path; the object then stays as
-    /// it
-    ///         was. A file that cannot be read is no failure.
+    /// Reads the block of a loaded module, or of the file at a path. If that is the present module, in exactly the same
+    /// letters, nothing is read, even if the file has changed. A file that cannot be read is not a failure.
+    /// @throws std::exception for a null handle, a handle that is not a module, and an empty path; the object is not
+    ///         changed then.
     void setModule(HINSTANCE const& module);
     void setModule(const wstring& path);
 
-    /// The setting "MessageResource", whatever module the object has; empty if it is not set.
+    /// The setting "MessageResource"; empty if it is not set. Does not depend on the object's module.
     wstring getDefaultModule() const;
 
-    /// The path of the module named last, empty at first.
+    /// The path of the present module; empty before the first setModule.
     wstring getModuleFileName() const;
 
     /// A version in numbers, at least two digits each: `03,10,00,00`.
-    /// @throws std::out_of_range for a value that is none of the enumeration, here and below.
+    /// @throws std::out_of_range for a value outside the enumeration.
     wstring getVersionInfoFixedValue(eFIXED_VER_INFO value) const;
 
-    /// A text of the section of a language and a code page, 0x0409 and 0x04B0, say. No other section stands in for one
-    /// that the block does not have.
+    /// A text in the section of a language and a code page, for example 0x0409 and 0x04B0. Empty if the block does not
+    /// have that section: no other section is tried.
+    /// @throws std::out_of_range for a value outside the enumeration.
     wstring getVersionInfoLanguageValue(eLANG_VER_INFO value, unsigned short language, unsigned short codePage) const;
 
 protected:
-    /// Reads the block of a file in place of the present one.
+    /// Replaces the present block by that of a file.
     void getModuleVerInfo(const wstring& path);
 
-    /// The same by the name of the value: "ProductVersion" or "FileVersion" for the numbers, any name for a text.
+    /// As the public ones, by the name of the value: "ProductVersion" or "FileVersion" for numbers, any name for a
+    /// text. An unknown name gives an empty text.
     wstring getVersionInfoFixedValue(const wstring& name) const;
     wstring getVersionInfoLanguageValue(const wstring& name, unsigned short language, unsigned short codePage) const;
 

@@ -1,4 +1,5 @@
-// Lists between vectors and safe arrays. The kinds of element differ in one step only.
+// Conversion between vectors and safe arrays. The conversions of longs, variants and strings differ in one step: how an
+// element is copied.
 #include "settings/tag_specification.h"
 #include "system.h"
 #include "tessmaru/automation.h"
@@ -18,13 +19,13 @@ void Check(HRESULT result)
         throw _com_error(result);
 }
 
-/// The source stays as it is, though not every platform's header says so.
+/// VariantCopy does not change its source, but not every platform's header declares it constant.
 HRESULT Copy(VARIANT& target, const VARIANT& source)
 {
     return VariantCopy(&target, const_cast<VARIANT*>(&source));
 }
 
-/// The data of an array, locked while this lives.
+/// Access to the data of an array, which is locked meanwhile.
 class DataAccess {
 public:
     explicit DataAccess(SAFEARRAY* array) : Array(array), Result(SafeArrayAccessData(array, &Data)) {}
@@ -35,11 +36,12 @@ public:
     HRESULT result() const { return Result; }
     void* data() const { return Data; }
 
+    /// Unlocks the array; does nothing if it is not locked.
     HRESULT End()
     {
         if (FAILED(Result))
             return S_OK;
-        Result = E_UNEXPECTED;
+        Result = E_UNEXPECTED;  // not locked any more
         return SafeArrayUnaccessData(Array);
     }
 
@@ -59,6 +61,7 @@ HRESULT PutElements(const std::vector<_variant_t>& source, VARIANT* slots)
 {
     for (const _variant_t& element : source) {
         VARIANT& slot = *slots++;
+        // By contract, although the slots of a new array are empty.
         VariantClear(&slot);
         if (element.vt == VT_EMPTY)
             continue;
@@ -76,8 +79,8 @@ HRESULT PutElements(const std::vector<wstring>& source, BSTR* slots)
         SysFreeString(slot);
         slot = nullptr;
         const auto units = static_cast<UINT>(wstring::traits_type::length(element.c_str()));
-        // Copied twice, as the two ways to run out of memory differ: the first copy throws and leaves the caller the
-        // array as it is, the second one is a result and ends the array.
+        // Two copies, because they fail differently by contract: the first throws and leaves the array to the caller,
+        // the second returns a code and destroys the array.
         const BSTR whole = SysAllocStringLen(platform::Wide(element.c_str()), units);
         if (whole == nullptr)
             throw _com_error(E_OUTOFMEMORY);
@@ -98,6 +101,7 @@ LONG VectorToArray(VARTYPE type, const std::vector<Element>& source, SAFEARRAY**
             return destroyed;
         *target = nullptr;
     }
+    // The upper bound would not fit its 32 bits.
     if (source.size() > std::numeric_limits<LONG>::max())
         return E_OUTOFMEMORY;
     SAFEARRAYBOUND bound{};
@@ -107,6 +111,7 @@ LONG VectorToArray(VARTYPE type, const std::vector<Element>& source, SAFEARRAY**
         return E_OUTOFMEMORY;
 
     DataAccess access(*target);
+    // The new array stays in the target here: it is valid, and the caller owns it.
     if (FAILED(access.result()))
         return access.result();
     const HRESULT put = PutElements(source, static_cast<Slot*>(access.data()));
@@ -125,7 +130,7 @@ const std::byte* AddressOf(SAFEARRAY* array, LONG index)
     return static_cast<const std::byte*>(element);
 }
 
-/// The bits of an element, wherever it lies.
+/// Reads an element at any address: a foreign array need not align its elements.
 template <class Slot>
 Slot Read(const std::byte* element)
 {
@@ -154,7 +159,7 @@ void AppendElement(const std::byte* element, std::vector<wstring>& target)
         target.emplace_back();
 }
 
-/// From index 0 on.
+/// Appends the elements from index 0 to `last`. A second variable counts, so that the largest `last` ends the loop too.
 template <class Element>
 void AppendElements(SAFEARRAY* array, LONG last, std::vector<Element>& target)
 {
@@ -162,7 +167,7 @@ void AppendElements(SAFEARRAY* array, LONG last, std::vector<Element>& target)
         AppendElement(AddressOf(array, index), target);
 }
 
-/// Numbers that lie behind each other are copied at once.
+/// Numbers without gaps, in an aligned array, are copied at once: that is many times as fast as one call per element.
 void AppendElements(SAFEARRAY* array, LONG last, std::vector<LONG>& target)
 {
     if (last < 0)
@@ -180,6 +185,7 @@ template <class Element>
 LONG ArrayToVector(const SAFEARRAY* source, std::vector<Element>& target)
 {
     target.clear();
+    // The platform's functions take no constant array. Only its lock count changes.
     auto* const array = const_cast<SAFEARRAY*>(source);
     if (array == nullptr || SafeArrayGetDim(array) != 1)
         return E_INVALIDARG;
@@ -195,7 +201,7 @@ LONG ArrayToVector(const SAFEARRAY* source, std::vector<Element>& target)
         Check(SafeArrayUnlock(array));
         return S_OK;
     } catch (const _com_error&) {
-        // Unlocked also if the failure came before the lock: the contract of these conversions has it so.
+        // By contract an automation failure always unlocks, even if it came before the lock.
         SafeArrayUnlock(array);
         target.clear();
         throw;
@@ -217,6 +223,7 @@ LONG utility::getSafeArrayCount(SAFEARRAY* array, ULONG dimension)
     LONG upper = 0;
     Check(SafeArrayGetLBound(array, dimension, &lower));
     Check(SafeArrayGetUBound(array, dimension, &upper));
+    // In 64 bits, as an array with the widest bounds has more elements than a LONG can count.
     return static_cast<LONG>(std::int64_t{upper} - lower + 1);
 }
 

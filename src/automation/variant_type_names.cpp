@@ -1,4 +1,4 @@
-// Names of variant types.
+// The names of variant types, and a widely known type for each type that automation clients may not know.
 #include "settings/tag_specification.h"
 #include "system.h"
 #include "tessmaru/automation.h"
@@ -10,7 +10,7 @@ namespace {
 
 using namespace utility::literals;
 
-/// By type code, from 0 on.
+/// The names of the codes from 0 to 31; code 15 is not assigned.
 constexpr const unsigned short* typeNames[] = {
     u"VT_EMPTY"_w,   u"VT_NULL"_w,    u"VT_I2"_w,      u"VT_I4"_w,        u"VT_R4"_w,     u"VT_R8"_w,
     u"VT_CY"_w,      u"VT_DATE"_w,    u"VT_BSTR"_w,    u"VT_DISPATCH"_w,  u"VT_ERROR"_w,  u"VT_BOOL"_w,
@@ -44,6 +44,7 @@ const unsigned short* TypeName(unsigned short type)
 
 utility::wstring utility::getVtTypeAsString(unsigned short type)
 {
+    // Before VT_ARRAY is removed, which is one of its bits.
     if (type == VT_ILLEGAL)
         return u"VT_ILLEGAL"_w;
     const auto base = static_cast<unsigned short>(type & ~VT_ARRAY);

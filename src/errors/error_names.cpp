@@ -1,6 +1,7 @@
-// The rows stand in hresult_names.def and win32_error_names.def, by value. The names of a table lie behind each other
-// as narrow text, so that nothing has to be relocated. A whole value is found by a perfect hash, a low word by a direct
-// index: a binary search takes several times as long, nearly all of it for steps that the processor cannot foresee.
+// The names of error codes, in two tables. Their rows are in hresult_names.def and win32_error_names.def, by value.
+//
+// A whole value is found by a perfect hash, a low word by a direct index. A binary search takes several times as long,
+// because the processor cannot predict its branches.
 #include "errors/error_names.h"
 
 #include "common/packed_texts.h"
@@ -46,7 +47,7 @@ constexpr bool AreDistinct(const char* names, const std::array<std::uint16_t, St
 
 static_assert(AreDistinct(hresultNames, hresultStarts) && AreDistinct(win32ErrorNames, win32Starts), "no name twice");
 
-/// The row of each low word, counted from 1; 0: none.
+/// The row of each low word, counted from 1; 0: no name.
 constexpr auto win32Rows = [] {
     std::array<std::uint16_t, win32Errors[std::size(win32Errors) - 1] + 1> rows{};
     for (std::size_t row = 0; row < std::size(win32Errors); ++row)
@@ -54,14 +55,16 @@ constexpr auto win32Rows = [] {
     return rows;
 }();
 
-/// A slot of its own for each value: the slots of the values that share a bucket are moved by the bucket's shift.
+/// Gives each value of the table a different slot. A value's hash selects a bucket and a slot, and the shift of the
+/// bucket moves the slots of all its values until none is used twice. So a look-up takes two loads and no search.
 struct PerfectHash {
     static constexpr std::uint32_t BucketBits = 7;
     static constexpr std::uint32_t Slots = 1024;
 
     std::array<std::uint16_t, 1U << BucketBits> Shifts{};
-    std::array<std::uint16_t, Slots> Rows{};  // counted from 1; 0: none
+    std::array<std::uint16_t, Slots> Rows{};  // counted from 1; 0: the slot is free
 
+    // Codes differ mostly in their low bits. Multiplied by 2^32 divided by the golden ratio, they spread evenly.
     static constexpr std::uint32_t Mix(std::uint32_t value) { return value * 0x9E3779B1U; }
     static constexpr std::uint32_t BucketOf(std::uint32_t value) { return Mix(value) >> (32 - BucketBits); }
     constexpr std::uint32_t SlotOf(std::uint32_t value) const
@@ -70,6 +73,7 @@ struct PerfectHash {
     }
 };
 
+// Computed by the compiler, for the values of the table as it is.
 constexpr PerfectHash hresultHash = [] {
     PerfectHash hash;
     for (std::uint32_t bucket = 0; bucket < hash.Shifts.size(); ++bucket) {
@@ -97,7 +101,7 @@ constexpr bool FindsAllHResults()
     return true;
 }
 
-static_assert(FindsAllHResults(), "the values of one bucket need slots of their own");
+static_assert(FindsAllHResults(), "two values have one slot");
 
 }  // namespace
 

@@ -1,4 +1,4 @@
-// Automation failures and standard exceptions as text.
+// The texts of automation failures and of standard exceptions.
 #include "settings/module_strings.h"
 #include "settings/tag_specification.h"
 #include "system.h"
@@ -20,7 +20,7 @@ const unsigned short* Units(BSTR text)
     return reinterpret_cast<const unsigned short*>(text);
 }
 
-/// An automation string that its holder ends.
+/// The owner of an automation string.
 class AutomationString {
 public:
     AutomationString() = default;
@@ -42,14 +42,14 @@ public:
     bool empty() const { return SysStringLen(Held) == 0; }
     const unsigned short* units() const { return Units(Held); }
 
-    /// Where an operation that gives a string puts it.
+    /// The place for the result of a call that returns a string. Only for an empty owner.
     BSTR* receive() { return &Held; }
 
 private:
     BSTR Held = nullptr;
 };
 
-/// An error object with a reference of this holder's own.
+/// The owner of a reference to an error object.
 class ErrorObject {
 public:
     explicit ErrorObject(IErrorInfo* object) : Held(object) {}
@@ -73,11 +73,13 @@ struct ComErrorTexts {
     AutomationString Description;
 };
 
-/// Fetches the texts; with the first that fails it ends, and that one and those behind it stay empty.
+/// Fetches the texts in the order source, description, message. The first failure ends it: that text and the later ones
+/// stay empty.
 void Fetch(const _com_error& e, ComErrorTexts& texts)
 try {
     const ErrorObject object(e.ErrorInfo());
     if (object.get() != nullptr) {
+        // The results do not matter: a call that fails leaves the string null.
         object.get()->GetSource(texts.Source.receive());
         object.get()->GetDescription(texts.Description.receive());
     }
@@ -90,6 +92,7 @@ try {
 wstring utility::getStdExceptionAsString(const std::exception& e)
 {
     AutomationString text;
+    // Only a failed conversion has a substitute; std::bad_alloc passes to the caller.
     try {
         text = AutomationString(WideText(e.what()).c_str());
     } catch (const _com_error&) {
@@ -114,6 +117,7 @@ bool utility::testIErrorInfoGenerated()
 {
     IErrorInfo* pending = nullptr;
     const HRESULT result = GetErrorInfo(0, &pending);
+    // GetErrorInfo has taken the object from the thread; it is put back with a new reference.
     const ErrorObject held(pending);
     SetErrorInfo(0, held.get());
     return result == S_OK;

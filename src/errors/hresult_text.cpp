@@ -1,4 +1,4 @@
-// The line of an HRESULT.
+// The line that describes an HRESULT: its description, code, name and facility.
 #include "errors/error_names.h"
 #include "settings/module_strings.h"
 #include "settings/tag_specification.h"
@@ -23,6 +23,7 @@ constexpr unsigned int LineRow = 152;
 constexpr DWORD FacilityItf = 4;
 constexpr DWORD FacilityWin32 = 7;
 constexpr DWORD FacilityControl = 10;
+// From these low words on, each interface and each control defines its own codes: the system cannot describe them.
 constexpr DWORD FirstInterfaceError = 0x200;
 constexpr DWORD FirstControlError = 0x258;
 
@@ -51,12 +52,12 @@ wstring FacilityName(DWORD facility)
     return genStringFromOwnModule(UnknownFacilityRow);
 }
 
-wstring Wide(std::string_view name)
+wstring WidenAscii(std::string_view name)
 {
     return {name.begin(), name.end()};
 }
 
-/// Cuts at the last of this character, if there is one.
+/// Removes the last occurrence of this character and everything after it.
 void CutAtLast(wstring& text, unsigned short unit)
 {
     const std::size_t at = text.rfind(unit);
@@ -64,18 +65,20 @@ void CutAtLast(wstring& text, unsigned short unit)
         text.erase(at);
 }
 
-/// The text that the message service has for a code. Marks for inserts make it fail: none are given.
+/// The text that the platform has for a code. No inserts are given, so a text with insert marks counts as missing.
 wstring Describe(DWORD flags, const void* module, DWORD code)
 {
     unsigned short text[DescriptionUnits];
     if (FormatMessageW(flags, module, code, 0, platform::Wide(text), DescriptionUnits, nullptr) == 0)
         return genStringFromOwnModule(UnknownErrorRow);
+    // At the last line end wherever it is, unlike the message of a _com_error, which loses one only at its very end.
     wstring description = text;
     CutAtLast(description, u'\n');
     CutAtLast(description, u'\r');
     return description;
 }
 
+/// What depends on the table in which a code is found.
 struct Failure {
     wstring Name;
     wstring Description;
@@ -85,10 +88,10 @@ Failure Identify(DWORD code, DWORD facility)
 {
     const DWORD lowWord = code & 0xFFFF;
     if (const std::string_view name = HResultName(code); !name.empty())
-        return {Wide(name), Describe(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code)};
+        return {WidenAscii(name), Describe(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code)};
     if (facility == FacilityWin32) {
         const std::string_view name = Win32ErrorName(lowWord);
-        return {name.empty() ? genStringFromOwnModule(UnknownErrorRow) : Wide(name),
+        return {name.empty() ? genStringFromOwnModule(UnknownErrorRow) : WidenAscii(name),
                 Describe(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code)};
     }
     wstring name = genStringFromOwnModule(UnknownNameRow);
@@ -96,6 +99,7 @@ Failure Identify(DWORD code, DWORD facility)
         return {std::move(name), genStringFromOwnModule(ControlErrorRow)};
     if (facility == FacilityItf && lowWord >= FirstInterfaceError)
         return {std::move(name), genStringFromOwnModule(InterfaceErrorRow)};
+    // A program may have a message table of its own for codes that the system does not know.
     return {std::move(name),
             Describe(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_FROM_SYSTEM, GetModuleHandleW(nullptr), code)};
 }

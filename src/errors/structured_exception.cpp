@@ -1,3 +1,4 @@
+// The exception for a processor fault, and the object that has faults of a thread thrown as such.
 #include "tessmaru/structured_exception.h"
 
 #include "errors/structured_exception.h"
@@ -29,6 +30,7 @@ void InstallSETranslator::install()
     PreviousTranslator = _set_se_translator(CurrentTranslator);
 }
 
+// Does not restore the translator that `install` replaced: objects do not nest, by contract.
 void InstallSETranslator::uninstall()
 {
     CurrentTranslator = nullptr;

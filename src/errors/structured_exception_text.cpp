@@ -1,3 +1,4 @@
+// The texts of processor faults.
 #include "errors/structured_exception.h"
 
 #include "settings/tag_specification.h"
@@ -14,6 +15,7 @@ struct Row {
     const char* Text;
 };
 
+/// The published descriptions of the codes; each ends in a blank. An access violation has a text with the address.
 constexpr Row Rows[] = {
     {EXCEPTION_DATATYPE_MISALIGNMENT,
      "The thread attempted to read or write data that is misaligned on hardware that does not provide alignment. "
@@ -49,10 +51,11 @@ constexpr Row Rows[] = {
      "mode. "},
 };
 
-// Eight digits at least, and all that an address of 64 bits has.
+// At least eight digits, and all digits of an address of 64 bits.
 #define FAULT_ADDRESS "0x%08" PRIXPTR
 #define AT_ADDRESS "SE exception at address " FAULT_ADDRESS ": "
 
+// Twice the length of the longest text.
 using Buffer = std::array<char, 512>;
 
 const char* TextOf(std::uint32_t code)
@@ -68,6 +71,7 @@ void Format(std::uint32_t code, const EXCEPTION_RECORD& record, Buffer& buffer)
 {
     const auto address = reinterpret_cast<std::uintptr_t>(record.ExceptionAddress);
     if (code == EXCEPTION_ACCESS_VIOLATION) {
+        // A jump counts as a write here: the text has two forms only.
         const char* const access = record.ExceptionInformation[0] == 0 ? "read from" : "write to";
         const std::uintptr_t data = record.ExceptionInformation[1];
         std::snprintf(buffer.data(), buffer.size(),
@@ -86,6 +90,7 @@ void Format(std::uint32_t code, const EXCEPTION_RECORD& record, Buffer& buffer)
 std::string describeStructuredException(unsigned int code, EXCEPTION_POINTERS* info)
 {
     std::string text;
+    // A failure must not replace the fault: its own text becomes the description.
     try {
         Buffer buffer{};
         Format(code, *info->ExceptionRecord, buffer);

@@ -1,4 +1,4 @@
-// For processors that have no form of their own.
+// The form of the cipher for a processor without a form of its own.
 #include "frame/cipher.h"
 
 frame::Transforms frame::Chosen()

@@ -1,3 +1,4 @@
+// Chooses the form of the cipher for an x86 processor.
 #include "frame/cipher.h"
 
 frame::Transforms frame::Chosen()

@@ -1,6 +1,9 @@
-// The scrambling of frames. With P for plain bytes, E for scrambled ones and k[i] for the low byte of the key rotated
-// left by i bits: E[i] = P[i] + P[i-1] + k[i] modulo 256, and P[-1] is 0. There is one form for each kind of processor,
-// and all give the same bytes.
+// The frame cipher. P are the plain bytes, E the scrambled bytes, k[i] is the low byte of the key rotated left by i
+// bits:
+//
+//     E[i] = P[i] + P[i-1] + k[i] modulo 256, with P[-1] = 0
+//
+// There is one form of it for each kind of processor; all give the same bytes.
 #pragma once
 
 #include <cstddef>
@@ -10,26 +13,26 @@ namespace frame {
 
 using Transform = void(unsigned char* bytes, std::size_t count, std::uint32_t key);
 
-/// For any processor, one byte after the other.
+/// For any processor, byte by byte.
 Transform EncryptPlain, DecryptPlain;
 
 /// For x86 with SSSE3, and with AVX2.
 Transform EncryptSsse3, DecryptSsse3, EncryptAvx2, DecryptAvx2;
 
-/// The fastest form that this processor has.
+/// The fastest form for the processor at run time.
 struct Transforms {
     Transform* Encrypt;
     Transform* Decrypt;
 };
 Transforms Chosen();
 
-// Inlined everywhere, as this is compiled for several processors too.
+// Always inline: a shared copy could be the one that was compiled for a newer processor.
 [[gnu::always_inline]] inline std::uint32_t RotateLeft(std::uint32_t key, std::size_t bits)
 {
     return key << bits % 32 | key >> (32 - bits % 32) % 32;
 }
 
-/// What is left of a frame that is being restored.
+/// The rest of a frame that is being restored.
 struct Rest {
     unsigned char* Bytes;
     std::size_t Count;

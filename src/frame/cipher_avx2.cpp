@@ -1,8 +1,9 @@
+// The cipher for processors with AVX2: vectors of 32 bytes.
 #include "frame/cipher_vectors.h"
 
 namespace {
 
-/// Vectors of 32 bytes. Two streams: the front of the frame, and as much again behind it.
+/// Vectors of 32 bytes, in two streams of 16: the first part of the frame, and a second part of the same length.
 struct Wide {
     using Type = __m256i;
     static constexpr std::size_t Bytes = 32;
@@ -38,7 +39,7 @@ struct Wide {
                 _mm256_permute2x128_si256(pair.First, pair.Second, 0x31)};
     }
 
-    /// What stands at odd places less what stands at even ones, in the low byte.
+    /// The sum of the bytes at odd places minus the sum of those at even places; only the low byte is valid.
     static int Alternating(Type value)
     {
         const Type pairs = _mm256_maddubs_epi16(value, _mm256_set1_epi16(0x01FF));
@@ -52,7 +53,8 @@ struct Wide {
         Type sum = _mm256_setzero_si256();
         for (std::size_t at = 0; at < length; at += Bytes)
             sum = Add(sum, Load(bytes + at));
-        // The last plain byte of the first stream. Before the second one its last scrambled byte stands in memory.
+        // The second stream needs the last plain byte of the first one, of which memory has only the scrambled form. It
+        // is an alternating sum over the first stream.
         const int keySum = Alternating(_mm256_setr_m128i(keys.Front, keys.Back));
         const int last = previous + Alternating(sum) - static_cast<int>(length / Bytes) * keySum;
         return _mm256_setr_m128i(Narrow::Echo(previous, taken), Narrow::Echo(last, bytes[length - 1] + taken));
@@ -69,7 +71,7 @@ void frame::EncryptAvx2(unsigned char* bytes, std::size_t count, std::uint32_t k
 // NOLINTNEXTLINE(readability-non-const-parameter): it is written to
 void frame::DecryptAvx2(unsigned char* bytes, std::size_t count, std::uint32_t key)
 {
-    // In a shorter frame the sum over the first stream costs more than the second one saves.
+    // In a shorter frame the sum over the first stream costs more than the second stream saves.
     constexpr std::size_t worthwhile = 256;
     Rest rest{bytes, count, key, 0};
     if (count >= worthwhile)

@@ -1,3 +1,4 @@
+// The cipher for any processor, and for the bytes that do not fill a vector.
 #include "frame/cipher.h"
 
 void frame::EncryptPlain(unsigned char* bytes, std::size_t count, std::uint32_t key)
@@ -13,7 +14,7 @@ void frame::EncryptPlain(unsigned char* bytes, std::size_t count, std::uint32_t 
 
 void frame::DecryptPlain(Rest rest)
 {
-    // In variables of their own, which no write to the frame can be taken to change.
+    // Local copies: the compiler must assume that a write to the frame can change the fields of `rest`.
     unsigned char previous = rest.Previous;
     std::uint32_t key = rest.Key;
     for (unsigned char *at = rest.Bytes, *const end = at + rest.Count; at != end; ++at) {

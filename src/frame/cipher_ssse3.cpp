@@ -1,3 +1,4 @@
+// The cipher for processors with SSSE3: vectors of 16 bytes.
 #include "frame/cipher_vectors.h"
 
 void frame::EncryptSsse3(unsigned char* bytes, std::size_t count, std::uint32_t key)

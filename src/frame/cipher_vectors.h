@@ -1,6 +1,6 @@
-// Both transforms over vectors of bytes. Compiled once for each kind of vector, in a file of its own whose options let
-// the compiler use it; so everything here and there belongs to that file alone, and nothing of the standard library is
-// used.
+// Both transforms over vectors of bytes. Each kind of vector has its own source file, compiled with options for it,
+// which includes this. No function may be shared between these files, so everything here is local and nothing of the
+// standard library is used: a shared copy could be the one that was compiled for a newer processor.
 #pragma once
 
 #include "frame/cipher.h"
@@ -16,7 +16,7 @@ constexpr std::size_t period = 32;  // of the key's bytes
 struct KeyBytes {
     explicit KeyBytes(std::uint32_t key)
     {
-        // Eight bytes at a time: the 16 bits that they are taken from, shifted by multiplication.
+        // Eight bytes at a time, all from the same 16 bits: multiplication shifts each by a different number.
         const std::uint64_t twice = std::uint64_t{key} << 32 | key;
         const auto eight = [twice](int first) {
             const __m128i bits = _mm_set1_epi16(static_cast<short>(twice >> (24 - first)));
@@ -42,10 +42,10 @@ struct Narrow {
     static Type Add(Type a, Type b) { return _mm_add_epi8(a, b); }
     static Type Subtract(Type a, Type b) { return _mm_sub_epi8(a, b); }
 
-    /// Each byte in the place of the next one, a zero in the first place.
+    /// Moves each byte to the next place; the first becomes zero.
     static Type ShiftedIn(Type value) { return _mm_slli_si128(value, 1); }
 
-    /// Of each 16 bytes those that stand `Count` places before them.
+    /// For each byte of `now` the byte `Count` places before it; `last` precedes `now`.
     template <int Count>
     static Type Before(Type now, Type last)
     {
@@ -55,19 +55,20 @@ struct Narrow {
     /// The same 16 bytes for each stream.
     static Type Repeated(__m128i value) { return value; }
 
-    /// What lies in memory from `at` on, and at the second place: the first and the next 16 bytes of each stream.
+    /// Two vectors. In memory they are those at `at` and at its second place; as streams they are the first and the
+    /// next 16 bytes of each stream.
     struct Pair {
         Type First;
         Type Second;
     };
     static unsigned char* SecondPlace(unsigned char* at, std::size_t) { return at + Bytes; }
 
-    /// From memory to streams, and back.
+    /// Converts from the order of memory to that of streams, and back.
     static Pair Regrouped(const Pair& pair) { return pair; }
 
-    /// What a stream starts with in place of its 16 plain bytes before. The one plain byte before it is taken away and
-    /// added in turns. What the step by one takes from the first byte, before which nothing stands, comes back at every
-    /// second one.
+    /// The start value of a stream, in place of the 16 plain bytes before it. The plain byte before the stream is
+    /// subtracted and added in turns. `taken` is added at every second byte: it corrects the factor (1 - z) at the
+    /// first byte, which has no previous byte.
     static Type Echo(int previous, int taken)
     {
         return Add(_mm_sign_epi8(_mm_set1_epi8(static_cast<char>(previous)), _mm_set1_epi16(0x01FF)),
@@ -79,14 +80,14 @@ struct Narrow {
     }
 };
 
-/// Encrypts from the end, as a byte needs the plain one before it. The first and the last vector may overlap others, so
-/// they are made of plain bytes before anything is written, and written last.
+/// Encrypts from the end, because each byte needs the plain byte before it. The first and the last vector may overlap
+/// others: they are computed from plain bytes before anything is written, and are written last.
 template <class V>
 void Encrypt(unsigned char* bytes, std::size_t count, std::uint32_t key)
 {
     if (count < V::Bytes)
         return frame::EncryptPlain(bytes, count, key);
-    // Twice, so that a vector of them can be read from any place in the first half.
+    // The bytes twice, so that a vector can be read from any place in the first half.
     unsigned char keys[2 * period];
     const KeyBytes once(key);
     for (unsigned char* half = keys; half != keys + sizeof keys; half += period) {
@@ -101,8 +102,8 @@ void Encrypt(unsigned char* bytes, std::size_t count, std::uint32_t key)
     const std::size_t end = count - V::Bytes;
     const auto last = end == 0 ? first : encrypted(end);
 
-    // Those between start where a vector has its natural place: a write across two lines of the cache takes twice as
-    // long. Two at a time are 1.3 times as fast as one, and more where another thread shares the core.
+    // The vectors between them are aligned: a write across two cache lines takes twice as long. Two at a time are 1.3
+    // times as fast as one, and more if another thread shares the core.
     const std::size_t begin = V::Bytes - reinterpret_cast<std::uintptr_t>(bytes) % V::Bytes;
     std::size_t left = end < begin ? 0 : (end - begin) / V::Bytes + 1;
     for (; left >= 2; left -= 2) {
@@ -118,9 +119,12 @@ void Encrypt(unsigned char* bytes, std::size_t count, std::uint32_t key)
     V::Store(bytes, first);
 }
 
-/// Restores as many bytes as fill the vectors. With z for "the byte before", P = (E - k) / (1 + z), and 1 / (1 + z) is
-/// (1 - z)(1 + z^2)(1 + z^4)(1 + z^8) / (1 - z^16): four steps that depend on scrambled bytes alone, and one that adds
-/// the 16 plain bytes before. Several streams are that many parts of the frame, one in each 16 bytes of a vector.
+/// Restores as many bytes as fill the vectors. Let z mean "the previous byte". Then P = (E - k) / (1 + z), and
+///
+///     1 / (1 + z) = (1 - z)(1 + z^2)(1 + z^4)(1 + z^8) / (1 - z^16)
+///
+/// The four factors are steps that depend on scrambled bytes only; the division adds the plain bytes 16 places before.
+/// With several streams, each 16 bytes of a vector restore a different part of the frame.
 template <class V>
 void Decrypt(frame::Rest& rest)
 {
@@ -157,7 +161,7 @@ void Decrypt(frame::Rest& rest)
     auto next = differences(rest.Bytes, V::ShiftedIn(V::Load(rest.Bytes)));
     for (unsigned char* at = rest.Bytes; at != end; at += period) {
         const auto now = next;
-        // Ahead of the write, as they need the byte before them.
+        // Computed before the write, because they need the scrambled byte before them.
         if (at + period != end)
             next = differences(at + period, V::Load(at + period - 1));
         const Vector front = restored(now.First, frontKey);

@@ -1,9 +1,11 @@
+// The CRC-32 of a few bytes. The table is constant data, so no start-up code belongs to it.
 #include "frame/crc32.h"
 
 #include <array>
 
 namespace {
 
+/// The checksum of each single byte.
 constexpr auto Crc32Table = [] {
     constexpr std::uint32_t polynomial = 0xEDB88320;
     std::array<std::uint32_t, 256> table{};

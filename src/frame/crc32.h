@@ -6,7 +6,7 @@
 
 namespace frame {
 
-/// 0 for no bytes.
+/// The checksum of `count` bytes; 0 for no bytes.
 std::uint32_t calcCrc32(const unsigned char* bytes, std::size_t count);
 
 }  // namespace frame

@@ -1,3 +1,4 @@
+// The exported calls of the frame cipher.
 #include "tessmaru/frame.h"
 
 #include "frame/cipher.h"
@@ -5,6 +6,7 @@
 
 namespace {
 
+// The length field of a frame has 16 bits; callers rely on the rest being ignored.
 constexpr unsigned int LengthBits = 0xFFFF;
 
 }  // namespace

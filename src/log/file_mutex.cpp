@@ -12,8 +12,8 @@ using namespace utility::literals;
 
 namespace {
 
-/// "C:\Logs\App.log" gives "C:_Logs_App.log.Mutex": a backslash has a meaning in the names of mutexes. Nothing else is
-/// changed, so two spellings of one path have two mutexes.
+/// "C:\Logs\App.log" gives "C:_Logs_App.log.Mutex": a backslash has a special meaning in the names of mutexes. Nothing
+/// else is changed, so two spellings of one path have two mutexes.
 utility::wstring MutexName(const utility::wstring& path)
 {
     utility::wstring name = path + u".Mutex"_w;
@@ -26,7 +26,7 @@ utility::wstring MutexName(const utility::wstring& path)
 LONG logging::OpenFileMutex(const utility::wstring& path, UniqueHandle& mutex, bool& isNew)
 {
     const utility::wstring name = MutexName(path);
-    // An access list that is present and null admits everyone.
+    // An access list that is present and null gives every account full access.
     SECURITY_DESCRIPTOR descriptor{};
     InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
     SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE);

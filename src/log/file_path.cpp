@@ -41,12 +41,13 @@ private:
     const LSTATUS Status;
 };
 
-/// Reads the value into a buffer of zeros, so that a value without a terminator ends all the same.
+/// Reads the value into a buffer of zeros, which end a value without a terminator.
 LSTATUS ReadValue(const utility::wstring& keyPath, unsigned short (&path)[PathRoom])
 {
     const OpenKey key(keyPath);
     if (key.status() != 0)
         return key.status();
+    // The size is not used. A missing value fails here, and a value that is too long at the second call.
     DWORD bytes = 0;
     LSTATUS status = key.Read(u"FilePath"_w, nullptr, bytes);
     if (status != 0)
@@ -55,6 +56,7 @@ LSTATUS ReadValue(const utility::wstring& keyPath, unsigned short (&path)[PathRo
     status = key.Read(u"FilePath"_w, path, bytes);
     if (status != 0)
         return status;
+    // The value fills the buffer, so it has more units than a path may have.
     if (std::find(path, path + PathRoom, u'\0') == path + PathRoom)
         return LSTATUS{ERROR_MORE_DATA};
     // An empty path counts as a missing value.

@@ -1,4 +1,4 @@
-// The calls that write records.
+// The calls that write records: the text is formatted first, then the record is written under the mutex of the file.
 #include "tessmaru/log.h"
 
 #include "errors/last_error.h"
@@ -17,7 +17,7 @@ namespace utilities {
 
 namespace {
 
-/// A record is given up after this time, rather than its caller held.
+/// A record that has waited for this time is lost, so that its caller can go on.
 constexpr DWORD RecordWaitMilliseconds = 1000;
 
 }  // namespace
@@ -64,7 +64,7 @@ LONG CLog::LogDebug(LONG bit, const unsigned short* format, const unsigned short
         return 0;
     va_list arguments;
     va_start(arguments, source);
-    // A function of its own, as most debug records are filtered out: they need no room for a text on the stack.
+    // Not inlined, because most debug records are filtered out and should not pay for the room of a text on the stack.
     const auto write = [ this, format, source, &arguments ]() __attribute__((noinline))
     {
         const logging::RecordText text(format, arguments);
@@ -78,11 +78,13 @@ LONG CLog::LogDebug(LONG bit, const unsigned short* format, const unsigned short
 LONG CLog::Log(std::basic_string_view<unsigned short> tag, std::basic_string_view<unsigned short> source,
                std::basic_string_view<unsigned short> text)
 {
+    // The mutex belongs to one thread of one process, so it keeps apart the threads of this process too.
     const MutexHold hold(LogMutex, RecordWaitMilliseconds);
     if (hold.result() == WAIT_TIMEOUT)
         return logging::NotObtained;
     if (!hold.isObtained())
         return LastErrorCode();
+    // The last writer was killed, perhaps in the middle of its record.
     if (hold.isAbandoned())
         logging::CutStump(LogFile);
     if (!logging::SeekToEnd(LogFile))
@@ -93,8 +95,10 @@ LONG CLog::Log(std::basic_string_view<unsigned short> tag, std::basic_string_vie
 LONG CLog::WriteLine(std::basic_string_view<unsigned short> tag, std::basic_string_view<unsigned short> source,
                      std::basic_string_view<unsigned short> text)
 {
+    // A log that is closed writes nothing, and that is not a failure.
     if (LogFile == nullptr || LogFile == INVALID_HANDLE_VALUE)
         return 0;
+    // Nothing is written before the whole line exists, so an exception leaves no part of it in the file.
     try {
         const logging::Record record(GetDateTime(), GetCurrentProcessId(), GetCurrentThreadId(), tag, source, text);
         return logging::Write(LogFile, record.line()) ? 0 : LastErrorCode();
@@ -107,7 +111,7 @@ LONG CLog::WriteLine(std::basic_string_view<unsigned short> tag, std::basic_stri
 
 const utility::wstring& CLog::GetDateTime()
 {
-    // One for the process, as it has one log. Guarded by LogMutex, as DateTime is.
+    // One object is enough, as the process has one log. LogMutex guards it, as it guards DateTime.
     static constinit logging::TimeStamp stamp;
     if (const LONG code = stamp.Update(DateTime); code < 0)
         throw log_exception(code);

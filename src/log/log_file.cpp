@@ -8,23 +8,22 @@
 
 namespace {
 
-/// The longest stump that is looked for; most records are far shorter.
+/// How far from the end of the file a line end is searched for. Most records are far shorter.
 constexpr std::int64_t TailBytes = 0x4000;
 constexpr unsigned char LineEnd[] = {'\r', 0, '\n', 0};
 
-/// Moves to a place by its distance from the end of a file. The position, or -1. Both halves of the distance are given,
-/// as a file may grow beyond 4 GB.
+/// Moves to a place by its distance from the end of a file, which may be larger than 4 GB. Returns the position, or -1.
 std::int64_t SeekFromEnd(HANDLE file, std::int64_t distance)
 {
     LONG high = static_cast<LONG>(distance >> 32);
     const DWORD low = SetFilePointer(file, static_cast<LONG>(distance & 0xFFFFFFFF), &high, FILE_END);
-    // The low half of a valid position can be the failure result.
+    // The low half of a valid position can equal the failure result.
     if (low == INVALID_SET_FILE_POINTER && GetLastError() != NO_ERROR)
         return -1;
     return std::int64_t{high} << 32 | low;
 }
 
-/// Where the last line of a text ends: the number of bytes up to there, or 0 if no line ends in it.
+/// The number of bytes up to the last line end in a text; 0 if there is none.
 DWORD EndOfLastLine(const unsigned char* text, DWORD bytes)
 {
     for (DWORD end = bytes - bytes % 2; end >= sizeof LineEnd; end -= 2) {
@@ -48,7 +47,7 @@ void logging::CutStump(HANDLE file)
     const std::int64_t size = SeekFromEnd(file, 0);
     if (size < 0)
         return;
-    // The tail starts at a whole unit, even if the stump ends within one.
+    // The tail starts at a whole unit, even if the stump ends in the middle of one.
     const std::int64_t start = std::max<std::int64_t>(size - TailBytes, 0) & ~std::int64_t{1};
     unsigned char tail[TailBytes + 1];
     DWORD got = 0;
@@ -56,7 +55,7 @@ void logging::CutStump(HANDLE file)
         !ReadFile(file, tail, static_cast<DWORD>(size - start), &got, nullptr))
         return;
     const DWORD end = EndOfLastLine(tail, got);
-    // A file without a line end near its end was not written by a log, and is not cut.
+    // No log has written a file that has no line end near its end: it is not cut.
     if (end != 0 && end != got && SeekFromEnd(file, start + end - size) == start + end)
         SetEndOfFile(file);
 }

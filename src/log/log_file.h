@@ -1,4 +1,4 @@
-// What the log does with its file, all of it under the mutex of the file.
+// Operations on the file of the log. All are called under the mutex of the file.
 #pragma once
 
 #include "primitives/unique_handle.h"
@@ -13,12 +13,12 @@ namespace logging {
 /// @return no handle with the reason in GetLastError if that fails.
 UniqueHandle OpenFile(const utility::wstring& path, SECURITY_ATTRIBUTES* attributes);
 
-/// Moves to the end of the file, where other processes may have written since the last record. Inline like Write: a
-/// further return after a system call takes a record's time up by one to two percent.
+/// Moves to the end of the file, because other processes may have written since the last record. This and Write are
+/// inline: each further return after a system call makes a record one to two percent slower.
 /// @return false with the reason in GetLastError.
 inline bool SeekToEnd(HANDLE file)
 {
-    // Without the high half of the position the log would end at 4 GB.
+    // Without the high half, the call fails in a file of more than 4 GB.
     LONG positionHigh = 0;
     return SetFilePointer(file, 0, &positionHigh, FILE_END) != INVALID_SET_FILE_POINTER || GetLastError() == NO_ERROR;
 }
@@ -31,8 +31,8 @@ inline bool Write(HANDLE file, std::basic_string_view<unsigned short> line)
     return WriteFile(file, line.data(), static_cast<DWORD>(line.size() * sizeof line[0]), &written, nullptr) != FALSE;
 }
 
-/// Removes the front of a record that a killed writer left at the end of the file, so that the next record starts a
-/// line: the system may end a write between two pages.
+/// Removes an incomplete record at the end of the file, so that the next record starts a line. A writer that is killed
+/// can leave one: the system may stop a write between two pages.
 void CutStump(HANDLE file);
 
 }  // namespace logging

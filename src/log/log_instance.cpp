@@ -1,4 +1,4 @@
-// The life of the process's one log: made by the first GetInstance, closed when the library is unloaded.
+// The lifetime of the process's log: the first GetInstance makes it, the unloading of the library closes it.
 #include "log/codes.h"
 #include "primitives/section_hold.h"
 #include "settings/tag_specification.h"
@@ -14,8 +14,9 @@ using namespace utility::literals;
 
 namespace utilities {
 
-// Constructed before the library's entry call and before every static of a program into which the library is linked,
-// so destroyed after them: a record that their destructors write still comes before the closing lines.
+// Constructed before the library's entry call and before every static of a program that links the library, so destroyed
+// after them: a record that their destructors write still comes before the closing lines. The deleter is destroyed
+// first, because it needs the other two.
 [[gnu::init_priority(201)]] utility::wstring CLog::RegLogfilePath;
 [[gnu::init_priority(201)]] utility::CCriticalSection CLog::CSection;
 [[gnu::init_priority(201)]] CLog::InstanceDeleter CLog::CLogDeleter;
@@ -26,13 +27,13 @@ CLog::log_exception::~log_exception() = default;
 
 CLog* CLog::GetInstance()
 {
-    // Before the lock, which is gone once the library has been unloaded.
+    // Before the lock, which does not exist any more after the log was closed for good.
     if (InitError == logging::Closed)
         return nullptr;
     const SectionHold hold(CSection);
     if (_instance != nullptr)
         return _instance;
-    // Any other exception reaches the caller. It too leaves no instance and a free lock, so that the next call starts
+    // Other exceptions reach the caller. They too leave no instance and a free lock, so that the next call starts
     // again.
     try {
         std::unique_ptr<CLog> made(new CLog);
@@ -69,12 +70,12 @@ CLog::InstanceDeleter::~InstanceDeleter()
 {
     if (_instance != nullptr) {
         _instance->LogInfo(u"Log closing"_w, u"Log"_w);
-        // One hyphen more than at the opening, so that the two can be told apart.
+        // One hyphen more than at the opening: the two lines differ.
         _instance->LogInfo(u"-----------"_w, u"Log"_w);
         delete _instance;
     }
     _instance = nullptr;
-    // A static of a program that loaded the library by hand may still call GetInstance.
+    // Statics of a program that loaded the library itself may end later than this, and may still call GetInstance.
     InitError = logging::Closed;
     OutputDebugStringW(platform::Wide(u"CLOG - Logging module successfully deleted.\n"_w));
 }

@@ -27,7 +27,7 @@ namespace {
 
 constexpr DWORD KeyWaitMilliseconds = 1000;
 
-/// What an opening of the log holds, taken from the instance: ends in the order mask, file, mutex.
+/// Takes over what an opening of the log has acquired, and releases it in the order mask, file, mutex.
 class Opened {
 public:
     Opened(HANDLE& file, HANDLE& mutex, logging::Mask*& mask)
@@ -45,8 +45,8 @@ private:
 
 LONG CLog::Initialise()
 {
-    // Closed after the new opening. The process so keeps a handle of the mutex all the time; else it would be the first
-    // opener again and move its own file aside.
+    // Closed after the new opening. Until then the process keeps a handle of the mutex: without one it would be the
+    // first opener again and move its own file aside.
     const Opened before(LogFile, LogMutex, DebugMask);
     try {
         LONG code = initLogFile();
@@ -70,14 +70,15 @@ LONG CLog::Reset()
 
 LONG CLog::initLogFile()
 {
+    // Without a path, neither a mutex nor a file is touched.
     if (const LONG code = GetLogFileName(&LogFileName); code < 0)
         return code;
     int firstOpener = 0;
     if (const LONG code = initMutex(&firstOpener); code < 0)
         return code;
-    // A later opener gets to the file only after the first one has rolled over, opened and released the mutex.
+    // A later opener reaches the file only after the first one has rolled it over, opened it and released the mutex.
     const MutexHold hold = firstOpener != 0 ? MutexHold::OfOwner(LogMutex) : MutexHold(LogMutex, INFINITE);
-    // The last writer may have been killed. But a file that others are writing to must not be cut.
+    // The file ends with a stump if its last writer was killed. A file that others are writing to must not be cut.
     const bool mayHaveStump = firstOpener != 0 ? !logging::MoveOldFileAside(LogFileName) : hold.isAbandoned();
     UniqueHandle file = logging::OpenFile(LogFileName, SecurityDescriptor.getSecurityAttributes());
     if (!file)
@@ -101,6 +102,7 @@ LONG CLog::initMutex(int* firstOpener)
 
 LONG CLog::GetLogFileName(utility::wstring* name)
 {
+    // SetRegLogfilePath may have set an empty key, which means the release's own.
     if (RegLogfilePath.empty())
         RegLogfilePath = CSettingsRegistry().getLogRegKey();
     return logging::ReadFilePath(RegLogfilePath, *name);
@@ -113,12 +115,13 @@ LONG CLog::initDebugMask()
     if (code < 0)
         return code;
     std::unique_ptr<logging::Mask> mask(new (std::nothrow) logging::Mask);
-    // The log works without a mask; it writes no debug records then.
+    // The log works without a mask, but writes no debug records.
     if (!mask)
         return code;
     try {
         logging::ReadMask(text, *mask);
     } catch (const std::invalid_argument&) {
+        // The file is open already. The results of these two records do not matter to the opening.
         LogWarn(u"Debug mask contains invalid data - All bits forced to OFF!"_w, u"Log"_w);
         mask->reset();
     }
@@ -141,13 +144,14 @@ LONG CLog::GetDebugMask(std::string* mask)
 
 void CLog::SetRegLogfilePath(const unsigned short* key)
 {
+    // Calls in all processes share this mutex, of every account; the key itself belongs to this process.
     utility::CSecurityDescriptor everyone;
     const UniqueHandle mutex(
         CreateMutexW(everyone.getSecurityAttributes(), FALSE, platform::Wide(u"SetRegLogfilePath.Mutex"_w)));
     if (!mutex)
         return;
     const MutexHold hold(mutex.get(), KeyWaitMilliseconds);
-    // Without the mutex the key stays as it was. There is no result that could report it.
+    // Without the mutex the key does not change. The operation has no result that could report it.
     if (hold.isObtained())
         RegLogfilePath = key;
 }

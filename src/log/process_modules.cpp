@@ -43,7 +43,7 @@ void utility::LogProcessModules(utilities::CLog* log)
     const DWORD process = GetCurrentProcessId();
     log->LogInfo(u"Module dump of process 0x%08x follows"_w, Source, process);
     const UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, process));
-    // Without a list there is no last line either; with one that cannot be walked there is.
+    // By contract there is no last line here, but there is one after a list that cannot be walked.
     if (!snapshot) {
         const wstring reason = genHResultAsString(LastErrorCode());
         log->LogInfo(u"Unable to log process modules (%s)"_w, Source, reason.c_str());

@@ -22,6 +22,7 @@ constexpr unsigned short LineEndUnits[] = {'\r', '\n'};
 constexpr TextView Separator(SeparatorUnits, std::size(SeparatorUnits));
 constexpr TextView LineEnd(LineEndUnits, std::size(LineEndUnits));
 
+/// The exact length of the line, so that it is built in one pass.
 std::size_t UnitsOf(TextView dateTime, TextView tag, TextView source, TextView text)
 {
     return dateTime.size() + 2 * IdDigits + std::max(tag.size(), TagWidth) + std::max(source.size(), SourceWidth) +
@@ -46,6 +47,7 @@ public:
         return Put(text);
     }
 
+    /// In hexadecimal, with leading zeros.
     LineWriter& PutId(DWORD id)
     {
         for (std::size_t i = IdDigits; i-- > 0; id >>= 4U)
@@ -60,7 +62,7 @@ private:
 
 }  // namespace
 
-// The line fills as much of the buffer as it needs
+// The buffer is not cleared: the line overwrites the part that is used.
 Record::Record(TextView dateTime, DWORD process, DWORD thread, TextView tag, TextView source, TextView text)
     : Units(UnitsOf(dateTime, tag, source, text)), Long(Units > UsualUnits ? Units : 0, u'\0')
 {

@@ -10,7 +10,8 @@ namespace logging {
 
 using TextView = std::basic_string_view<unsigned short>;
 
-/// One record as it goes into the file: a line in one piece, as it has to be written by one call.
+/// One record as it is in the file. The line is in one piece because one call must write it: records of several writers
+/// would mix otherwise.
 class Record {
 public:
     /// @throws std::bad_alloc only for a source of about a thousand units or more.
@@ -24,7 +25,7 @@ private:
     static constexpr std::size_t UsualUnits = 2048;
 
     std::size_t Units;
-    utility::wstring Long;  // a line that does not fit `Usual`
+    utility::wstring Long;  // the line if it does not fit into `Usual`, else empty
     unsigned short Usual[UsualUnits];
 };
 

@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-// Clearing the buffer costs more than formatting a short text
+// The buffer is not cleared: that would cost more than formatting a short text.
 logging::RecordText::RecordText(const unsigned short* format, va_list arguments)
 {
     va_list again;
@@ -15,7 +15,8 @@ logging::RecordText::RecordText(const unsigned short* format, va_list arguments)
     if (units >= 0) {
         Text[units] = 0;
     } else {
-        // Too long, or broken off at an error: the result does not say where. In a cleared buffer a zero does.
+        // The text is too long, or an error ended it early. The result does not say where; in a cleared buffer the
+        // first zero does.
         std::fill_n(Text, BufferUnits, u'\0');
         _vsnwprintf(platform::Wide(Text), MaxUnits, platform::Wide(format), again);
     }

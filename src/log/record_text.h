@@ -6,14 +6,14 @@
 
 namespace logging {
 
-/// Formats in a buffer of its own, so that a log call needs no memory. A text is cut at 1022 units.
+/// Formats into a buffer on the stack, so that a log call needs no memory. A text is cut at 1022 units.
 class RecordText {
 public:
     RecordText(const unsigned short* format, va_list arguments);
     RecordText(const RecordText&) = delete;
     RecordText& operator=(const RecordText&) = delete;
 
-    /// Up to the first zero unit, which an argument can bring along.
+    /// The text up to its first zero unit; an argument can contain one.
     std::basic_string_view<unsigned short> view() const { return Text; }
 
 private:

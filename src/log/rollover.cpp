@@ -1,4 +1,4 @@
-// Moves the old log file aside.
+// Moves the old log file aside, before the first process of the suite opens a new one.
 #include "log/rollover.h"
 
 #include "settings/tag_specification.h"
@@ -35,7 +35,7 @@ bool logging::MoveOldFileAside(const wstring& path)
     if (!IsFile(path))
         return true;
     const wstring previous = PreviousPath(path);
-    // The move does not replace a file. A failure of either call leaves a file to append to, so none is reported.
+    // MoveFileW does not replace a file. A failure of either call is not reported: it leaves a file to append to.
     DeleteFileW(platform::Wide(previous.c_str()));
     return MoveFileW(platform::Wide(path.c_str()), platform::Wide(previous.c_str())) ||
            GetLastError() == ERROR_SHARING_VIOLATION;

@@ -12,6 +12,7 @@ using namespace utility::literals;
 
 namespace {
 
+// A longer short date fails, and with it the record.
 constexpr int MaxDateUnits = 20;
 constexpr int MaxTimeUnits = 15;
 constexpr std::size_t MillisecondDigits = 3;
@@ -48,9 +49,9 @@ LONG logging::TimeStamp::Update(utility::wstring& text)
     static_assert(sizeof(Second) == offsetof(SYSTEMTIME, wMilliseconds));
     SYSTEMTIME now;
     GetLocalTime(&now);
-    // An empty text at a known address is that of a later log in the place of an earlier one.
+    // An empty text at the same address belongs to a later log, at the place of an earlier one.
     if (ShownIn != &text || text.empty() || std::memcmp(&Shown, &now, sizeof Shown) != 0) {
-        // Until the text is whole, in case of a failure.
+        // A failure leaves an incomplete text.
         ShownIn = nullptr;
         if (const LONG code = FormatSecond(now, text); code < 0)
             return code;

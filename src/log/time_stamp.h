@@ -6,10 +6,10 @@
 
 namespace logging {
 
-/// Keeps a text that shows the local time: the date in the short form of the machine, the time in a fixed form.
+/// Updates a text to the local time: the date in the short form of the machine, the time in a fixed form.
 ///
-/// Within a second only the milliseconds of the text change: formatting a date takes longer than writing a record. An
-/// object serves one thread at a time.
+/// Within one second it changes only the milliseconds of the text, because formatting a date takes longer than writing
+/// a record. One object serves one thread at a time.
 class TimeStamp {
 public:
     constexpr TimeStamp() = default;
@@ -24,7 +24,7 @@ private:
     };
 
     Second Shown{};
-    const utility::wstring* ShownIn = nullptr;  // null: nowhere
+    const utility::wstring* ShownIn = nullptr;  // the text that shows it; null: none
 };
 
 }  // namespace logging

@@ -1,9 +1,12 @@
+// The lock of one process. Copies of an object share one platform lock, which the last of them deletes.
 #include "settings/tag_specification.h"
 #include "system.h"
 #include "tessmaru/primitives.h"
 
 namespace utility {
 
+// Make and Leave do the work of Init and Term. A virtual call in a constructor or destructor would not reach an
+// override.
 CCriticalSection::CCriticalSection()
 {
     Make();
@@ -29,10 +32,12 @@ CCriticalSection::~CCriticalSection()
 LONG CCriticalSection::Lock()
 {
     EnterCriticalSection(Section.get());
+    // Relaxed, here and below: the flag orders nothing. It is atomic only because IsLocked reads it without the lock.
     Locked.store(true, std::memory_order_relaxed);
     return 0;
 }
 
+// Blocks, in spite of its name: that is its contract.
 LONG CCriticalSection::AttemptLock()
 {
     return Lock();
@@ -41,6 +46,8 @@ LONG CCriticalSection::AttemptLock()
 LONG CCriticalSection::Unlock()
 {
     LeaveCriticalSection(Section.get());
+    // After the lock is free, so the flag may be late by a moment. By contract it is false after the first Unlock, even
+    // if the thread still holds the lock.
     Locked.store(false, std::memory_order_relaxed);
     return 0;
 }

@@ -1,4 +1,4 @@
-// The possession of a named mutex for the length of a scope.
+// A named mutex that is held until the end of a scope.
 #pragma once
 
 #include "system.h"
@@ -26,7 +26,7 @@ public:
 
     bool isObtained() const { return result() == WAIT_OBJECT_0 || isAbandoned(); }
 
-    /// Obtained from an owner that ended without releasing it: what the mutex guards may be half done.
+    /// Obtained from an owner that ended without releasing it, so what the mutex guards may be incomplete.
     bool isAbandoned() const { return result() == WAIT_ABANDONED; }
 
 private:

@@ -1,4 +1,4 @@
-// The possession of a critical section for the length of a scope.
+// A critical section that is held until the end of a scope.
 #pragma once
 
 #include "tessmaru/primitives.h"

@@ -1,3 +1,4 @@
+// Security attributes that admit every account. Copies of an object share its blocks, which the last of them releases.
 #include "errors/last_error.h"
 #include "settings/tag_specification.h"
 #include "system.h"
@@ -7,7 +8,7 @@
 
 namespace {
 
-/// Zeroed memory of the process heap, released with its owner.
+/// A zeroed block of the process heap, released with its owner.
 class HeapBlock {
 public:
     HeapBlock() = default;
@@ -57,7 +58,8 @@ private:
 
 namespace utility {
 
-/// What the copies of one object share; released from the last member to the first.
+/// What the copies of one object share. The members are released from the last to the first: the attributes refer to
+/// the descriptor, the descriptor to the access list, the access list to the SID.
 struct CSecurityDescriptor::Blocks {
     LONG Make();
 
@@ -75,9 +77,11 @@ LONG CSecurityDescriptor::Blocks::Make()
     constexpr DWORD changeRights = WRITE_DAC | WRITE_OWNER;
     if (!Everyone.Allocate())
         return LastErrorCode();
+    // Two entries with the SID; 32 bytes are enough for the header of the list and those of the entries.
     const DWORD daclBytes = 2 * GetLengthSid(Everyone.get()) + 32;
     if (!DaclBlock.Allocate(daclBytes))
         return E_OUTOFMEMORY;
+    // The denial comes first: the first entry that matches a right decides.
     if (!InitializeAcl(Dacl(), daclBytes, ACL_REVISION) ||
         !AddAccessDeniedAce(Dacl(), ACL_REVISION, changeRights, Everyone.get()) ||
         !AddAccessAllowedAce(Dacl(), ACL_REVISION, GENERIC_ALL, Everyone.get()))
@@ -111,6 +115,7 @@ CSecurityDescriptor::~CSecurityDescriptor()
 
 LONG CSecurityDescriptor::initSecurityDescriptor()
 {
+    // First, so that a failure leaves the object without blocks.
     freeSecurityDescriptor();
     try {
         const auto made = std::make_shared<Blocks>();

@@ -1,3 +1,4 @@
+// The stop watch: differences of the platform's clock, which counts milliseconds.
 #include "tessmaru/primitives.h"
 
 #include "settings/tag_specification.h"
@@ -16,6 +17,7 @@ CStopWatch::~CStopWatch() = default;
 
 double CStopWatch::Mark()
 {
+    // Two readings of the clock, by contract: the time between them is not counted.
     const double seconds = ElapsedTimeSinceMark();
     MarkTicks = platform::Clock();
     return seconds;
@@ -50,7 +52,7 @@ wstring CStopWatch::getAsStr(double seconds) const
 
 double CStopWatch::getTimeSince(LONG ticks) const
 {
-    // The clock starts again at the end of its 32 bits.
+    // Unsigned, because the clock wraps around at the end of its 32 bits.
     const ULONG passed = static_cast<ULONG>(platform::Clock()) - static_cast<ULONG>(ticks);
     return static_cast<LONG>(passed) * 0.001;
 }

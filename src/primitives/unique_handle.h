@@ -21,7 +21,7 @@ public:
     {
         if (Handle == nullptr)
             return;
-        // The handle is often closed while the code of an earlier failure is still to be read.
+        // A handle is often closed before the code of an earlier failure is read.
         const DWORD error = GetLastError();
         CloseHandle(Handle);
         SetLastError(error);

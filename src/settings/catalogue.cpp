@@ -1,4 +1,4 @@
-// Each setting: its key, its value name, and what a caller gets when it is not there.
+// The catalogue of settings: each one's key, its value name, and its result if it is missing.
 #include "tessmaru/settings.h"
 
 #include "settings/tag_specification.h"
@@ -14,7 +14,7 @@ namespace {
 
 constexpr unsigned short CaseBit = 0x20;
 
-/// The text with the letters A to Z small; the locale of the process has no say.
+/// The text in lower case: the letters A to Z only, independent of the locale of the process.
 wstring Lower(wstring text)
 {
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned short unit) {
@@ -27,6 +27,7 @@ wstring Lower(wstring text)
 
 wstring CSettingsRegistry::getDbFileName(wstring first, wstring second) const
 {
+    // The arguments only select: their texts are not used.
     if (first != EmptyString || second != EmptyString)
         return u".\\TagSpec.mdb"_w;
     return GetValueString(RegTagServerKey + u"Databases"_w, EmptyString);
@@ -34,6 +35,7 @@ wstring CSettingsRegistry::getDbFileName(wstring first, wstring second) const
 
 void CSettingsRegistry::getDbFileNames(std::vector<wstring>& names) const
 {
+    // Through the virtual operation, so that an override decides.
     names.push_back(getDbFileName(EmptyString, EmptyString));
 }
 
@@ -67,6 +69,7 @@ wstring CSettingsRegistry::getLogDebugMask() const
     return GetValueString(RegLogKey, u"DebugMask"_w);
 }
 
+// A text, not a flag, in spite of its name.
 wstring CSettingsRegistry::getTokenProcessingDisabled() const
 {
     return GetValueString(RegTokenProcessingKey, u"Disabled"_w);
@@ -87,6 +90,7 @@ wstring CSettingsRegistry::getCancelRequestsMethod() const
     return GetValueString(RegTagServerKey, u"CancelRequestMethod"_w);
 }
 
+// Not the opposite of CancelRequestsIsSync: any other text makes both false.
 bool CSettingsRegistry::CancelRequestsIsAsync() const
 {
     return Lower(GetValueString(RegTagServerKey, u"CancelRequestMethod"_w)) == u"async"_w;
@@ -102,6 +106,7 @@ ULONG CSettingsRegistry::getProtocolResponseTimeout() const
     return GetValueDWord(RegProtocolKey, u"ElementResponseTimeout"_w);
 }
 
+// A missing value is not "n", so encryption is on by default.
 bool CSettingsRegistry::getProtocolEncryptionEnabled() const
 {
     return Lower(GetValueString(RegProtocolKey, u"EncryptionEnabled"_w)) != u"n"_w;

@@ -1,3 +1,4 @@
+// Reads rows of string tables, and the version that two rows of the library's own table make.
 #include "settings/module_strings.h"
 
 #include "library.h"
@@ -6,6 +7,7 @@
 
 namespace {
 
+// Room for a row with its inserts. The calls get one unit less, so a text has at most 1022 units.
 constexpr int RowUnits = 1024;
 constexpr std::size_t MaxVersionUnits = 255;
 
@@ -13,11 +15,12 @@ constexpr std::size_t MaxVersionUnits = 255;
 
 utility::wstring utility::genStringFromResourceModule(HINSTANCE module, unsigned int row, va_list* inserts)
 {
-    unsigned short mould[RowUnits]{};
-    LoadStringW(module, row, platform::Wide(mould), RowUnits - 1);
+    unsigned short pattern[RowUnits]{};
+    // A missing row leaves the pattern empty, which gives an empty text.
+    LoadStringW(module, row, platform::Wide(pattern), RowUnits - 1);
     unsigned short text[RowUnits];
-    // A failure may have left the front of the text.
-    if (FormatMessageW(FORMAT_MESSAGE_FROM_STRING, mould, 0, 0, platform::Wide(text), RowUnits - 1, inserts) == 0)
+    // By contract a text that is too long counts as missing. A failure may have written its beginning.
+    if (FormatMessageW(FORMAT_MESSAGE_FROM_STRING, pattern, 0, 0, platform::Wide(text), RowUnits - 1, inserts) == 0)
         return {};
     return text;
 }

@@ -1,4 +1,4 @@
-// Rows of the library's own string table.
+// Rows of the library's own string table, which src/resources/tessmarU.rc defines.
 #pragma once
 
 #include "tessmaru/text.h"
@@ -6,6 +6,6 @@
 constexpr unsigned int VersionRow = 270;
 constexpr unsigned int LanguageRow = 271;
 
-/// The row with the inserts put in for its `%1`-style marks; empty if there is no such row. The arguments have
-/// to be those that the row asks for.
+/// A row with the arguments in place of its `%1`-style marks; empty if there is no such row. Number and types of the
+/// arguments must be those of the marks.
 utility::wstring genStringFromOwnModule(unsigned int row, ...);

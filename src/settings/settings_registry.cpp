@@ -1,4 +1,4 @@
-// The tree of settings keys, and how one value is read. What each setting is stands in catalogue.cpp.
+// The tree of settings keys, and reading one value. The settings themselves are in catalogue.cpp.
 #include "tessmaru/settings.h"
 
 #include "settings/module_strings.h"
@@ -16,6 +16,7 @@ constexpr unsigned int LogRow = 259;
 constexpr unsigned int TokenProcessingRow = 260;
 constexpr unsigned int UdpRow = 261;
 
+// A longer value counts as missing.
 constexpr DWORD MaxTextBytes = 2048;
 
 }  // namespace
@@ -24,6 +25,7 @@ CSettings::~CSettings() = default;
 
 CSettingsRegistry::CSettingsRegistry()
 {
+    // From the string table, so that each release and language has its own tree.
     RegRootKey = genStringFromOwnModule(RootRow);
     RegRootKey += utility::GetVersionString();
     RegRootKey += u'\\';
@@ -41,6 +43,7 @@ CSettingsRegistry::~CSettingsRegistry()
 
 void CSettingsRegistry::OpenKey(const utility::wstring& path) const
 {
+    // Into a local first: if the call fails, the earlier key stays open.
     HKEY opened = nullptr;
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, platform::Wide(path.c_str()), 0, KEY_QUERY_VALUE, &opened) != 0)
         return;
@@ -53,6 +56,7 @@ ULONG CSettingsRegistry::QueryValueDWord(const utility::wstring& name) const
     DWORD value = 0;
     DWORD bytes = sizeof value;
     DWORD type = 0;
+    // The stored type is not checked, here and below: the bytes are taken as they are.
     const LSTATUS status = RegQueryValueExW(OpenedKey, platform::Wide(name.c_str()), nullptr, &type,
                                             reinterpret_cast<BYTE*>(&value), &bytes);
     return status == 0 ? value : 0;
@@ -60,7 +64,7 @@ ULONG CSettingsRegistry::QueryValueDWord(const utility::wstring& name) const
 
 utility::wstring CSettingsRegistry::QueryValueString(const utility::wstring& name) const
 {
-    // One unit more than may be read ends a text that brings no terminator of its own.
+    // One unit more than a value may have, as a stored text need not have a terminator.
     unsigned short text[MaxTextBytes / sizeof(unsigned short) + 1];
     DWORD bytes = MaxTextBytes;
     DWORD type = 0;
@@ -68,7 +72,7 @@ utility::wstring CSettingsRegistry::QueryValueString(const utility::wstring& nam
                                             reinterpret_cast<BYTE*>(text), &bytes);
     if (status != 0)
         return {};
-    // An odd last byte is the lower half of a unit.
+    // A last odd byte is the lower half of a unit.
     if (bytes % sizeof(unsigned short) != 0)
         reinterpret_cast<BYTE*>(text)[bytes++] = 0;
     text[bytes / sizeof(unsigned short)] = 0;

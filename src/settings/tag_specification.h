@@ -1,8 +1,8 @@
 // The vocabulary of the tag specification: names of its columns and of the data types of its tags.
 //
-// Every source of the library includes this, so that each module has constants of its own, all in this order, and none
-// depends on another's start; nothing is exported. The forms of the cipher are the exception: some are compiled for
-// instructions that not every processor has, where constants would be built when the library is loaded.
+// Every source of the library includes this. So each module has its own constants, in this order, and does not depend
+// on the start of another module; nothing is exported. The forms of the cipher are the exception: some are compiled for
+// instructions that not every processor has, and these would run at load, when the constants are built.
 //
 // The constants are built before a module's other statics (the log's have priority 201) and end after them. A column
 // name is table, point, column; in the name of a type its unit or notation follows a dash. The last two texts end open.

@@ -1,3 +1,4 @@
+// Reads the version block of a module's file.
 #include "tessmaru/version.h"
 
 #include "settings/tag_specification.h"
@@ -19,7 +20,7 @@ namespace {
 const wstring& At(const std::vector<wstring>& names, int index)
 {
     if (index < 0 || static_cast<std::size_t>(index) >= names.size())
-        throw std::out_of_range("invalid vector<T> subscript");
+        throw std::out_of_range("invalid vector<T> subscript");  // the text is part of the contract
     return names[static_cast<std::size_t>(index)];
 }
 
@@ -27,7 +28,7 @@ wstring FileNameOf(HINSTANCE module)
 {
     wstring path(MAX_PATH, u'\0');
     DWORD units = 0;
-    // A path that fills the buffer may have been cut.
+    // A path that fills the buffer may have been cut. A result of 0 gives an empty path, which setModule rejects.
     while ((units = GetModuleFileNameW(module, platform::Wide(path.data()), static_cast<DWORD>(path.size()))) ==
            path.size())
         path.resize(2 * path.size());
@@ -69,6 +70,7 @@ void CVersionInfo::setModule(const wstring& path)
 {
     if (path.empty())
         throw std::exception();
+    // The same module is not read again, even if its file has changed.
     if (path == ModuleFileName)
         return;
     ModuleFileName = path;
@@ -98,7 +100,7 @@ wstring CVersionInfo::getVersionInfoLanguageValue(eLANG_VER_INFO value, unsigned
 
 void CVersionInfo::getModuleVerInfo(const wstring& path)
 {
-    // Whatever fails from here on: no answer is another module's.
+    // First, so that after a failure no query answers for an earlier module.
     Release();
     VersionInfoSize = GetFileVersionInfoSizeW(platform::Wide(path.c_str()), &VersionInfoHandle);
     if (VersionInfoSize == 0)
@@ -110,6 +112,7 @@ void CVersionInfo::getModuleVerInfo(const wstring& path)
         Release();
         return;
     }
+    // A block without the record of numbers still has its texts.
     void* found = nullptr;
     UINT bytes = 0;
     if (VerQueryValueW(VersionInfoData, platform::Wide(u"\\"_w), &found, &bytes) && bytes >= sizeof(VS_FIXEDFILEINFO))
@@ -130,6 +133,7 @@ wstring CVersionInfo::getVersionInfoLanguageValue(const wstring& name, unsigned 
 {
     if (VersionInfoData == nullptr)
         return EmptyString;
+    // A longer query is cut and finds nothing.
     unsigned short query[500]{};
     _snwprintf(platform::Wide(query), std::size(query) - 1, platform::Wide(u"\\StringFileInfo\\%04x%04x\\%s"_w),
                language, codePage, name.c_str());
@@ -137,7 +141,7 @@ wstring CVersionInfo::getVersionInfoLanguageValue(const wstring& name, unsigned 
     UINT length = 0;
     if (!VerQueryValueW(VersionInfoData, platform::Wide(query), &found, &length))
         return EmptyString;
-    // A block may count wrongly: the text ends with its first zero unit, and with the block.
+    // The length in the block may be wrong: the text ends at its first zero unit, and at the end of the block.
     const auto* const text = static_cast<const unsigned short*>(found);
     const auto* const end = reinterpret_cast<const unsigned short*>(static_cast<const char*>(VersionInfoData) +
                                                                     VersionInfoSize / sizeof *text * sizeof *text);

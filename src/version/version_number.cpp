@@ -1,3 +1,4 @@
+// The version number of the library for callers in C.
 #include "tessmaru/version_number.h"
 
 #include "settings/module_strings.h"
@@ -14,18 +15,19 @@ using utility::wstring;
 
 namespace {
 
-/// As much of the text that `make` makes as there is room for, by the rule of the header.
+/// Copies as much of the text of `make` as the buffer has room for, by the rule of the public header.
 template <class Make, class Character>
 int Deliver(Make make, Character* buffer, unsigned int count)
 try {
     const std::basic_string<Character> text = make();
     std::copy_n(text.c_str(), std::min<std::size_t>(text.size() + 1, count), buffer);
+    // A text that just fits without its terminator is not a failure.
     return count < text.size() ? -1 : static_cast<int>(text.size());
 } catch (const std::bad_alloc&) {
     throw _com_error(E_OUTOFMEMORY);
 }
 
-/// A row, or nothing for want of memory.
+/// A row, or an empty text if there is no memory.
 wstring RowIfPossible(unsigned int row) noexcept
 try {
     return genStringFromOwnModule(row);
@@ -33,7 +35,7 @@ try {
     return {};
 }
 
-/// Puts an addition behind an automation string, which stays as it was for want of memory.
+/// Appends a text to an automation string, which is unchanged if there is no memory.
 void Append(BSTR& string, const wstring& addition) noexcept
 {
     const UINT length = SysStringLen(string);
@@ -59,6 +61,7 @@ int GetVersionNumberW(unsigned short* buffer, unsigned int count)
 
 int GetVersionNumberBSTR(BSTR* out)
 {
+    // Throws nothing: a step without memory leaves its part of the text out.
     BSTR version = nullptr;
     Append(version, RowIfPossible(VersionRow));
     Append(version, {u'-'});

@@ -1,9 +1,8 @@
-// Automation data for Linux, with the platform's published names, fields and values: strings, variants and safe
-// arrays. Included by platform.h.
+// Automation data for Linux, with the platform's published names, fields and values: strings, variants and safe arrays.
+// Included by platform.h.
 //
-// Thread rules: one string, variant or array serves one thread at a time. Only the lock count of an array may be
-// changed from several threads at once. What needs memory and gets none fails with E_OUTOFMEMORY or a null result,
-// and leaves what was there as it was.
+// Threads: one string, variant or array serves one thread at a time. Only the lock count of an array may be changed by
+// several threads at once. Memory: a call that runs out of memory returns E_OUTOFMEMORY or null and changes nothing.
 #pragma once
 
 #include "tessmaru/platform.h"
@@ -74,7 +73,7 @@ constexpr VARTYPE VT_ILLEGAL = 0xFFFF;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wpedantic"
 
-/// An amount of money in ten-thousandths.
+/// An amount of money in units of 1/10,000.
 union tagCY {
     struct {
         ULONG Lo;
@@ -84,7 +83,7 @@ union tagCY {
 };
 using CY = tagCY;
 
-/// 96 bits, a sign (0x80 for less than zero) and the power of ten (0 to 28) that divides them.
+/// A number of 96 bits, a sign (0x80: negative) and a scale (0 to 28): the number is divided by 10 to the power of it.
 struct tagDEC {
     USHORT wReserved;
     union {
@@ -111,8 +110,8 @@ struct IRecordInfo;
 struct tagSAFEARRAY;
 using SAFEARRAY = tagSAFEARRAY;
 
-/// A value of any automation type. VT_BYREF in `vt` makes it a reference to a value that somebody else owns; records
-/// (VT_RECORD) are not served here.
+/// A value of any automation type. With VT_BYREF in `vt` it is a reference to a value that it does not own. Records
+/// (VT_RECORD) are not supported.
 struct tagVARIANT {
     union {
         struct {
@@ -170,7 +169,7 @@ struct tagVARIANT {
                 };
             };
         };
-        DECIMAL decVal;  // its first word lies under `vt`
+        DECIMAL decVal;  // its first word is `vt`
     };
 };
 using VARIANT = tagVARIANT;
@@ -184,8 +183,8 @@ struct tagSAFEARRAYBOUND {
 };
 using SAFEARRAYBOUND = tagSAFEARRAYBOUND;
 
-/// An array of automation data. The bounds stand from the last dimension to the first; the index of the first
-/// dimension runs fastest in the data.
+/// An array of automation data. The bounds are in order from the last dimension to the first. In the data the index of
+/// the first dimension changes fastest.
 struct tagSAFEARRAY {
     USHORT cDims;
     USHORT fFeatures;
@@ -209,74 +208,82 @@ constexpr USHORT FADF_VARIANT = 0x800;
 
 extern "C" {
 
-/// A new string of the units up to the first zero. @return null for null, and for want of memory.
+/// Makes a string of the units up to the first zero. @return null for null, or if there is no memory.
 TESSMARU_API BSTR SysAllocString(const OLECHAR* text);
 
-/// A new string of exactly so many units, inner zeros included; null `text`: its units are zero.
+/// Makes a string of exactly `units` units, including inner zeros. If `text` is null, the units are zero.
 TESSMARU_API BSTR SysAllocStringLen(const OLECHAR* text, UINT units);
 
-/// A new string of exactly so many bytes, whatever they mean.
+/// Makes a string of exactly `count` bytes of any content.
 TESSMARU_API BSTR SysAllocStringByteLen(LPCSTR bytes, UINT count);
 
-/// Puts a new string in the place of another and ends that one; `text` may lie inside it.
-/// @return 0 for want of memory, with the old string as it was.
+/// Replaces a string by a new one and ends the old one; `text` may be part of the old one.
+/// @return non-zero; 0 if there is no memory, and the old string is unchanged.
 TESSMARU_API INT SysReAllocString(BSTR* string, const OLECHAR* text);
 TESSMARU_API INT SysReAllocStringLen(BSTR* string, const OLECHAR* text, UINT units);
 
+/// Ends a string; null is allowed.
 TESSMARU_API void SysFreeString(BSTR string);
 
-/// What the string's length prefix says, in units or in bytes; 0 for null.
+/// The length of a string, in units or in bytes, by its length prefix; 0 for null.
 TESSMARU_API UINT SysStringLen(BSTR string);
 TESSMARU_API UINT SysStringByteLen(BSTR string);
 
+/// Makes a variant VT_EMPTY and releases nothing: for memory that is not a variant yet.
 TESSMARU_API void VariantInit(VARIANT* variant);
 
-/// Releases what the variant owns and makes it VT_EMPTY. @return DISP_E_BADVARTYPE, or DISP_E_ARRAYISLOCKED, and the
-/// variant is as it was.
+/// Releases what the variant owns and makes it VT_EMPTY.
+/// @return DISP_E_BADVARTYPE or DISP_E_ARRAYISLOCKED on failure, and the variant is unchanged.
 TESSMARU_API HRESULT VariantClear(VARIANT* variant);
 
-/// Clears `target` and makes it a copy in depth: strings and arrays are copied, interfaces get a reference more; of
-/// a VT_BYREF variant the reference alone is copied.
+/// Clears `target` and makes it a deep copy of `source`: strings and arrays are copied, interfaces get one more
+/// reference. Of a VT_BYREF variant only the reference is copied.
 TESSMARU_API HRESULT VariantCopy(VARIANT* target, const VARIANT* source);
 
-/// A new array, its elements all zero. @return null for want of memory, for an element type that no array holds, for
-/// no dimension or more than 65535, and for bounds that do not fit 32 bits or elements that do not fit 4 GB.
+/// Makes an array with all elements zero; end it with SafeArrayDestroy.
+/// @return null if there is no memory, for a type that arrays cannot hold, for no dimension or more than 65535, for
+///         bounds of more than 32 bits and for elements of more than 4 GB.
 TESSMARU_API SAFEARRAY* SafeArrayCreate(VARTYPE type, UINT dimensions, SAFEARRAYBOUND* bounds);
 TESSMARU_API SAFEARRAY* SafeArrayCreateVector(VARTYPE type, LONG lowerBound, ULONG elements);
 
-/// Ends an array and all that its elements own. @return DISP_E_ARRAYISLOCKED, and nothing is ended.
+/// Ends an array and everything that its elements own; the other two end only its data or only its descriptor.
+/// @return DISP_E_ARRAYISLOCKED for a locked array, which is unchanged.
 TESSMARU_API HRESULT SafeArrayDestroy(SAFEARRAY* array);
 TESSMARU_API HRESULT SafeArrayDestroyData(SAFEARRAY* array);
 TESSMARU_API HRESULT SafeArrayDestroyDescriptor(SAFEARRAY* array);
 
-/// Gives the last dimension new bounds. Elements that remain keep their values, new ones are zero.
+/// Changes the bounds of the last dimension. Remaining elements keep their values, new elements are zero.
 TESSMARU_API HRESULT SafeArrayRedim(SAFEARRAY* array, SAFEARRAYBOUND* bound);
 
-/// A copy in depth with no lock.
+/// Makes a deep copy, which is not locked.
 TESSMARU_API HRESULT SafeArrayCopy(SAFEARRAY* source, SAFEARRAY** copy);
 
+/// The number of dimensions; the size of an element in bytes; the element type.
 TESSMARU_API UINT SafeArrayGetDim(SAFEARRAY* array);
 TESSMARU_API UINT SafeArrayGetElemsize(SAFEARRAY* array);
 TESSMARU_API HRESULT SafeArrayGetVartype(SAFEARRAY* array, VARTYPE* type);
 
-/// Bounds of a dimension, counted from 1. @return DISP_E_BADINDEX for a dimension that the array has not.
+/// The bounds of a dimension; dimensions count from 1.
+/// @return DISP_E_BADINDEX for a dimension that the array does not have.
 TESSMARU_API HRESULT SafeArrayGetLBound(SAFEARRAY* array, UINT dimension, LONG* bound);
 TESSMARU_API HRESULT SafeArrayGetUBound(SAFEARRAY* array, UINT dimension, LONG* bound);
 
-/// Locks count up to 65535; a locked array is neither ended nor given new bounds.
+/// Locks count up to 65535. A locked array cannot be ended or given new bounds. The second pair also returns the
+/// address of the data.
 TESSMARU_API HRESULT SafeArrayLock(SAFEARRAY* array);
 TESSMARU_API HRESULT SafeArrayUnlock(SAFEARRAY* array);
 TESSMARU_API HRESULT SafeArrayAccessData(SAFEARRAY* array, void** data);
 TESSMARU_API HRESULT SafeArrayUnaccessData(SAFEARRAY* array);
 
-/// Where an element lies; `indices` start with that of the first dimension. @return DISP_E_BADINDEX outside.
+/// The address of an element. The first of `indices` is that of the first dimension.
+/// @return DISP_E_BADINDEX for an index outside the bounds.
 TESSMARU_API HRESULT SafeArrayPtrOfIndex(SAFEARRAY* array, LONG* indices, void** element);
 
-/// Copies an element out, in depth: the copy is the caller's to release. `element` need not be initialised.
+/// Makes a deep copy of an element, which the caller releases. `element` need not be initialised.
 TESSMARU_API HRESULT SafeArrayGetElement(SAFEARRAY* array, LONG* indices, void* element);
 
-/// Copies a value in, in depth, and releases what was there. `element` is the address of the value; of a string or an
-/// interface it is the pointer itself.
+/// Stores a deep copy of a value and releases the earlier element. `element` is the address of the value, but for a
+/// string or an interface it is the pointer itself.
 TESSMARU_API HRESULT SafeArrayPutElement(SAFEARRAY* array, LONG* indices, void* element);
 
 }  // extern "C"

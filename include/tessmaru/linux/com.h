@@ -6,7 +6,7 @@
 
 #define STDMETHODCALLTYPE
 
-/// The root of every interface. Objects live until their last reference is released.
+/// The base of every interface. An object lives until its last reference is released.
 struct IUnknown {
     virtual HRESULT QueryInterface(REFIID iid, void** object) = 0;
     virtual ULONG AddRef() = 0;
@@ -20,7 +20,7 @@ struct ITypeInfo;
 struct DISPPARAMS;
 struct EXCEPINFO;
 
-/// An object that is called by names; variants hold references to such.
+/// An object whose members are called by name. Variants hold references to such objects.
 struct IDispatch : IUnknown {
     virtual HRESULT GetTypeInfoCount(UINT* count) = 0;
     virtual HRESULT GetTypeInfo(UINT index, DWORD locale, ITypeInfo** info) = 0;
@@ -32,8 +32,7 @@ protected:
     ~IDispatch() = default;
 };
 
-/// What a failed automation call tells about its failure. Each text is the caller's to free, and null if the object
-/// has none.
+/// The description of a failed automation call. The caller frees each text, which is null if the object has none.
 struct IErrorInfo : IUnknown {
     virtual HRESULT GetGUID(GUID* guid) = 0;
     virtual HRESULT GetSource(BSTR* source) = 0;
@@ -45,7 +44,7 @@ protected:
     ~IErrorInfo() = default;
 };
 
-/// The side of an error object on which it is filled. Texts are copied.
+/// The interface that fills an error object. Texts are copied.
 struct ICreateErrorInfo : IUnknown {
     virtual HRESULT SetGUID(REFIID guid) = 0;
     virtual HRESULT SetSource(LPOLESTR source) = 0;
@@ -57,26 +56,27 @@ protected:
     ~ICreateErrorInfo() = default;
 };
 
-/// The failure that automation code throws by value: a code and, where there is one, an error object. One object
-/// serves one thread at a time: even a constant one keeps its message text once it was asked for.
+/// The exception of automation code, thrown by value: a code and an optional error object. One exception object serves
+/// one thread at a time, even if it is constant: the first ErrorMessage stores its text.
 class TESSMARU_API _com_error {
 public:
-    /// Takes the caller's reference to `errorInfo` over, or one of its own if `addReference`.
+    /// Takes over the caller's reference to `errorInfo`, or adds a reference if `addReference` is set.
     explicit _com_error(HRESULT code, IErrorInfo* errorInfo = nullptr, bool addReference = false) noexcept;
     _com_error(const _com_error& other) noexcept;
     _com_error& operator=(const _com_error& other) noexcept;
     virtual ~_com_error() noexcept;
 
+    /// The code of the failure.
     HRESULT Error() const noexcept { return Code; }
 
-    /// The number of an IDispatch error, which is the code above 0x80040200; 0 for any other code.
+    /// The number of an IDispatch error: its code minus 0x80040200; 0 for any other code.
     WORD WCode() const noexcept;
 
-    /// The error object with a reference of the caller's own, or null.
+    /// The error object with a new reference, which the caller releases; or null.
     IErrorInfo* ErrorInfo() const noexcept;
 
-    /// The system's text for the code without its line end, else a text made from the code; null only for want of
-    /// memory. Lives as long as this object.
+    /// The system's text for the code without its line end, or a text made from the code; null only if there is no
+    /// memory. The text belongs to this object.
     const WCHAR* ErrorMessage() const noexcept;
 
 private:
@@ -85,24 +85,26 @@ private:
     mutable LPWSTR Message = nullptr;
 };
 
-/// Throws _com_error of this code.
+/// Throws a _com_error with this code.
 [[noreturn]] TESSMARU_API void _com_issue_error(HRESULT code);
 
 extern "C" {
 
+/// The identities of the interfaces, for QueryInterface.
 TESSMARU_API extern const IID IID_IUnknown;
 TESSMARU_API extern const IID IID_IDispatch;
 TESSMARU_API extern const IID IID_IErrorInfo;
 TESSMARU_API extern const IID IID_ICreateErrorInfo;
 
-/// Moves the calling thread's error object to the caller. @return S_FALSE with null if the thread has none.
+/// Moves the calling thread's error object to the caller, who releases it.
+/// @return S_FALSE with null if the thread has none.
 TESSMARU_API HRESULT GetErrorInfo(ULONG reserved, IErrorInfo** errorInfo);
 
-/// Makes this the calling thread's error object, with a reference of the thread's own; null takes the one away that
-/// it has. A thread that ends releases its object.
+/// Sets the calling thread's error object and adds a reference for the thread. Null removes the present object. A
+/// thread that ends releases its object.
 TESSMARU_API HRESULT SetErrorInfo(ULONG reserved, IErrorInfo* errorInfo);
 
-/// A new, empty error object. Its other side is had by QueryInterface with IID_IErrorInfo.
+/// Makes an empty error object. QueryInterface with IID_IErrorInfo gives the interface that SetErrorInfo takes.
 ///
 /// @code
 ///     ICreateErrorInfo* made = nullptr;

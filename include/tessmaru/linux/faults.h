@@ -28,9 +28,9 @@ constexpr DWORD EXCEPTION_STACK_OVERFLOW = 0xC00000FD;
 constexpr DWORD EXCEPTION_NONCONTINUABLE = 1;
 constexpr DWORD EXCEPTION_MAXIMUM_PARAMETERS = 15;
 
-/// What happened, and where. For an access violation (and a stack overflow) the first word of ExceptionInformation is
-/// 0 for a read, 1 for a write and 8 for a jump, and the second one is the address of the data: all bits set where the
-/// processor does not tell it.
+/// What happened and at which instruction. For an access violation and a stack overflow, the first word of
+/// ExceptionInformation is 0 for a read, 1 for a write and 8 for a jump. The second word is the address of the data, or
+/// all bits set if the processor does not report it.
 struct EXCEPTION_RECORD {
     DWORD ExceptionCode;
     DWORD ExceptionFlags;
@@ -56,16 +56,17 @@ using _se_translator_function = void (*)(unsigned int code, EXCEPTION_POINTERS* 
 
 extern "C" {
 
-/// Gives the calling thread a translator, or none for null. It is called on the thread at each of its faults, and an
-/// exception that it throws starts at the faulting instruction. A translator that returns has not dealt with the
-/// fault: the process ends by the fault's signal. While a translator runs, a further fault of its thread goes the way
-/// of a thread without one.
+/// Sets the translator of the calling thread; null removes it. The translator is called on the thread at each of its
+/// faults. An exception that it throws starts at the faulting instruction. If it returns, the fault is not handled and
+/// the process ends by the signal of the fault. A further fault while the translator runs is treated as on a thread
+/// without a translator.
 ///
-/// The first call of a process sets handlers for SIGSEGV, SIGBUS, SIGFPE, SIGILL and SIGTRAP. What they do not
-/// translate they hand to the handlers that stood there before. The first call of a thread gives it an alternate
-/// signal stack, if it has none.
+/// The first call in a process sets handlers for SIGSEGV, SIGBUS, SIGFPE, SIGILL and SIGTRAP. They pass signals that
+/// they do not translate to the earlier handlers. The first call on a thread gives the thread an alternate signal stack
+/// if it has none.
 ///
-/// @return the translator that the thread had before, or null. Without memory for its record a thread keeps none.
+/// @return the earlier translator of the thread, or null. If there is no memory for its record, the thread has no
+///         translator.
 TESSMARU_API _se_translator_function _set_se_translator(_se_translator_function translator);
 
 }  // extern "C"

@@ -3,17 +3,17 @@
 
 #include "tessmaru/linux/com.h"
 
-/// A variant that owns what it holds. What cannot be copied or released throws _com_error with the platform's code.
-/// A value is read from the field of its type; conversions between types are not served.
+/// A variant that owns its value. A failure to copy or to release throws _com_error with the platform's code. Read the
+/// value from the field of its type: there are no conversions between types.
 class TESSMARU_API _variant_t : public tagVARIANT {
 public:
-    // NOLINTBEGIN(google-explicit-constructor): a value stands for the variant that holds it
+    // NOLINTBEGIN(google-explicit-constructor): a value converts to the variant that holds it
     _variant_t() noexcept { VariantInit(this); }
     _variant_t(const VARIANT& source) : _variant_t() { Copy(source); }
     _variant_t(const _variant_t& source) : _variant_t() { Copy(source); }
     _variant_t(_variant_t&& source) noexcept : tagVARIANT(source) { VariantInit(&source); }
 
-    /// Without `copy` it takes over what `source` holds.
+    /// Takes over the value of `source` unless `copy` is set.
     _variant_t(VARIANT& source, bool copy) : _variant_t() { copy ? Copy(source) : Attach(source); }
 
     _variant_t(SHORT value) noexcept { vt = VT_I2, iVal = value; }
@@ -33,7 +33,7 @@ public:
     /// A string of the units up to the first zero.
     _variant_t(const OLECHAR* text);
 
-    /// Holds a reference of its own, or takes the caller's over.
+    /// Takes over the caller's reference unless `addReference` is set.
     _variant_t(IUnknown* object, bool addReference = true) noexcept;
     _variant_t(IDispatch* object, bool addReference = true) noexcept;
     // NOLINTEND(google-explicit-constructor)
@@ -52,12 +52,13 @@ public:
         return *this;
     }
 
+    /// Releases the value; the variant is VT_EMPTY then.
     void Clear();
 
-    /// Clears this variant and takes over what `source` holds, which is VT_EMPTY then.
+    /// Clears this variant and takes over the value of `source`, which becomes VT_EMPTY.
     void Attach(VARIANT& source);
 
-    /// Gives what this variant holds to the caller and is VT_EMPTY then.
+    /// Hands the value over to the caller; this variant becomes VT_EMPTY.
     VARIANT Detach() noexcept
     {
         const VARIANT held = *this;
@@ -65,6 +66,7 @@ public:
         return held;
     }
 
+    /// The plain variant, still owned by this object.
     VARIANT& GetVARIANT() noexcept { return *this; }
 
 private:
