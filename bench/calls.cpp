@@ -90,9 +90,9 @@ Comparison CompareMasked(const Plan& plan, const testkit::ScratchFolder& scratch
 
 void MeasureCalls(const Plan& plan, const testkit::ScratchFolder& scratch)
 {
-    PrintHeading("Calls that meet no other thread");
+    PrintHeading("Calls without contention");
     PrintRow("named mutex, to a robust pthread mutex", InOwnProcess([&] { return CompareMutex(plan); }), {2, 0});
-    PrintRow("the same beside an idle thread", InOwnProcess([&] {
+    PrintRow("the same, with an idle thread", InOwnProcess([&] {
                  const IdleThread idle;
                  return CompareMutex(plan);
              }),

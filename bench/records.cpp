@@ -51,7 +51,7 @@ double RunOnce(Way& way, const Shape& shape, const Plan& plan, const std::filesy
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     course.Go = 1;
-    const bool sound = family.End() && course.Failed == 0;
+    const bool succeeded = family.End() && course.Failed == 0;
     std::int64_t begin = course.Lanes[0].Begin;
     std::int64_t end = course.Lanes[0].End;
     for (unsigned lane = 1; lane < lanes; ++lane) {
@@ -60,7 +60,7 @@ double RunOnce(Way& way, const Shape& shape, const Plan& plan, const std::filesy
     }
     const double records = static_cast<double>(course.Records) * lanes;
     way.Bytes = static_cast<double>(std::filesystem::file_size(log)) / records;
-    if (!sound)
+    if (!succeeded)
         throw std::runtime_error(program + " could not write all its records");
     return static_cast<double>(end - begin) / records;
 }

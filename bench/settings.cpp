@@ -15,11 +15,11 @@ Comparison CompareRead(const Plan& plan, const std::filesystem::path& store)
     if (settings.getUDPPortNumber() != 0x2328)
         throw std::runtime_error("the store is not read");
     const std::string path = store.string();
-    const auto look = [&path](unsigned) {
+    const auto statCall = [&path](unsigned) {
         struct stat status {};
         Use(stat(path.c_str(), &status));
     };
-    return Compare([&](unsigned) { Use(settings.getUDPPortNumber()); }, look, plan.Calls / 10, plan.Rounds);
+    return Compare([&](unsigned) { Use(settings.getUDPPortNumber()); }, statCall, plan.Calls / 10, plan.Rounds);
 }
 
 }  // namespace

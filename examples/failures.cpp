@@ -108,7 +108,7 @@ void Serve()
 
 int main()
 try {
-    // For the run only: settings of its own, and the log in a scratch folder.
+    // The settings and the log of this run, in a scratch folder.
     const testkit::ScratchFolder scratch;
     const testkit::SettingsStore settings(scratch);
     settings.Set(VeltrixSettings);

@@ -84,7 +84,7 @@ void Serve(const std::filesystem::path& file)
 int main(int count, char** arguments)
 try {
     const std::vector<std::string> words = testkit::Arguments(count, arguments);
-    // For the run only: settings of its own, and the log in a scratch folder.
+    // The settings and the log of this run, in a scratch folder.
     const testkit::ScratchFolder scratch;
     const testkit::SettingsStore settings(scratch);
     settings.Set(VeltrixSettings);

@@ -262,7 +262,7 @@ bool Check(const std::filesystem::path& path, const testkit::LogFile& file, test
                 file.Records().size(), found.Lost, torn, found.Duplicated + found.Misplaced + found.Unexpected);
     if (found.Unreported != 0)
         std::printf("    and %u whole records that the killed process could not report any more\n", found.Unreported);
-    return found.Sound() && torn == 0;
+    return found.IsClean() && torn == 0;
 }
 
 bool ShowAndCheck(const std::filesystem::path& log, const testkit::WriterReports& reports, bool all)
@@ -277,10 +277,10 @@ bool ShowAndCheck(const std::filesystem::path& log, const testkit::WriterReports
     std::vector<bool> killed(AllProcesses);
     killed[Victim] = true;
     std::printf("%-18s %7s %7s %5s %5s %11s\n", "", "written", "records", "lost", "torn", "out of turn");
-    const bool firstSound = Check(previous, first, testkit::Ledger(reports, 0, SecondFamily, killed));
-    const bool secondSound = Check(log, second, testkit::Ledger(reports, SecondFamily, AllProcesses, killed));
+    const bool firstIsClean = Check(previous, first, testkit::Ledger(reports, 0, SecondFamily, killed));
+    const bool secondIsClean = Check(log, second, testkit::Ledger(reports, SecondFamily, AllProcesses, killed));
     std::printf("\nwritten: calls that returned 0, without debug records; records: all whole records\n");
-    return firstSound && secondSound;
+    return firstIsClean && secondIsClean;
 }
 
 int Run(const Options& options)
@@ -294,10 +294,10 @@ int Run(const Options& options)
     std::printf("%u processes of %u threads log to %s\n\n", Processes, Threads, testkit::ToUtf8(log).c_str());
     families.RunFirst();
     families.RunSecond();
-    const bool sound = ShowAndCheck(log, families.Reports, options.All);
+    const bool clean = ShowAndCheck(log, families.Reports, options.All);
     if (options.Keep)
         scratch.Keep();
-    return sound ? EXIT_SUCCESS : EXIT_FAILURE;
+    return clean ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 }  // namespace

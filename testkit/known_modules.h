@@ -13,7 +13,7 @@ std::filesystem::path LibraryFile();
 /// The module that holds the library in a test: on Linux the test program itself.
 HMODULE LibraryModule();
 
-/// A module of the system. It has neither a string table nor messages of its own that tests know.
+/// A module of the system, without the string table and the messages that tests use.
 HMODULE SystemModule();
 
 }  // namespace testkit

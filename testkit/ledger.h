@@ -4,7 +4,7 @@
 //     for (const Record& record : log.Records())
 //         if (const auto mark = ReadMark(record.Text))
 //             ledger.Enter(*mark);
-//     EXPECT_TRUE(ledger.Close().Sound());
+//     EXPECT_TRUE(ledger.Close().IsClean());
 #pragma once
 
 #include "testkit/writer_reports.h"
@@ -34,7 +34,7 @@ struct Findings {
     unsigned Misplaced = 0;   // after a later record of the same thread
     unsigned Unexpected = 0;  // by no writer, or with a number that no writer has reached
 
-    bool Sound() const { return Lost + Duplicated + Misplaced + Unexpected == 0; }
+    bool IsClean() const { return Lost + Duplicated + Misplaced + Unexpected == 0; }
 };
 
 /// Compares the processes from `first` up to, not including, `end`. `killed[p]`: process p was killed, so each of its

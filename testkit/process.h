@@ -17,7 +17,7 @@ public:
     /// How a program starts.
     struct Streams {
         std::intptr_t Input = -1;    // standard input, an end of a Pipe; -1: that of this process
-        bool DiscardOutput = false;  // standard output goes nowhere
+        bool DiscardOutput = false;  // standard output is discarded
     };
 
     /// Starts a program. No argument has a quotation mark or ends with a backslash.

@@ -21,12 +21,12 @@ bool ProcessFamily::AllRun() const
 bool ProcessFamily::End()
 {
     MayEnd.CloseOutput();
-    bool sound = true;
+    bool succeeded = true;
     for (Process& process : Members) {
         if (!process.IsOver())
-            sound = process.Wait() == 0 && sound;
+            succeeded = process.Wait() == 0 && succeeded;
     }
-    return sound;
+    return succeeded;
 }
 
 }  // namespace testkit

@@ -8,8 +8,8 @@
 
 namespace testkit {
 
-/// Only this account can use the folder. In a process that a TestProcess started, the object stands for the folder of
-/// the test that started it.
+/// Only this account can use the folder. In a process that a TestProcess started, the object is the folder of the test
+/// that started it.
 class ScratchFolder {
 public:
     ScratchFolder() : ScratchFolder(std::filesystem::temp_directory_path()) {}

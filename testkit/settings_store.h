@@ -15,7 +15,7 @@
 
 namespace testkit {
 
-/// On Linux a file in the folder, and the named mutexes lie in the folder too. On Windows a key of this user.
+/// On Linux a file in the folder, which also holds the named mutexes. On Windows a key of this user.
 class SettingsStore {
 public:
     /// Makes an empty store. With a folder that another process made, uses that process's store.

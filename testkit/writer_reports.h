@@ -25,7 +25,7 @@ struct WriterReport {
 /// The reports of all threads of all processes, in a file that they map.
 class WriterReports {
 public:
-    /// Opens the reports at `path`, or makes empty ones. Every process gives the same numbers.
+    /// Opens the reports at `path`, or makes empty ones. Every process passes the same numbers.
     WriterReports(const std::filesystem::path& path, unsigned processes, unsigned threads);
 
     /// @throws std::out_of_range

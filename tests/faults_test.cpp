@@ -36,12 +36,12 @@ std::string Describe(DWORD code, std::uintptr_t address, ULONG_PTR word0 = 0, UL
 
 TEST(StructuredExceptionText, NamesTheAccess)
 {
-    const std::string front = "SE exception at address 0x00401AF0: The thread attempted to ";
+    const std::string start = "SE exception at address 0x00401AF0: The thread attempted to ";
     const std::string end = " for which it does not have the appropriate access. ";
-    EXPECT_EQ(Describe(0xC0000005, 0x401AF0, 0, 0), front + "read from a virtual address at 0x00000000" + end);
+    EXPECT_EQ(Describe(0xC0000005, 0x401AF0, 0, 0), start + "read from a virtual address at 0x00000000" + end);
     for (const ULONG_PTR kind : {1U, 8U})
         EXPECT_EQ(Describe(0xC0000005, 0x401AF0, kind, 0xFEDCBA98),
-                  front + "write to a virtual address at 0xFEDCBA98" + end);
+                  start + "write to a virtual address at 0xFEDCBA98" + end);
     EXPECT_EQ(Describe(0xC0000005, ~std::uintptr_t{0}).substr(24, 3 + 2 * sizeof(void*)),
               "0x" + std::string(2 * sizeof(void*), 'F') + ":")
         << "all digits of an address";
@@ -162,8 +162,8 @@ TEST(Faults, ReachAHandlerInTheFaultingFunction)
 
 TEST(Faults, KeepTheirTextInCopies)
 {
-    const std::string given = "made by hand";
-    structured_exception copy(given.c_str());
+    const std::string text = "made by hand";
+    structured_exception copy(text.c_str());
     EXPECT_STREQ(copy.what(), "made by hand");
     std::string first;
     {

@@ -91,8 +91,8 @@ TEST_F(Log, WritesWholeRecordsFromOpeningToClosing)
         EXPECT_EQ(std::string(record.Level) + " | " + std::string(record.Source), levelsAndTexts[i].first);
         EXPECT_EQ(record.Text, levelsAndTexts[i].second);
     }
-    const std::string front{log.Records()[0].Time.front(), '\0'};
-    EXPECT_EQ(testkit::ReadFile(Machine.Log).substr(0, 2), front) << "no byte-order mark";
+    const std::string start{log.Records()[0].Time.front(), '\0'};
+    EXPECT_EQ(testkit::ReadFile(Machine.Log).substr(0, 2), start) << "no byte-order mark";
     EXPECT_FALSE(std::filesystem::exists(Machine.Previous)) << "there was nothing to move";
 }
 
@@ -324,10 +324,10 @@ TEST_F(Log, GivesARecordUpAfterASecondWithoutTheLock)
         EXPECT_EQ(log->LogInfo(u"lost"_w, u"Test"_w), static_cast<LONG>(0x80040302));
         go.Open();
         EXPECT_EQ(holder.Wait(), 0);
-        EXPECT_EQ(log->LogInfo(u"goes on"_w, u"Test"_w), 0);
+        EXPECT_EQ(log->LogInfo(u"continues"_w, u"Test"_w), 0);
     });
     const Strings texts = testkit::Texts(Machine.Log);
-    EXPECT_EQ(std::count(texts.begin(), texts.end(), "goes on"), 1);
+    EXPECT_EQ(std::count(texts.begin(), texts.end(), "continues"), 1);
     EXPECT_EQ(std::count(texts.begin(), texts.end(), "lost"), 0);
 }
 

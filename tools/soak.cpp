@@ -123,9 +123,10 @@ int Write(const testkit::WriterReports& reports, unsigned process, unsigned seed
 class Soak {
 public:
     Soak(const Options& options, const testkit::ScratchFolder& scratch)
-        : Given(options), ReportsPath(scratch / "reports"), Log(scratch / "App.log"), Old(scratch / "Previous App.log"),
-          Reports(ReportsPath, options.AllProcesses(), options.Threads), Killed(options.Incarnations()),
-          Chance(options.Seed), Limit(Clock::now() + std::chrono::seconds(options.Seconds))
+        : Config(options), ReportsPath(scratch / "reports"), Log(scratch / "App.log"),
+          Old(scratch / "Previous App.log"), Reports(ReportsPath, options.AllProcesses(), options.Threads),
+          Killed(options.Incarnations()), Chance(options.Seed),
+          Limit(Clock::now() + std::chrono::seconds(options.Seconds))
     {
     }
 
@@ -133,14 +134,14 @@ public:
     {
         const auto begin = Clock::now();
         testkit::WriteFile(Log, OldContent);
-        for (unsigned slot = 0; slot < Given.Processes; ++slot)
-            Start(slot, std::vector<unsigned>(Given.Threads, Given.Records));
+        for (unsigned slot = 0; slot < Config.Processes; ++slot)
+            Start(slot, std::vector<unsigned>(Config.Threads, Config.Records));
 
         // All processes opened the log at once, and one of them moved the old file aside. From here on a process that
         // is never killed keeps the log open: the file must not be moved again while the others are killed.
         WaitUntil([this] { return AllOpen(); });
-        StartProcess(Given.Holder());
-        WaitUntil([this] { return Reports.At(Given.Holder(), 0).Opened != 0; });
+        StartProcess(Config.Holder());
+        WaitUntil([this] { return Reports.At(Config.Holder(), 0).Opened != 0; });
         for (const Disturbance& disturbance : Plan())
             Disturb(disturbance);
         // A process that opens the log after all others have closed it would move the file again.
@@ -162,7 +163,7 @@ public:
                 continue;
             }
             const auto mark = testkit::ReadMark(record.Text);
-            if (mark && record.Text == TextOf(*mark, Given.Seed))
+            if (mark && record.Text == TextOf(*mark, Config.Seed))
                 ledger.Enter(*mark);
             else
                 torn.push_back(record.Line);
@@ -170,7 +171,7 @@ public:
         const testkit::Findings found = ledger.Close();
         const bool rolled = RolledOver();
         Print(found, torn, closings, rolled);
-        return found.Sound() && torn.empty() && closings == Survivors() && rolled && found.Written == Total();
+        return found.IsClean() && torn.empty() && closings == Survivors() && rolled && found.Written == Total();
     }
 
 private:
@@ -181,17 +182,17 @@ private:
 
     void Start(unsigned slot, const std::vector<unsigned>& goals)
     {
-        for (unsigned thread = 0; thread < Given.Threads; ++thread)
+        for (unsigned thread = 0; thread < Config.Threads; ++thread)
             Reports.At(Incarnation, thread).Goal = goals[thread];
-        Slots.resize(Given.Processes);
+        Slots.resize(Config.Processes);
         Slots[slot] = {StartProcess(Incarnation), Incarnation};
         ++Incarnation;
     }
 
     testkit::Process* StartProcess(unsigned process)
     {
-        return &Members.Start({"--write", testkit::ToUtf8(ReportsPath), std::to_string(Given.AllProcesses()),
-                               std::to_string(Given.Threads), std::to_string(process), std::to_string(Given.Seed)});
+        return &Members.Start({"--write", testkit::ToUtf8(ReportsPath), std::to_string(Config.AllProcesses()),
+                               std::to_string(Config.Threads), std::to_string(process), std::to_string(Config.Seed)});
     }
 
     /// Kills and stops, spread over the whole run.
@@ -199,8 +200,8 @@ private:
     {
         std::uniform_int_distribution<std::uint64_t> moment(Written(), std::max(Written(), Total() - 1));
         std::vector<Disturbance> plan;
-        for (unsigned i = 0; i < Given.Kills + Given.Stops; ++i)
-            plan.push_back({moment(Chance), i < Given.Kills});
+        for (unsigned i = 0; i < Config.Kills + Config.Stops; ++i)
+            plan.push_back({moment(Chance), i < Config.Kills});
         std::sort(plan.begin(), plan.end(), [](const auto& one, const auto& other) { return one.At < other.At; });
         return plan;
     }
@@ -208,7 +209,7 @@ private:
     void Disturb(const Disturbance& disturbance)
     {
         WaitUntil([&] { return Written() >= disturbance.At; });
-        const unsigned slot = std::uniform_int_distribution<unsigned>(0, Given.Processes - 1)(Chance);
+        const unsigned slot = std::uniform_int_distribution<unsigned>(0, Config.Processes - 1)(Chance);
         testkit::Process& process = *Slots[slot].Process;
         if (!disturbance.Kill) {
             process.Stop();
@@ -220,21 +221,21 @@ private:
         const unsigned dead = Slots[slot].Incarnation;
         Killed[dead] = true;
         std::vector<unsigned> goals;
-        for (unsigned thread = 0; thread < Given.Threads; ++thread)
+        for (unsigned thread = 0; thread < Config.Threads; ++thread)
             goals.push_back(Reports.At(dead, thread).Goal - Reports.At(dead, thread).Written);
         Start(slot, goals);
     }
 
     /// The number of processes that close the log: the last writers and the holder.
-    unsigned Survivors() const { return Given.Processes + 1; }
+    unsigned Survivors() const { return Config.Processes + 1; }
 
-    std::uint64_t Total() const { return std::uint64_t{Given.Processes} * Given.Threads * Given.Records; }
+    std::uint64_t Total() const { return std::uint64_t{Config.Processes} * Config.Threads * Config.Records; }
 
     std::uint64_t Sum(std::atomic<std::uint32_t> testkit::WriterReport::*count) const
     {
         std::uint64_t sum = 0;
         for (unsigned process = 0; process < Incarnation; ++process) {
-            for (unsigned thread = 0; thread < Given.Threads; ++thread)
+            for (unsigned thread = 0; thread < Config.Threads; ++thread)
                 sum += Reports.At(process, thread).*count;
         }
         return sum;
@@ -266,7 +267,7 @@ private:
     {
         std::uint32_t code = 0;
         for (unsigned process = 0; process < Incarnation; ++process) {
-            for (unsigned thread = 0; thread < Given.Threads; ++thread)
+            for (unsigned thread = 0; thread < Config.Threads; ++thread)
                 code = std::max<std::uint32_t>(code, Reports.At(process, thread).LastFailure);
         }
         char text[16];
@@ -299,7 +300,7 @@ private:
         unsigned Incarnation = 0;
     };
 
-    const Options Given;
+    const Options Config;
     const std::filesystem::path ReportsPath;
     const std::filesystem::path Log;
     const std::filesystem::path Old;

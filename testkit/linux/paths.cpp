@@ -1,4 +1,4 @@
-// Long paths need no form of their own on Linux.
+// Long paths need no special form on Linux.
 #include "testkit/paths.h"
 
 namespace testkit {

@@ -1,4 +1,4 @@
-// The file of the DLL on Windows: beside the program, where the system finds it by its name.
+// The file of the DLL on Windows: in the folder of the program, where the system finds it by its name.
 #include "testkit/known_modules.h"
 
 namespace testkit {

@@ -258,7 +258,7 @@ TEST_F(LogFailuresOnLinux, OutOfMemoryInALogCall)
             EXPECT_EQ(code, testkit::AllocationFailed() ? static_cast<LONG>(0x80040303) : 0);
             testkit::FailAllocation(0);
         }
-        EXPECT_EQ(log->LogInfo(u"goes on"_w, u"Test"_w), 0);
+        EXPECT_EQ(log->LogInfo(u"continues"_w, u"Test"_w), 0);
     });
     const auto texts = testkit::Texts(Machine.Log);
     EXPECT_EQ(texts.size(), 4U + 4 + 3 + 1);

@@ -103,10 +103,10 @@ TEST_F(NamedMutexOnLinux, ForkLeavesBothProcessesAHandle)
             return 1;
         Child grandchild([&] {
             parentGone.Pass();
-            const bool sound = WaitForSingleObject(mutex, INFINITE) == WAIT_OBJECT_0 && ReleaseMutex(mutex);
+            const bool acquired = WaitForSingleObject(mutex, INFINITE) == WAIT_OBJECT_0 && ReleaseMutex(mutex);
             const bool known = Create() != nullptr && GetLastError() == ERROR_ALREADY_EXISTS;
             done.Open();
-            return sound && known ? 0 : 1;
+            return acquired && known ? 0 : 1;
         });
         ReleaseMutex(mutex);
         _exit(0);

@@ -137,25 +137,25 @@ TEST(RegistryFile, ValidLines)
 
 TEST(RegistryFile, MalformedLinesAreDropped)
 {
-    const std::string sound = "\"v\"=\"sound\"\r\n";
+    const std::string valid = "\"v\"=\"valid\"\r\n";
     const Line lines[] = {
-        {sound + "\"v\"=\"text\" x", "1:sound", "5"},
-        {sound + "\"v\"", "1:sound", "5"},
-        {sound + "\"v\"=", "1:sound", "5"},
-        {sound + "\"v\"=-x", "1:sound", "5"},
-        {sound + "\"v=\"broken\"", "1:sound", "5"},
-        {sound + "\"v\"=dword:", "1:sound", "5"},
-        {sound + "\"v\"=dword:123456789", "1:sound", "5"},
-        {sound + "\"v\"=dword:12g4", "1:sound", "5"},
-        {sound + "\"v\"=hex:01,,02", "1:sound", "5"},
-        {sound + "\"v\"=hex:01,", "1:sound", "5"},
-        {sound + "\"v\"=hex:01\\\r\n,02", "1:sound", "5 6"},
-        {sound + "\"v\"=hex:123", "1:sound", "5"},
-        {sound + "\"v\"=hex(:01", "1:sound", "5"},
-        {sound + "\"v\"=hex(123456789):01", "1:sound", "5"},
-        {sound + "\"v\"=octal:01", "1:sound", "5"},
-        {sound + "nonsense\r\n=\r\n]", "1:sound", "5 6 7"},
-        // The list ends early. The line that should continue it is a line of its own.
+        {valid + "\"v\"=\"text\" x", "1:valid", "5"},
+        {valid + "\"v\"", "1:valid", "5"},
+        {valid + "\"v\"=", "1:valid", "5"},
+        {valid + "\"v\"=-x", "1:valid", "5"},
+        {valid + "\"v=\"broken\"", "1:valid", "5"},
+        {valid + "\"v\"=dword:", "1:valid", "5"},
+        {valid + "\"v\"=dword:123456789", "1:valid", "5"},
+        {valid + "\"v\"=dword:12g4", "1:valid", "5"},
+        {valid + "\"v\"=hex:01,,02", "1:valid", "5"},
+        {valid + "\"v\"=hex:01,", "1:valid", "5"},
+        {valid + "\"v\"=hex:01\\\r\n,02", "1:valid", "5 6"},
+        {valid + "\"v\"=hex:123", "1:valid", "5"},
+        {valid + "\"v\"=hex(:01", "1:valid", "5"},
+        {valid + "\"v\"=hex(123456789):01", "1:valid", "5"},
+        {valid + "\"v\"=octal:01", "1:valid", "5"},
+        {valid + "nonsense\r\n=\r\n]", "1:valid", "5 6 7"},
+        // The list ends early. The line that should continue it counts as a separate line.
         {"\"u\"=hex:01,\\\r\n\"v\"=\"next\"", "1:next", "4"},
         {"\"u\"=hex:01,\\\r\n" + Key + "\"v\"=\"next\"", "1:next", "4"},
         {"\"u\"=\"no end\r\n\"v\"=\"next\"", "1:next", "4"},
@@ -165,11 +165,11 @@ TEST(RegistryFile, MalformedLinesAreDropped)
         {"[HKEY_LOCAL_MACHINE\\\\Other]\r\n\"v\"=\"whose?\"", "none", "4 5"},
         {"[HKEY_NOWHERE\\Other]\r\n\"v\"=\"whose?\"", "none", "4 5"},
         {"[]\r\n[-HKEY_LOCAL_MACHINE\\Other]\r\n\"v\"=\"whose?\"", "none", "4 6"},
-        {sound + "\"v\"=\"\xFF\"\r\n\"u\"=\"\xED\xA0\x80\"\r\n\"u\"=\"\xF0\x90\x80\xFF\r\n\"", "1:sound", "5 6 7"},
+        {valid + "\"v\"=\"\xFF\"\r\n\"u\"=\"\xED\xA0\x80\"\r\n\"u\"=\"\xF0\x90\x80\xFF\r\n\"", "1:valid", "5 6 7"},
         {"[HKEY_LOCAL_MACHINE\\\xC3]\r\n\"v\"=\"whose?\"", "none", "4 5"},
-        {sound + "\"u\"=\"unclosed\r\n@=-\r\n" + Key + "\"w\"=\"after\"", "1:sound", "5"},
-        {sound + "\"u\"=\"unclosed\r\n[-hkey_Local_machine\\Suite\\Log]\r\n" + Key + "\"v\"=\"new\"", "1:new", "5"},
-        {sound + "\"v\"=\"never closed\r\n", "1:sound", "5"},
+        {valid + "\"u\"=\"unclosed\r\n@=-\r\n" + Key + "\"w\"=\"after\"", "1:valid", "5"},
+        {valid + "\"u\"=\"unclosed\r\n[-hkey_Local_machine\\Suite\\Log]\r\n" + Key + "\"v\"=\"new\"", "1:new", "5"},
+        {valid + "\"v\"=\"never closed\r\n", "1:valid", "5"},
     };
     for (const Line& line : lines)
         CheckInEveryForm(line);

@@ -197,12 +197,12 @@ std::string FileWith(const std::string& table)
 
 TEST(ResourcesOnLinux, MessageTables)
 {
-    const std::string sound = FileWith(MessageTable(40, 8));
-    EXPECT_EQ(Message(sound, 7), "wide");
-    EXPECT_EQ(Message(sound, 10), std::string("abc", 4));
-    EXPECT_EQ(Message(sound, 11), "last");
+    const std::string valid = FileWith(MessageTable(40, 8));
+    EXPECT_EQ(Message(valid, 7), "wide");
+    EXPECT_EQ(Message(valid, 10), std::string("abc", 4));
+    EXPECT_EQ(Message(valid, 11), "last");
     for (const DWORD number : {6U, 8U, 9U, 12U, 0xFFFFFFFFU})
-        EXPECT_EQ(Message(sound, number), "error 317") << number;
+        EXPECT_EQ(Message(valid, number), "error 317") << number;
     EXPECT_EQ(Message({}, 7), "error 1812");
     EXPECT_EQ(Message(ResourceBuilder().Content, 7), "error 1813");
 }

@@ -117,7 +117,7 @@ TEST(PasswordKeyOnLinux, DependsOnTheActivePage)
     const struct {
         const char* Value;
         wstring Password;
-        ULONG Key;  // of eight bytes at most: one for each character of the password
+        ULONG Key;  // from as many bytes as the password has characters
         HRESULT Failure;
     } rows[] = {{"\"ACP\"=\"932\"", four, 0x411E2D6C, S_OK},
                 {"\"ACP\"=\"1252\"", {0xE9}, 0xF9BDE123, S_OK},
