@@ -1,8 +1,12 @@
-// The translator of a thread. The toolchain's libraries have it for another compiler's exceptions alone. Here a
-// vectored handler lets the thread go on in `platform_raise_fault` as if the failing instruction had called it, and
-// what is thrown there is thrown by ordinary code.
+// Translates structured exceptions into C++ exceptions: the translator of each thread, and the way from a fault to it.
+//
+// The `_set_se_translator` of the system's runtime works with exceptions of another compiler only. Here a vectored
+// handler changes the context of the fault: when it returns, the thread continues in `platform_enter_fault` as if the
+// failing instruction had called it. That calls `platform_raise_fault`, and so the translator, as ordinary code. An
+// exception that the translator throws unwinds from the failing instruction.
 #include "system.h"
 
+#include "../x86/flags.h"
 #include "../x86/float_state.h"
 
 #include <atomic>
@@ -21,9 +25,10 @@
 
 namespace platform {
 
-/// A fault as the handler found it. The raising code knows the first field by its place.
+/// What the handler keeps of a fault. The assembly code that raises the exception accesses the first field by its
+/// offset.
 struct Fault {
-    std::uintptr_t ReturnTo;
+    std::uintptr_t ReturnTo;  // the return address that unwinding continues at
     EXCEPTION_RECORD Record;
     CONTEXT Context;
 };
@@ -44,9 +49,11 @@ const void* _Unwind_Find_FDE(void* address, void* bases);
 #endif
 }
 
-// Entered with the fault as its argument and the stack pointer of the failing code.
+// The handler makes the thread continue here, with the fault as the argument (rcx, eax) and the stack pointer of the
+// failing code. The code below pushes the return address, as a call would have done, and aligns the stack.
 #ifdef __x86_64__
-// Its frame looks like that of a function which the failing instruction called.
+// The unwind data are those of an ordinary function that the failing instruction called. The 32 bytes are the area that
+// every called function may use.
 __asm__(R"(
     .text
     .globl platform_enter_fault
@@ -66,7 +73,7 @@ platform_enter_fault:
     .seh_endproc
 )");
 #else
-// The unwind data are those of a signal's frame: the address is the failing instruction's own.
+// With .cfi_signal_frame the return address is that of the failing instruction itself, not of one after a call.
 __asm__(R"(
     .text
     .globl _platform_enter_fault
@@ -89,16 +96,17 @@ _platform_enter_fault:
 
 namespace {
 
-/// What a thread with a translator keeps. `Raising`: a fault is on its way to the translator, or inside it.
+/// The record of a thread that has had a translator.
 struct FaultState {
     _se_translator_function Translator = nullptr;
-    bool Raising = false;
+    bool Raising = false;  // from a fault until its translator has thrown or returned
     Fault Current{};
 };
 
-// What is left of a full stack for a translator and for the unwinder.
-constexpr ULONG OverflowBytes = 64 * 1024;
+// The part of the stack that is kept free for the translator and the unwinder after a stack overflow.
+constexpr ULONG OverflowReserve = 64 * 1024;
 
+/// Called by the system for a thread that ends, and for each thread when the index is freed.
 void NTAPI FreeState(void* state)
 {
     delete static_cast<FaultState*>(state);
@@ -106,39 +114,41 @@ void NTAPI FreeState(void* state)
 
 LONG NTAPI OnException(EXCEPTION_POINTERS* info);
 
-// The place of each thread's state. Not a thread_local: that of this toolchain may need memory, and the handler may
-// not.
-std::atomic<DWORD> place{FLS_OUT_OF_INDEXES};
+// The index of fiber-local storage under which each thread keeps its record. It is not a thread_local: with this
+// toolchain the first access to one may allocate memory, which the handler must not do.
+std::atomic<DWORD> stateIndex{FLS_OUT_OF_INDEXES};
 
+/// The record of the calling thread, or null.
 FaultState* State()
 {
-    const DWORD known = place.load(std::memory_order_acquire);
-    return known != FLS_OUT_OF_INDEXES ? static_cast<FaultState*>(FlsGetValue(known)) : nullptr;
+    const DWORD index = stateIndex.load(std::memory_order_acquire);
+    return index != FLS_OUT_OF_INDEXES ? static_cast<FaultState*>(FlsGetValue(index)) : nullptr;
 }
 
-/// The library's handler, from the first translator of a process to the end of the library.
-struct Watch {
-    Watch() : Handler(nullptr)
+/// The handler of the library. It is installed with the first translator of the process and removed at unload.
+struct VectoredHandler {
+    /// The handler goes to the end of the chain: a handler of the host program that repairs a fault comes first.
+    VectoredHandler() : Handler(nullptr)
     {
-        place = FlsAlloc(FreeState);
-        if (place != FLS_OUT_OF_INDEXES)
+        stateIndex = FlsAlloc(FreeState);
+        if (stateIndex != FLS_OUT_OF_INDEXES)
             Handler = AddVectoredExceptionHandler(FALSE, OnException);
     }
-    Watch(const Watch&) = delete;
-    Watch& operator=(const Watch&) = delete;
-    ~Watch()
+    VectoredHandler(const VectoredHandler&) = delete;
+    VectoredHandler& operator=(const VectoredHandler&) = delete;
+    ~VectoredHandler()
     {
         if (Handler != nullptr)
             RemoveVectoredExceptionHandler(Handler);
-        if (const DWORD known = place.exchange(FLS_OUT_OF_INDEXES); known != FLS_OUT_OF_INDEXES)
-            FlsFree(known);
+        if (const DWORD index = stateIndex.exchange(FLS_OUT_OF_INDEXES); index != FLS_OUT_OF_INDEXES)
+            FlsFree(index);
     }
 
     void* Handler;
 };
 
-/// What the processor reports. Other codes are those of programs, and what noncontinuable ones are for nobody to go
-/// on from.
+/// Whether an exception is a fault of the processor. Programs raise other codes themselves. After a noncontinuable
+/// exception the thread must not continue, so it is not translated either.
 bool IsFault(const EXCEPTION_RECORD& record)
 {
     constexpr DWORD floatMultipleFaults = 0xC00002B4;
@@ -170,23 +180,24 @@ bool IsFault(const EXCEPTION_RECORD& record)
     }
 }
 
-/// A call of an address where there is no code.
-bool IsFetch(const EXCEPTION_RECORD& record)
+/// Whether the fault is a call of an address without code: the address of the access is that of the instruction.
+bool IsBadCall(const EXCEPTION_RECORD& record)
 {
     return record.ExceptionCode == EXCEPTION_ACCESS_VIOLATION && record.NumberParameters >= 2 &&
            record.ExceptionInformation[1] == reinterpret_cast<ULONG_PTR>(record.ExceptionAddress);
 }
 
-/// Where the failing instruction is for the unwinder: for a call of nowhere the call, which has put its return address
-/// on the stack.
+/// The address of the failing instruction for the unwinder. For a call of an address without code the caller counts as
+/// the failing function: the call has pushed its return address, and one byte less is inside the call instruction.
 std::uintptr_t FailingInstruction(const EXCEPTION_POINTERS& info)
 {
-    if (IsFetch(*info.ExceptionRecord))
+    if (IsBadCall(*info.ExceptionRecord))
         return *reinterpret_cast<const std::uintptr_t*>(info.ContextRecord->STACK_REGISTER) - 1;
     return reinterpret_cast<std::uintptr_t>(info.ExceptionRecord->ExceptionAddress);
 }
 
-/// What the unwinder takes for the return address: it looks for the frame of the byte before on x86-64.
+/// The return address from which the unwinder finds an instruction. On x86-64 it searches for the function of the byte
+/// before the return address.
 std::uintptr_t ReturnAddress(std::uintptr_t instruction)
 {
 #ifdef __x86_64__
@@ -196,8 +207,8 @@ std::uintptr_t ReturnAddress(std::uintptr_t instruction)
 #endif
 }
 
-/// On x86-64 every frame has unwind data, or needs none. On x86-32 those of the system have none, and its own handlers
-/// may expect a fault there.
+/// Whether the unwinder can pass the frame of an instruction. On x86-64 every function has unwind data or needs none.
+/// On x86-32 functions of the system have none; a fault there is left to the system, which may expect it.
 bool CanUnwind(std::uintptr_t instruction)
 {
 #ifdef __x86_64__
@@ -209,20 +220,13 @@ bool CanUnwind(std::uintptr_t instruction)
 #endif
 }
 
-/// As a function finds them: direction forward; and neither single steps nor alignment checks for code that is no
-/// part of the failing program.
-void ResetFlags(DWORD& flags)
-{
-    constexpr DWORD trap = 0x100;
-    constexpr DWORD direction = 0x400;
-    constexpr DWORD alignmentCheck = 0x40000;
-    flags &= ~(trap | direction | alignmentCheck);
-}
-
+/// Changes the context of a fault so that the thread continues in its translator.
+/// @return false, with the context unchanged, if the fault is not translated
 bool Translate(FaultState* state, EXCEPTION_POINTERS& info)
 {
     if (state == nullptr || state->Translator == nullptr || state->Raising)
         return false;
+    // Set first: a fault in the functions below must not get here again.
     state->Raising = true;
     const std::uintptr_t instruction = FailingInstruction(info);
     if (!CanUnwind(instruction)) {
@@ -232,14 +236,14 @@ bool Translate(FaultState* state, EXCEPTION_POINTERS& info)
     Fault& fault = state->Current;
     fault.ReturnTo = ReturnAddress(instruction);
     fault.Record = *info.ExceptionRecord;
-    fault.Record.ExceptionRecord = nullptr;
+    fault.Record.ExceptionRecord = nullptr;  // may point to a stack that will be gone
     fault.Context = *info.ContextRecord;
     CONTEXT& context = *info.ContextRecord;
-    if (IsFetch(fault.Record))
+    if (IsBadCall(fault.Record))  // removes the return address that the call has pushed
         context.STACK_REGISTER += sizeof(std::uintptr_t);
     context.INSTRUCTION_REGISTER = reinterpret_cast<std::uintptr_t>(&platform_enter_fault);
     context.ARGUMENT_REGISTER = reinterpret_cast<std::uintptr_t>(&fault);
-    ResetFlags(context.EFlags);
+    platform::ResetFlags(context.EFlags);
     return true;
 }
 
@@ -247,28 +251,28 @@ LONG NTAPI OnException(EXCEPTION_POINTERS* info)
 {
     if (!IsFault(*info->ExceptionRecord))
         return EXCEPTION_CONTINUE_SEARCH;
-    const DWORD lastError = GetLastError();
+    const DWORD lastError = GetLastError();  // FlsGetValue sets it, and the exception may be another handler's
     const bool translated = Translate(State(), *info);
     SetLastError(lastError);
     return translated ? EXCEPTION_CONTINUE_EXECUTION : EXCEPTION_CONTINUE_SEARCH;
 }
 
-/// Null where the platform has no more room or no memory.
+/// Makes the record of the calling thread. @return null if the system has no memory or no index for it
 FaultState* MakeState()
 {
-    static const Watch watch;
-    const DWORD known = place.load(std::memory_order_acquire);
-    if (known == FLS_OUT_OF_INDEXES)
+    static const VectoredHandler vectoredHandler;
+    const DWORD index = stateIndex.load(std::memory_order_acquire);
+    if (index == FLS_OUT_OF_INDEXES)
         return nullptr;
-    std::unique_ptr<FaultState> made(new (std::nothrow) FaultState);
-    if (!made || !FlsSetValue(known, made.get()))
+    std::unique_ptr<FaultState> created(new (std::nothrow) FaultState);
+    if (!created || !FlsSetValue(index, created.get()))
         return nullptr;
-    ULONG bytes = OverflowBytes;
+    ULONG bytes = OverflowReserve;
     SetThreadStackGuarantee(&bytes);
-    return made.release();
+    return created.release();
 }
 
-/// Ends with the raising of a fault, however that ends.
+/// Resets FaultState::Raising when the translator throws or returns.
 class Raising {
 public:
     explicit Raising(FaultState& state) : State(state) {}
@@ -284,13 +288,15 @@ private:
 
 void platform_raise_fault(Fault* fault)
 {
-    static_cast<void>(platform::TakeFloatFaults());
+    static_cast<void>(platform::ReadAndClearFloatFaults());
     EXCEPTION_POINTERS pointers{&fault->Record, &fault->Context};
     {
         FaultState& state = *State();
         const Raising raising(state);
         state.Translator(fault->Record.ExceptionCode, &pointers);
     }
+    // A translator that returns has not dealt with the fault. The instruction must not be repeated, so the process
+    // ends.
     TerminateProcess(GetCurrentProcess(), fault->Record.ExceptionCode);
     __builtin_trap();
 }
@@ -302,7 +308,7 @@ _se_translator_function _set_se_translator(_se_translator_function translator)
         state = MakeState();
     if (state == nullptr)
         return nullptr;
-    const _se_translator_function before = state->Translator;
+    const _se_translator_function former = state->Translator;
     state->Translator = translator;
-    return before;
+    return former;
 }

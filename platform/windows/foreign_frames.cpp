@@ -1,12 +1,15 @@
-// Exceptions that leave the library on x86-32. There the language's runtime finds the frame of a function in a list
-// that each module fills with its own frames. With a runtime inside each module, an exception of the library would
-// find nothing of its callers and end the process. So the search goes on in the module that holds the address.
+// Lets exceptions leave the library on Windows x86-32, where each module has its own copy of the compiler's runtime.
+//
+// There the runtime finds the unwind data of a function in a list with which each module registers its own frames. The
+// library's copy of the runtime knows the library's frames only, so an exception that reached a caller in another
+// module would end the process. The search below continues in the module that contains the address.
 #include <windows.h>
 
 #include <cstdint>
 #include <cstring>
 
-// The runtime's own operations. The linker leads calls of `_Unwind_Find_FDE` here (--wrap).
+// Functions of the runtime. The linker option --wrap redirects calls of `_Unwind_Find_FDE` to the __wrap_ function and
+// gives the original the name with __real_.
 extern "C" {
 const void* __real__Unwind_Find_FDE(void* address, void* bases);
 const void* __wrap__Unwind_Find_FDE(void* address, void* bases);
@@ -16,15 +19,17 @@ void* __deregister_frame_info(const void* begin);
 
 namespace {
 
-/// Room for the runtime's record of a list of frames, which has seven words.
+/// Memory for the runtime's record of a list of frames. The record has seven words at present; the rest is a reserve.
 struct FrameRecord {
     std::uintptr_t Words[16];
 };
 
-/// Held alone while another module's list is entered, and shared by every search: the runtime goes on reading the
-/// record that it found something through when it has let go of its own lock.
-SRWLOCK entering = SRWLOCK_INIT;
+// Held exclusively while another module's list is registered, and shared during each search: after the runtime has
+// released its own lock, a search still reads the record in which it found a frame, and that record lies on the stack
+// of the thread that registers.
+SRWLOCK registrationLock = SRWLOCK_INIT;
 
+/// The base address of the module that contains an address, or null.
 const BYTE* ModuleOf(const void* address)
 {
     MEMORY_BASIC_INFORMATION memory;
@@ -33,8 +38,9 @@ const BYTE* ModuleOf(const void* address)
     return static_cast<const BYTE*>(memory.AllocationBase);
 }
 
-/// A list of frames starts with an entry that others refer to: a length, the number 0 and version 1.
-bool StartsFrames(const BYTE* data, DWORD size)
+/// Whether data is a list of frames. Its first entry is common information, to which the others refer: a length, the id
+/// 0 and version 1.
+bool IsFrameList(const BYTE* data, DWORD size)
 {
     struct {
         std::uint32_t Length;
@@ -47,15 +53,17 @@ bool StartsFrames(const BYTE* data, DWORD size)
     return entry.Length != 0 && entry.Length < size && entry.Id == 0 && entry.Version == 1;
 }
 
-/// The section .eh_frame. Its name is too long for the header: cut off there, or a number behind a slash.
-bool MayBeFrames(const IMAGE_SECTION_HEADER& section)
+/// Whether a section may be .eh_frame. The name has nine characters and the header has room for eight: it is either cut
+/// off, or a slash and the offset of the whole name.
+bool MayBeFrameSection(const IMAGE_SECTION_HEADER& section)
 {
     const bool named = std::memcmp(section.Name, ".eh_fram", IMAGE_SIZEOF_SHORT_NAME) == 0 || section.Name[0] == '/';
     return named && (section.Characteristics & IMAGE_SCN_MEM_READ) != 0 &&
            (section.Characteristics & IMAGE_SCN_MEM_DISCARDABLE) == 0;
 }
 
-const BYTE* FramesOf(const BYTE* module)
+/// Finds the list of frames of a module. @return null if it has none
+const BYTE* FindFrames(const BYTE* module)
 {
     const auto& dos = *reinterpret_cast<const IMAGE_DOS_HEADER*>(module);
     if (dos.e_magic != IMAGE_DOS_SIGNATURE)
@@ -66,7 +74,7 @@ const BYTE* FramesOf(const BYTE* module)
     const IMAGE_SECTION_HEADER* const sections = IMAGE_FIRST_SECTION(&header);
     for (WORD i = 0; i < header.FileHeader.NumberOfSections; ++i) {
         const BYTE* const data = module + sections[i].VirtualAddress;
-        if (MayBeFrames(sections[i]) && StartsFrames(data, sections[i].Misc.VirtualSize))
+        if (MayBeFrameSection(sections[i]) && IsFrameList(data, sections[i].Misc.VirtualSize))
             return data;
     }
     return nullptr;
@@ -76,21 +84,21 @@ const BYTE* FramesOf(const BYTE* module)
 
 const void* __wrap__Unwind_Find_FDE(void* address, void* bases)
 {
-    AcquireSRWLockShared(&entering);
-    const void* const own = __real__Unwind_Find_FDE(address, bases);
-    ReleaseSRWLockShared(&entering);
-    if (own != nullptr)
-        return own;
+    AcquireSRWLockShared(&registrationLock);
+    const void* const ownFrame = __real__Unwind_Find_FDE(address, bases);
+    ReleaseSRWLockShared(&registrationLock);
+    if (ownFrame != nullptr)
+        return ownFrame;
     const BYTE* const module = ModuleOf(address);
-    const BYTE* const frames = module != nullptr ? FramesOf(module) : nullptr;
+    const BYTE* const frames = module != nullptr ? FindFrames(module) : nullptr;
     if (frames == nullptr)
         return nullptr;
-    // Entered for this one search: the module may be gone at the next.
+    // Registered for this search only: the module may be unloaded before the next one.
     FrameRecord record{};
-    AcquireSRWLockExclusive(&entering);
+    AcquireSRWLockExclusive(&registrationLock);
     __register_frame_info(frames, &record);
     const void* const found = __real__Unwind_Find_FDE(address, bases);
     __deregister_frame_info(frames);
-    ReleaseSRWLockExclusive(&entering);
+    ReleaseSRWLockExclusive(&registrationLock);
     return found;
 }

@@ -1,4 +1,4 @@
-// The platform operations that the library uses: the system's own. platform/linux/system.h documents the contract.
+// The platform operations that the library stands on: the system's own.
 #pragma once
 
 #include "tessmaru/platform.h"
@@ -31,7 +31,6 @@ inline LONG Clock()
 
 }  // namespace platform
 
-/// Sets the translator of the calling thread (null: none) and returns the former one. The translator is called at each
-/// fault of the thread. An exception that it throws starts at the instruction that failed. If it returns, the process
-/// ends.
+/// Sets the translator of the calling thread, or none for null, and gives the one that it had before. Called at each
+/// fault of the thread; what it throws starts at the instruction that failed. One that returns ends the process.
 extern "C" _se_translator_function _set_se_translator(_se_translator_function translator);

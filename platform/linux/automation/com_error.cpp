@@ -13,7 +13,7 @@ namespace {
 using namespace utility::literals;
 
 constexpr std::size_t MaxFallbackUnits = 32;
-// The codes of FACILITY_ITF from 0x200 on, which stand for numbers of IDispatch errors.
+// The codes of FACILITY_ITF from 0x200 on, which carry the numbers of IDispatch errors.
 constexpr HRESULT FirstDispatchError = static_cast<HRESULT>(0x80040200);
 constexpr HRESULT LastDispatchError = static_cast<HRESULT>(0x8004FFFF);
 
@@ -53,7 +53,7 @@ _com_error::_com_error(HRESULT code, IErrorInfo* errorInfo, bool addReference) n
         Info->AddRef();
 }
 
-// The message is not copied. The copy makes its own one, so that copying cannot fail for lack of memory.
+// The message is not copied. The copy makes its own message, so that copying cannot fail for lack of memory.
 _com_error::_com_error(const _com_error& other) noexcept : _com_error(other.Code, other.Info, true) {}
 
 _com_error& _com_error::operator=(const _com_error& other) noexcept

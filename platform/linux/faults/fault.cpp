@@ -1,4 +1,4 @@
-// The registers of a fault that bear different names on x86-64 and x86-32.
+// Reads the registers of a fault whose names differ between x86-64 and x86-32.
 #include "faults/fault.h"
 
 std::uintptr_t layer::Fault::Instruction() const

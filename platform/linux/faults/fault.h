@@ -1,29 +1,32 @@
-// A fault of the processor, as the signal handler found it.
+// A fault of the processor: what the signal handler keeps of it for the code that raises the exception.
 #pragma once
 
 #include "system.h"
 
 #include <csignal>
+#include <cstdint>
 #include <sys/ucontext.h>
 
 namespace layer {
 
-/// The raising code and its unwind data access the first two fields by their offsets.
+/// The assembly code that raises the exception, and its unwind data, access the first two fields by their offsets.
 struct Fault {
-    std::uintptr_t UnwindAt;  // an address inside the instruction that failed
-    std::uintptr_t Stack;     // the stack pointer there
+    std::uintptr_t UnwindAt;  // where unwinding starts: an address inside the instruction that failed
+    std::uintptr_t Stack;     // the stack pointer of the code that failed
     int Signal;
     bool StackOverflow;
-    mcontext_t Registers;  // without those of the floating-point unit
+    mcontext_t Registers;  // without the floating-point registers
 
+    /// @param number  REG_RAX, REG_EAX and so on
     std::uintptr_t Register(int number) const { return static_cast<std::uintptr_t>(Registers.gregs[number]); }
 
-    /// The processor's exception number; the names are those of Vector.
+    /// The processor's exception number, one of Vector.
     std::uintptr_t Number() const { return Register(REG_TRAPNO); }
 
+    /// The instruction pointer.
     std::uintptr_t Instruction() const;
 
-    /// The address of the data, for a page fault.
+    /// The address that was accessed; valid for a page fault only.
     std::uintptr_t Address() const;
 };
 

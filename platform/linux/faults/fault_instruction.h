@@ -1,15 +1,15 @@
-// What an instruction that failed was about to do.
+// Decodes the instruction that failed, where the exception number alone is ambiguous.
 #pragma once
 
 #include "faults/fault.h"
 
 namespace layer {
 
-/// Whether a divide error came from a division whose divisor is not zero: the quotient did not fit. False as well
-/// where that cannot be told.
-bool DividesByOtherThanZero(const Fault& fault);
+/// Whether a divide error has a divisor other than zero, so that the quotient did not fit. False as well if the operand
+/// cannot be determined.
+bool DividesByNonZero(const Fault& fault);
 
-/// Whether it is one that only the kernel may use.
+/// Whether the fault came from an instruction that is reserved for the kernel.
 bool IsPrivileged(const Fault& fault);
 
 }  // namespace layer

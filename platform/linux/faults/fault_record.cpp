@@ -1,4 +1,6 @@
-// What a fault was: the processor's number for it, and where that says too little, the instruction that failed.
+// Makes the exception record of a fault.
+//
+// The code follows from the processor's exception number. If that is ambiguous, the instruction that failed is decoded.
 #include "faults/fault_record.h"
 
 #include "../../x86/float_state.h"
@@ -9,12 +11,14 @@ namespace {
 
 using layer::Fault;
 
-constexpr std::uintptr_t Nowhere = ~std::uintptr_t{0};
+constexpr std::uintptr_t UnknownAddress = ~std::uintptr_t{0};
 
 // Bits of the processor's error code for a page fault.
-constexpr std::uintptr_t OnWrite = 2;
-constexpr std::uintptr_t OnFetch = 16;
+constexpr std::uintptr_t ErrorOnWrite = 2;
+constexpr std::uintptr_t ErrorOnFetch = 16;
 
+/// Sets the parameters of an access violation.
+/// @param kind  as published: 0 for a read, 1 for a write, 8 for an execution
 void SetAccess(EXCEPTION_RECORD& record, ULONG_PTR kind, std::uintptr_t address)
 {
     record.NumberParameters = 2;
@@ -25,12 +29,14 @@ void SetAccess(EXCEPTION_RECORD& record, ULONG_PTR kind, std::uintptr_t address)
 ULONG_PTR AccessKind(const Fault& fault)
 {
     const std::uintptr_t error = fault.Register(REG_ERR);
-    if ((error & OnFetch) != 0)
+    if ((error & ErrorOnFetch) != 0)
         return 8;
-    return (error & OnWrite) != 0 ? 1 : 0;
+    return (error & ErrorOnWrite) != 0 ? 1 : 0;
 }
 
-/// In the order in which the processor finds them.
+/// The code for floating-point exceptions. Several may have occurred; the first one in the processor's order of
+/// detection counts.
+/// @param faults  the bits of FloatFaults
 DWORD FloatCode(unsigned int faults, bool stackCheck)
 {
     constexpr struct {
@@ -49,17 +55,19 @@ DWORD FloatCode(unsigned int faults, bool stackCheck)
     return EXCEPTION_FLT_INVALID_OPERATION;
 }
 
+/// The processor has one number for a division by zero and for a quotient that does not fit.
 DWORD DivideCode(const Fault& fault)
 {
-    return layer::DividesByOtherThanZero(fault) ? EXCEPTION_INT_OVERFLOW : EXCEPTION_INT_DIVIDE_BY_ZERO;
+    return layer::DividesByNonZero(fault) ? EXCEPTION_INT_OVERFLOW : EXCEPTION_INT_DIVIDE_BY_ZERO;
 }
 
-/// Addresses that the processor cannot form have no page, and no address in the record.
+/// The code for a general protection fault and the like. Apart from privileged instructions these are accesses to
+/// addresses that are not canonical; the processor does not report the address.
 DWORD ProtectionCode(const Fault& fault, EXCEPTION_RECORD& record)
 {
     if (layer::IsPrivileged(fault))
         return EXCEPTION_PRIV_INSTRUCTION;
-    SetAccess(record, 0, Nowhere);
+    SetAccess(record, 0, UnknownAddress);
     return EXCEPTION_ACCESS_VIOLATION;
 }
 
@@ -73,7 +81,7 @@ DWORD PageFaultCode(const Fault& fault, EXCEPTION_RECORD& record)
 
 EXCEPTION_RECORD layer::RecordOf(const Fault& fault)
 {
-    const platform::FloatFaults floats = platform::TakeFloatFaults();
+    const platform::FloatFaults floats = platform::ReadAndClearFloatFaults();
     EXCEPTION_RECORD record{};
     std::uintptr_t address = fault.Instruction();
     switch (fault.Number()) {
@@ -81,7 +89,7 @@ EXCEPTION_RECORD layer::RecordOf(const Fault& fault)
         case debug: record.ExceptionCode = EXCEPTION_SINGLE_STEP; break;
         case breakpoint:
             record.ExceptionCode = EXCEPTION_BREAKPOINT;
-            --address;
+            --address;  // the processor reports the byte after the instruction, the record has the instruction itself
             break;
         case overflow: record.ExceptionCode = EXCEPTION_INT_OVERFLOW; break;
         case boundRange: record.ExceptionCode = EXCEPTION_ARRAY_BOUNDS_EXCEEDED; break;

@@ -1,6 +1,12 @@
-// The translator of a thread, and how its faults get there. The handler of a signal cannot throw; it lets the thread
-// go on in `layer_raise_fault` as if the failing instruction had called it, and what is thrown there is thrown by
-// ordinary code.
+// Translates faults of the processor into exceptions: the translator of each thread, and the way from a signal to it.
+//
+// A signal handler must not throw. It only changes the interrupted context: when it returns, the thread continues in
+// `layer_enter_fault` as if the failing instruction had called it. That calls `layer_raise_fault`, and so the
+// translator, as ordinary code. An exception that the translator throws unwinds from the failing instruction.
+//
+// Nothing is allocated between the fault and the throw: the memory may be what is damaged. The fault is kept in the
+// record of the thread, FaultState.
+#include "../../x86/flags.h"
 #include "base/fault_signals.h"
 #include "base/lifecycle.h"
 #include "faults/fault.h"
@@ -8,6 +14,7 @@
 #include "faults/fault_stack.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -34,8 +41,13 @@ extern "C" {
 layer_raise_fault(Fault* fault);
 }
 
-// Entered with the fault as its argument and the stack pointer of the failing code, whose red zone may hold saved
-// registers. The unwind data are those of a signal's frame: the address is the failing instruction's own.
+// The handler makes the thread continue here, with the fault as the argument (rdi, eax) and on the stack from
+// RaisingStack. The code below skips the red zone of the failing code (x86-64), aligns the stack and pushes the first
+// two fields of the fault, from which the unwinder continues in the failing function:
+//   cfi_signal_frame  the address is that of the failing instruction itself, not of one after a call
+//   cfi_escape 0x0f   DW_CFA_def_cfa_expression: the frame above starts at Fault::Stack, the first word pushed
+//   cfi_escape 0x10   DW_CFA_expression: its return address is Fault::UnwindAt, the last word pushed
+// All other registers still have the values of the failing function, so they need no unwind data.
 #ifdef __x86_64__
 __asm__(R"(
     .pushsection .text
@@ -45,8 +57,8 @@ __asm__(R"(
 layer_enter_fault:
     .cfi_startproc
     .cfi_signal_frame
-    .cfi_escape 0x0f, 3, 0x77, 8, 0x06      # the frame above starts at the word at rsp + 8
-    .cfi_escape 0x10, 16, 2, 0x77, 0        # and runs at the address at rsp
+    .cfi_escape 0x0f, 3, 0x77, 8, 0x06
+    .cfi_escape 0x10, 16, 2, 0x77, 0
     leaq -128(%rsp), %rsp
     andq $-16, %rsp
     pushq 8(%rdi)
@@ -66,8 +78,8 @@ __asm__(R"(
 layer_enter_fault:
     .cfi_startproc
     .cfi_signal_frame
-    .cfi_escape 0x0f, 3, 0x74, 4, 0x06      # the frame above starts at the word at esp + 4
-    .cfi_escape 0x10, 8, 2, 0x74, 0         # and runs at the address at esp
+    .cfi_escape 0x0f, 3, 0x74, 4, 0x06
+    .cfi_escape 0x10, 8, 2, 0x74, 0
     andl $-16, %esp
     subl $8, %esp
     pushl 4(%eax)
@@ -82,7 +94,7 @@ layer_enter_fault:
 
 namespace {
 
-/// A stack as its thread may use it.
+/// The addresses of a stack.
 struct Stack {
     std::uintptr_t Low = 0;
     std::uintptr_t High = 0;
@@ -90,27 +102,29 @@ struct Stack {
     bool Contains(std::uintptr_t address) const { return address >= Low && address < High; }
 };
 
-/// What a thread with a translator keeps. `Raising`: a fault is on its way to the translator, or inside it.
+/// The record of a thread that has had a translator.
 struct FaultState {
     _se_translator_function Translator = nullptr;
-    bool Raising = false;
-    Stack Own;
-    std::uintptr_t Guard = 0;
-    void* SignalStack = nullptr;
+    bool Raising = false;         // from a fault until its translator has thrown or returned
+    Stack Own;                    // the thread's stack; empty if it is unknown
+    std::uintptr_t Guard = 0;     // size of the guard below it
+    void* SignalStack = nullptr;  // the alternate stack that the layer made, if any
     Fault Current{};
 };
 
-// Of the initial-exec model: the handler may not call anything to get at it.
+// Of the initial-exec model: the signal handler reads it, and other models may call a function that allocates.
 constinit thread_local FaultState* state __attribute__((tls_model("initial-exec"))) = nullptr;
 
-// What the raising code needs of a stack, generously, and what the handler's caller leaves of an alternate one.
+// The stack that the raising code needs: for the translator and the unwinder, with a reserve.
 constexpr std::uintptr_t RaisingBytes = 24UL * 1024;
 
-// Below a stack lies its guard; of a first thread it is the kernel's, of 256 pages.
+// An access to the guard below a stack is an overflow. Below the main thread's stack the kernel keeps a gap of 256
+// pages, which the C library does not report.
 constexpr std::uintptr_t PageBytes = 4096;
 constexpr std::uintptr_t KernelGuard = 256 * PageBytes;
 
-void FindOwnStack(FaultState& made)
+/// Finds the stack of the calling thread. This may allocate and read files, so it is done before any fault.
+void FindOwnStack(FaultState& thread)
 {
     pthread_attr_t attributes;
     if (pthread_getattr_np(pthread_self(), &attributes) != 0)
@@ -119,39 +133,43 @@ void FindOwnStack(FaultState& made)
     std::size_t bytes = 0;
     std::size_t guard = 0;
     if (pthread_attr_getstack(&attributes, &low, &bytes) == 0 && pthread_attr_getguardsize(&attributes, &guard) == 0) {
-        made.Own.Low = reinterpret_cast<std::uintptr_t>(low);
-        made.Own.High = made.Own.Low + bytes;
-        made.Guard = std::max(std::uintptr_t{guard}, KernelGuard);
+        thread.Own.Low = reinterpret_cast<std::uintptr_t>(low);
+        thread.Own.High = thread.Own.Low + bytes;
+        thread.Guard = std::max(std::uintptr_t{guard}, KernelGuard);
     }
     pthread_attr_destroy(&attributes);
 }
 
-/// Releases what the calling thread keeps for its translator.
+/// Releases the record of the calling thread. At unload those of other threads cannot be reached and are lost.
 void ReleaseState()
 {
-    const std::unique_ptr<FaultState> left(state);
+    const std::unique_ptr<FaultState> released(state);
     state = nullptr;
-    if (left)
-        layer::FreeSignalStack(left->SignalStack);
+    if (released)
+        layer::FreeSignalStack(released->SignalStack);
 }
 
 constinit layer::LifecycleHooks hooks{
     .AfterForkInChild = nullptr, .AtThreadEnd = ReleaseState, .AtUnload = ReleaseState};
 
+/// Makes the record of the calling thread. @return null if there is no memory
 FaultState* MakeState()
 {
-    std::unique_ptr<FaultState> made(new (std::nothrow) FaultState);
-    if (!made || !layer::WatchThreadEnd())
+    std::unique_ptr<FaultState> created(new (std::nothrow) FaultState);
+    if (!created || !layer::WatchThreadEnd())
         return nullptr;
     layer::RegisterHooks(hooks);
-    FindOwnStack(*made);
-    made->SignalStack = layer::MakeSignalStack();
-    return made.release();
+    FindOwnStack(*created);
+    created->SignalStack = layer::MakeSignalStack();
+    return created.release();
 }
 
-bool IsTranslated(int signal, const siginfo_t& info, std::uintptr_t vector)
+/// Whether a signal reports a fault that a translator receives.
+/// @param vector  the exception number in the context; it means something only if it fits the signal, since a signal
+///                from a process leaves it as the last fault has set it
+bool IsTranslatable(int signal, const siginfo_t& info, std::uintptr_t vector)
 {
-    if (info.si_code <= 0)
+    if (info.si_code <= 0)  // sent by a process
         return false;
     switch (vector) {
         case layer::divideError:
@@ -168,22 +186,24 @@ bool IsTranslated(int signal, const siginfo_t& info, std::uintptr_t vector)
         case layer::segmentNotPresent:
         case layer::stackSegment:
         case layer::alignmentCheck: return signal == SIGBUS;
-        // What the memory itself reports of its own accord has nothing to do with the instruction.
+        // BUS_MCEERR_AO reports defective memory that no instruction has accessed.
         case layer::pageFault: return signal == SIGSEGV || (signal == SIGBUS && info.si_code != BUS_MCEERR_AO);
         default: return false;
     }
 }
 
+/// Whether a fault is an overflow of the thread's stack: an access to the guard by code whose stack is nearly full. The
+/// lowest page of the stack counts as guard: the C library may report a stack that includes its guard page.
 bool IsStackOverflow(const FaultState& thread, const Fault& fault)
 {
-    // The lowest page may belong to the guard, depending on who counts.
     return fault.Number() == layer::pageFault && thread.Guard != 0 && fault.Address() < thread.Own.Low + PageBytes &&
            fault.Address() >= thread.Own.Low - thread.Guard && fault.Stack < thread.Own.Low + RaisingBytes &&
            fault.Stack >= thread.Own.Low - thread.Guard;
 }
 
-/// Where the raising code starts: below the failing code, or at the top of the alternate stack where there is no room.
-/// 0 where there is none either.
+/// The stack pointer with which the raising code starts: that of the failing code, or the top of the alternate stack if
+/// the thread's stack has too little room.
+/// @return 0 if the alternate stack has too little room as well, or there is none
 std::uintptr_t RaisingStack(const FaultState& thread, const Fault& fault, const ucontext_t& context)
 {
     const auto low = reinterpret_cast<std::uintptr_t>(context.uc_stack.ss_sp);
@@ -192,12 +212,14 @@ std::uintptr_t RaisingStack(const FaultState& thread, const Fault& fault, const 
     const bool isFull = fault.StackOverflow || (thread.Own.Contains(fault.Stack) && fault.Stack - own < RaisingBytes);
     if (!isFull)
         return fault.Stack;
-    // The failing code is not on the alternate stack, so nothing that lies there is needed any more.
+    // The failing code runs on the thread's own stack. So only this handler uses the alternate one, and it is about to
+    // return.
     return alternate.High - alternate.Low >= RaisingBytes ? alternate.High : 0;
 }
 
-/// A call of an address where there is no code has put its return address on the stack: the caller failed.
-void ReturnFromNowhere(Fault& fault)
+/// For a call of an address without code: the caller counts as the failing function, since the called one does not
+/// exist. The call has pushed its return address; one byte less is inside the call instruction.
+void StartUnwindingAtCaller(Fault& fault)
 {
     if (fault.Number() != layer::pageFault || fault.Address() != fault.Instruction())
         return;
@@ -205,17 +227,7 @@ void ReturnFromNowhere(Fault& fault)
     fault.Stack += sizeof fault.UnwindAt;
 }
 
-/// As a function finds them: direction forward; and neither single steps nor alignment checks for code that is no
-/// part of the failing program.
-void ResetFlags(greg_t& flags)
-{
-    constexpr greg_t trap = 0x100;
-    constexpr greg_t direction = 0x400;
-    constexpr greg_t alignmentCheck = 0x40000;
-    flags &= ~(trap | direction | alignmentCheck);
-}
-
-/// Ends with the raising of a fault, however that ends.
+/// Resets FaultState::Raising when the translator throws or returns.
 class Raising {
 public:
     explicit Raising(FaultState& thread) : Thread(thread) {}
@@ -227,36 +239,38 @@ private:
     FaultState& Thread;
 };
 
-/// Lets the thread continue in its translator when the signal handler returns. @return false, with nothing changed, if
-/// the fault is not to be translated
+/// Makes the thread continue in its translator when the signal handler returns. A fault while the translator runs is
+/// not translated: the record of the thread has room for one fault.
+/// @return false, with the context unchanged, if the fault is not translated
 bool TranslateFault(int signal, const siginfo_t& info, void* context)
 {
     FaultState* const thread = state;
     auto& interrupted = *static_cast<ucontext_t*>(context);
     greg_t* const registers = interrupted.uc_mcontext.gregs;
     if (thread == nullptr || thread->Translator == nullptr || thread->Raising ||
-        !IsTranslated(signal, info, static_cast<std::uintptr_t>(registers[REG_TRAPNO])))
+        !IsTranslatable(signal, info, static_cast<std::uintptr_t>(registers[REG_TRAPNO])))
         return false;
     Fault& fault = thread->Current;
     fault.Signal = signal;
     fault.Registers = interrupted.uc_mcontext;
-    fault.Registers.fpregs = nullptr;
-    // The address of a breakpoint or an overflow is one behind its instruction.
+    fault.Registers.fpregs = nullptr;  // points into the signal frame, which will be gone
+    // A breakpoint or an overflow is reported with the address after its instruction.
     fault.UnwindAt = fault.Instruction() - (layer::FaultRecurs(context) ? 0 : 1);
     fault.Stack = fault.Register(STACK_REGISTER);
     fault.StackOverflow = IsStackOverflow(*thread, fault);
     const std::uintptr_t stack = RaisingStack(*thread, fault, interrupted);
     if (stack == 0)
         return false;
-    ReturnFromNowhere(fault);
+    StartUnwindingAtCaller(fault);
     thread->Raising = true;
     registers[STACK_REGISTER] = static_cast<greg_t>(stack);
     registers[ARGUMENT_REGISTER] = reinterpret_cast<greg_t>(&fault);
     registers[INSTRUCTION_REGISTER] = reinterpret_cast<greg_t>(&layer_enter_fault);
-    ResetFlags(registers[REG_EFL]);
+    platform::ResetFlags(registers[REG_EFL]);
     return true;
 }
 
+/// Ends the process as the signal would have ended it without a handler.
 [[noreturn]] void EndBy(int signal)
 {
     struct sigaction action {};
@@ -276,6 +290,8 @@ void layer_raise_fault(Fault* fault)
         const Raising raising(*state);
         state->Translator(record.ExceptionCode, &pointers);
     }
+    // A translator that returns has not dealt with the fault. The instruction must not be repeated, so the process
+    // ends.
     EndBy(fault->Signal);
 }
 
@@ -288,7 +304,7 @@ _se_translator_function _set_se_translator(_se_translator_function translator)
     }
     if (state == nullptr)
         return nullptr;
-    const _se_translator_function before = state->Translator;
+    const _se_translator_function former = state->Translator;
     state->Translator = translator;
-    return before;
+    return former;
 }

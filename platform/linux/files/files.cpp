@@ -249,13 +249,13 @@ DWORD MoveError(int error, const std::string& source)
     return sourceExists ? ERROR_PATH_NOT_FOUND : OpenError(error, source, false);
 }
 
-/// A FILETIME counts steps of 100 ns since the start of the year 1601.
+/// A FILETIME counts ticks of 100 ns since the start of the year 1601.
 FILETIME ToFileTime(const timespec& time)
 {
     constexpr std::int64_t secondsFrom1601To1970 = 11'644'473'600;
-    const auto steps =
+    const auto ticks =
         static_cast<std::uint64_t>((time.tv_sec + secondsFrom1601To1970) * 10'000'000 + time.tv_nsec / 100);
-    return {static_cast<DWORD>(steps), static_cast<DWORD>(steps >> 32U)};
+    return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32U)};
 }
 
 /// Moves a file; an existing target is an error. A file system without RENAME_NOREPLACE needs two steps, and a
@@ -277,8 +277,8 @@ bool MoveWithoutReplacing(const std::string& from, const std::string& to)
 
 }  // namespace
 
-// The share mode, the flags and the template have no effect: every file is shared for reading and writing, as the
-// library asks in each call.
+// The share mode, the flags and the template have no effect: every file is shared for reading and writing, which
+// is what each caller in the library requests.
 HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD, SECURITY_ATTRIBUTES* attributes, DWORD disposition, DWORD, HANDLE)
 {
     const int flags = AccessFlags(access);
@@ -321,13 +321,13 @@ DWORD SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DWORD met
         return Fail(ERROR_INVALID_PARAMETER, INVALID_SET_FILE_POINTER);
     constexpr int origins[] = {SEEK_SET, SEEK_CUR, SEEK_END};  // for FILE_BEGIN, FILE_CURRENT, FILE_END
     // With a high part the distance has 64 bits and its low part no sign; without one it has 32 bits and a sign.
-    const std::int64_t whole = distanceHigh == nullptr
-                                   ? std::int64_t{distance}
-                                   : static_cast<std::int64_t>(std::uint64_t{static_cast<DWORD>(*distanceHigh)} << 32U |
-                                                               static_cast<DWORD>(distance));
+    const std::int64_t offset =
+        distanceHigh == nullptr ? std::int64_t{distance}
+                                : static_cast<std::int64_t>(std::uint64_t{static_cast<DWORD>(*distanceHigh)} << 32U |
+                                                            static_cast<DWORD>(distance));
     const off_t before = distanceHigh == nullptr ? lseek(file->File.get(), 0, SEEK_CUR) : 0;
-    const off_t position = lseek(file->File.get(), whole, origins[method]);
-    if (position < 0 && errno == EINVAL && whole < 0)
+    const off_t position = lseek(file->File.get(), offset, origins[method]);
+    if (position < 0 && errno == EINVAL && offset < 0)
         return Fail(ERROR_NEGATIVE_SEEK, INVALID_SET_FILE_POINTER);
     if (position < 0)
         return Fail(layer::ErrorFromErrno(errno), INVALID_SET_FILE_POINTER);
@@ -338,7 +338,7 @@ DWORD SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DWORD met
     }
     // Several processes append to one log. After a seek to the end a write must go to the end that the file has at the
     // time of the write, which another process may have moved. Any other seek ends this.
-    if (!file->SetAppending(method == FILE_END && whole == 0))
+    if (!file->SetAppending(method == FILE_END && offset == 0))
         return Fail(layer::ErrorFromErrno(errno), INVALID_SET_FILE_POINTER);
     if (distanceHigh != nullptr)
         *distanceHigh = static_cast<LONG>(position >> 32);
@@ -346,20 +346,20 @@ DWORD SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DWORD met
     return Fail(NO_ERROR, static_cast<DWORD>(position));
 }
 
-BOOL ReadFile(HANDLE handle, LPVOID data, DWORD bytes, DWORD* got, void*)
+BOOL ReadFile(HANDLE handle, LPVOID data, DWORD bytes, DWORD* bytesRead, void*)
 {
-    *got = 0;
+    *bytesRead = 0;
     const OpenFile* const file = FindFileWithAccess(&OpenFile::CanRead, handle);
     if (file == nullptr)
         return FALSE;
     // read(2) may return less than the file has; ReadFile does so at the end of the file only.
-    while (*got < bytes) {
-        const ssize_t count = read(file->File.get(), static_cast<char*>(data) + *got, bytes - *got);
+    while (*bytesRead < bytes) {
+        const ssize_t count = read(file->File.get(), static_cast<char*>(data) + *bytesRead, bytes - *bytesRead);
         if (count == 0)
             break;
         if (count < 0 && errno != EINTR)
             return BoolResult(false);
-        *got += count > 0 ? static_cast<DWORD>(count) : 0;
+        *bytesRead += count > 0 ? static_cast<DWORD>(count) : 0;
     }
     return TRUE;
 }

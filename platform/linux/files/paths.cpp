@@ -83,7 +83,7 @@ DWORD TakeDrive(TextView& path, std::string& translated)
     if (const DWORD error = Append(folder, translated); error != ERROR_SUCCESS)
         return error;
     path.remove_prefix(2);
-    // A drive has no current folder of its own here: `C:App.log` means the same as `C:\App.log`.
+    // A drive has no current folder here: `C:App.log` means the same as `C:\App.log`.
     while (StartsWithSeparator(path))
         path.remove_prefix(1);
     if (!translated.ends_with('/'))

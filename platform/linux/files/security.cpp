@@ -125,7 +125,7 @@ unsigned AccessOfEveryone(ACL* acl)
 
 layer::FileMode layer::ModeOf(const SECURITY_ATTRIBUTES* attributes)
 {
-    // This factor copies the octal digit of "other" to owner and group, who are part of everyone.
+    // This factor copies the octal digit of "other" to owner and group, which belong to everyone.
     constexpr unsigned allClasses = S_IXUSR | S_IXGRP | S_IXOTH;
     constexpr unsigned fullAccess = S_IROTH | S_IWOTH;
     const auto* const descriptor =
