@@ -1,5 +1,5 @@
 // The texts of processor faults.
-#include "errors/structured_exception.h"
+#include "errors/structured_exception_text.h"
 
 #include "settings/tag_specification.h"
 

@@ -26,7 +26,8 @@ std::atomic_ref<std::uintptr_t> Owner(CRITICAL_SECTION* section)
 /// value.
 bool IsOwnedByCaller(CRITICAL_SECTION* section)
 {
-    return Owner(section).load(std::memory_order_relaxed) == layer::CurrentThread() && layer::IsLockedInThisProcess(Word(section));
+    return Owner(section).load(std::memory_order_relaxed) == layer::CurrentThread() &&
+           layer::IsLockedInThisProcess(Word(section));
 }
 
 }  // namespace
