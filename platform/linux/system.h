@@ -115,24 +115,28 @@ struct WIN32_FIND_DATAW {
 ///         ERROR_INVALID_PARAMETER, ERROR_INVALID_NAME, another system error
 HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes, DWORD disposition,
                    DWORD flags, HANDLE model);
+
 /// Moves the position of a file. A seek to its end with distance 0 makes every later write append, wherever the end is
 /// by then; any other seek ends that. `distanceHigh` may be null; it holds and receives the high half.
-/// @return the low half of the position, or INVALID_SET_FILE_POINTER, which is a failure only if the last error is not
-/// 0:
+/// @return the low half of the position, or INVALID_SET_FILE_POINTER, which is a failure only if the last error is set:
 ///         ERROR_NEGATIVE_SEEK, ERROR_INVALID_PARAMETER (also for a position that needs the high half),
 ///         ERROR_INVALID_HANDLE
 DWORD SetFilePointer(HANDLE file, LONG distance, LONG* distanceHigh, DWORD method);
+
 /// Reads up to `bytes` at the position; fewer only at the end of the file. `read` must not be null.
 /// @return FALSE with ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED (not opened for reading), or another system error
 BOOL ReadFile(HANDLE file, LPVOID data, DWORD bytes, DWORD* read, void* overlapped);
+
 /// Truncates or extends a file to the position.
 BOOL SetEndOfFile(HANDLE file);
+
 /// Writes all bytes at the position. A write that fails half-way removes its own bytes, unless another writer has
 /// appended since. `written` may be null.
 /// @return FALSE with ERROR_DISK_FULL (also at the process's file size limit), ERROR_ACCESS_DENIED (not opened for
 /// writing),
 ///         ERROR_INVALID_HANDLE, or another system error
 BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, DWORD* written, void* overlapped);
+
 /// Describes the file or folder at `path`; there are no wildcards and no further files. The caller must close the
 /// search with FindClose. @return the search, or INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND,
 /// …
@@ -214,6 +218,7 @@ constexpr DWORD HEAP_ZERO_MEMORY = 8;
 /// @return FALSE with ERROR_INVALID_PARAMETER, ERROR_INVALID_SID (too many)
 BOOL AllocateAndInitializeSid(SID_IDENTIFIER_AUTHORITY* authority, BYTE count, DWORD sub0, DWORD sub1, DWORD sub2,
                               DWORD sub3, DWORD sub4, DWORD sub5, DWORD sub6, DWORD sub7, PSID* sid);
+
 /// The size in bytes of a valid SID.
 DWORD GetLengthSid(PSID sid);
 
@@ -229,6 +234,7 @@ BOOL InitializeAcl(ACL* acl, DWORD bytes, DWORD revision);
 ///         ERROR_REVISION_MISMATCH; the list is unchanged
 BOOL AddAccessDeniedAce(ACL* acl, DWORD revision, DWORD mask, PSID sid);
 BOOL AddAccessAllowedAce(ACL* acl, DWORD revision, DWORD mask, PSID sid);
+
 /// Makes an empty descriptor. @return FALSE with ERROR_UNKNOWN_REVISION, ERROR_INVALID_PARAMETER
 BOOL InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor, DWORD revision);
 
@@ -261,6 +267,7 @@ struct SYSTEMTIME {
 
 using LCID = DWORD;
 constexpr LCID LOCALE_SYSTEM_DEFAULT = 0x800;
+
 /// The local time. A change of the time zone shows within a minute. All fields are zero if the clock shows a time that
 /// has no date.
 void GetLocalTime(SYSTEMTIME* time);
@@ -287,6 +294,7 @@ void OutputDebugStringW(LPCWSTR text);
 constexpr UINT CP_ACP = 0;
 constexpr UINT CP_UTF8 = 65001;
 constexpr DWORD MB_ERR_INVALID_CHARS = 8;
+
 /// Converts wide text to a code page. Length -1 means up to the terminator, and includes it; size 0 returns the size
 /// that is needed. A character that the page lacks becomes `*defaultChar` ('?' for null) and sets `*usedDefault`; for
 /// UTF-8 both must be null, and an unpaired surrogate becomes U+FFFD.
@@ -295,6 +303,7 @@ constexpr DWORD MB_ERR_INVALID_CHARS = 8;
 ///         an unknown code page)
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int wideUnits, LPSTR narrow, int narrowBytes,
                         LPCSTR defaultChar, BOOL* usedDefault);
+
 /// Converts text of a code page to wide text; lengths as above, in units. Malformed bytes become a replacement
 /// character, or fail with MB_ERR_INVALID_CHARS.
 /// @return the units written, or 0 with ERROR_INSUFFICIENT_BUFFER, ERROR_NO_UNICODE_TRANSLATION, ERROR_INVALID_FLAGS,
@@ -315,6 +324,7 @@ constexpr DWORD FORMAT_MESSAGE_FROM_STRING = 0x400;
 constexpr DWORD FORMAT_MESSAGE_FROM_HMODULE = 0x800;
 constexpr DWORD FORMAT_MESSAGE_FROM_SYSTEM = 0x1000;
 constexpr DWORD FORMAT_MESSAGE_ARGUMENT_ARRAY = 0x2000;
+
 /// Formats a message: the text `source` (FROM_STRING), the text of number `message` in a module's message table
 /// (FROM_HMODULE; null: the program), or the system's sentence for it (FROM_SYSTEM), with inserts from the list or the
 /// array `arguments`. With ALLOCATE_BUFFER `buffer` is a pointer to a pointer, which receives memory that the caller
@@ -325,6 +335,7 @@ constexpr DWORD FORMAT_MESSAGE_ARGUMENT_ARRAY = 0x2000;
 DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD message, DWORD language, LPWSTR buffer, DWORD size,
                      va_list* arguments);
 constexpr DWORD LANG_USER_DEFAULT = 0x400;
+
 /// Memory that the caller must release with LocalFree, not zeroed. @return null with ERROR_OUTOFMEMORY
 void* LocalAlloc(UINT flags, SIZE_T bytes);
 
