@@ -78,7 +78,7 @@ LONG CLog::LogDebug(LONG bit, const unsigned short* format, const unsigned short
 LONG CLog::Log(std::basic_string_view<unsigned short> tag, std::basic_string_view<unsigned short> source,
                std::basic_string_view<unsigned short> text)
 {
-    // The mutex belongs to one thread of one process, so it keeps apart the threads of this process too.
+    // A named mutex belongs to a thread, so it also keeps the threads of this process apart.
     const MutexHold hold(LogMutex, RecordWaitMilliseconds);
     if (hold.result() == WAIT_TIMEOUT)
         return logging::NotObtained;
@@ -95,7 +95,7 @@ LONG CLog::Log(std::basic_string_view<unsigned short> tag, std::basic_string_vie
 LONG CLog::WriteLine(std::basic_string_view<unsigned short> tag, std::basic_string_view<unsigned short> source,
                      std::basic_string_view<unsigned short> text)
 {
-    // A log that is closed writes nothing, and that is not a failure.
+    // Without a file nothing is written, and that is not a failure.
     if (LogFile == nullptr || LogFile == INVALID_HANDLE_VALUE)
         return 0;
     // Nothing is written before the whole line exists, so an exception leaves no part of it in the file.

@@ -55,7 +55,7 @@ void logging::CutStump(HANDLE file)
         !ReadFile(file, tail, static_cast<DWORD>(size - start), &got, nullptr))
         return;
     const DWORD end = EndOfLastLine(tail, got);
-    // No log has written a file that has no line end near its end: it is not cut.
+    // A file without a line end near its end was not written by a log, and is not cut.
     if (end != 0 && end != got && SeekFromEnd(file, start + end - size) == start + end)
         SetEndOfFile(file);
 }
