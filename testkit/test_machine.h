@@ -10,8 +10,10 @@ namespace testkit {
 
 class TestMachine {
 public:
+    TestMachine() : Settings(Folder) {}
+
     const ScratchFolder Folder;
-    const SettingsStore Settings{Folder};
+    const SettingsStore Settings;
 };
 
 }  // namespace testkit
