@@ -5,9 +5,7 @@
 #include "testkit/test_process.h"
 #include "testkit/whole_log.h"
 
-#include <atomic>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
 using namespace utility::literals;
@@ -85,30 +83,6 @@ TEST(DebugMask, RefusesBitsOutsideTheMaskBeforeFormatting)
         EXPECT_EQ(log->LogDebug(1, u"%s%s%s%s"_w, u"Test"_w), 0);
     });
     EXPECT_EQ(testkit::Texts(machine.Log).size(), 5U);
-}
-
-TEST(DebugMask, ThrowsRefusalsInTheCallingThread)
-{
-    const LogMachine machine;
-    RunAlone(machine, [](const LogMachine&) {
-        CLog* const log = CLog::GetInstance();
-        std::atomic<int> caught{0};
-        std::vector<std::thread> threads;
-        for (LONG bit = 64; bit < 68; ++bit) {
-            threads.emplace_back([log, bit, &caught] {
-                for (int i = 0; i < 250; ++i) {
-                    try {
-                        log->LogDebug(bit, u"never"_w, u"Test"_w);
-                    } catch (const std::out_of_range&) {
-                        ++caught;
-                    }
-                }
-            });
-        }
-        for (std::thread& thread : threads)
-            thread.join();
-        EXPECT_EQ(caught, 1000);
-    });
 }
 
 TEST(DebugMask, IsReadOnceForEachOpening)

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace {
 
 const std::string Whole = "19/11/2005 09:09:12.045 | 00000a3c | 00000ff4 | INFO |          Log | Log opened\r\n";
@@ -94,11 +96,9 @@ TEST(Ledger, FindsEachKindOfFault)
         for (const unsigned number : row.Numbers)
             ledger.Enter({1, 0, number});
         const testkit::Findings found = ledger.Close();
-        EXPECT_EQ(found.Lost, row.Lost) << row.Name;
-        EXPECT_EQ(found.Duplicated, row.Duplicated) << row.Name;
-        EXPECT_EQ(found.Misplaced, row.Misplaced) << row.Name;
-        EXPECT_EQ(found.Unexpected, row.Unexpected) << row.Name;
-        EXPECT_EQ(found.Unreported, row.Unreported) << row.Name;
+        EXPECT_EQ(std::tie(found.Lost, found.Duplicated, found.Misplaced, found.Unexpected, found.Unreported),
+                  std::tie(row.Lost, row.Duplicated, row.Misplaced, row.Unexpected, row.Unreported))
+            << row.Name;
     }
     for (const testkit::Mark& stranger : {testkit::Mark{0, 0, 1}, testkit::Mark{2, 0, 1}, testkit::Mark{1, 1, 1}}) {
         const testkit::ScratchFolder folder;

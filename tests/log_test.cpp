@@ -11,6 +11,7 @@
 #include "testkit/whole_log.h"
 
 #include <algorithm>
+#include <chrono>
 #include <map>
 #include <regex>
 #include <thread>
@@ -43,6 +44,15 @@ protected:
         Machine.SetLog(Machine.Log, "",
                        testkit::Section("HKEY_LOCAL_MACHINE\\Other",
                                         testkit::TextValue("FilePath", (Machine.Folder / "Other.log").string())));
+    }
+
+    /// Has the log open from the opening of the gate "opened" until it passes the gate "end".
+    static void HoldOpen(const LogMachine& machine)
+    {
+        CLog* const log = CLog::GetInstance();
+        Gate(machine.Folder / "opened").Open();
+        Gate(machine.Folder / "end").Pass();
+        EXPECT_EQ(log->LogInfo(u"still open"_w, u"Test"_w), 0);
     }
 
     const LogMachine Machine;
@@ -96,6 +106,28 @@ TEST_F(Log, WritesWholeRecordsFromOpeningToClosing)
     EXPECT_FALSE(std::filesystem::exists(Machine.Previous)) << "there was nothing to move";
 }
 
+TEST_F(Log, RecordsHaveTheTimeOfTheirCall)
+{
+    RunAlone(Machine, [](const LogMachine&) {
+        CLog* const log = CLog::GetInstance();
+        std::this_thread::sleep_for(std::chrono::seconds(1));  // the records of the opening have another second
+        SYSTEMTIME now;
+        GetLocalTime(&now);
+        log->LogInfo(u"%d:%d:%d.%d"_w, u"Test"_w, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds);
+    });
+    const auto milliseconds = [](std::string_view time) {
+        int hour = 0, minute = 0, second = 0, rest = 0;
+        EXPECT_EQ(std::sscanf(std::string(time).c_str(), "%d:%d:%d.%d", &hour, &minute, &second, &rest), 4) << time;
+        return ((hour * 60 + minute) * 60 + second) * 1000 + rest;
+    };
+    const testkit::LogFile log = testkit::WholeLog(Machine.Log);
+    ASSERT_EQ(log.Records().size(), 5U);
+    const testkit::Record& record = log.Records()[2];
+    constexpr int day = 24 * 60 * 60 * 1000;
+    const int late = milliseconds(record.Time.substr(record.Time.rfind(' ') + 1)) - milliseconds(record.Text);
+    EXPECT_LT((late + day) % day, 30000) << record.Line;
+}
+
 TEST_F(Log, CutsTheTextAndNothingElse)
 {
     RunAlone(Machine, [](const LogMachine&) {
@@ -119,22 +151,18 @@ TEST_F(Log, RollsOverWhenTheFamilyHasEnded)
     testkit::WriteFile(Machine.Log, "old");
     const Gate opened(Machine.Folder / "opened");
     const Gate end(Machine.Folder / "end");
-    TestProcess first(Machine, [](const LogMachine& machine) {
-        CLog::GetInstance();
-        Gate(machine.Folder / "opened").Open();
-        Gate(machine.Folder / "end").Pass();
-    });
+    TestProcess first(Machine, HoldOpen);
     opened.Pass();
     EXPECT_EQ(testkit::ReadFile(Machine.Previous), "old");
     RunAlone(Machine, [](const LogMachine&) { CLog::GetInstance()->LogInfo(u"second"_w, u"Test"_w); });
     end.Open();
-    first.Wait();
+    EXPECT_EQ(first.Wait(), 0);
     EXPECT_EQ(Strings({"----------", "Log opened", "----------", "Log opened", "second", "Log closing", "-----------",
-                       "Log closing", "-----------"}),
+                       "still open", "Log closing", "-----------"}),
               testkit::Texts(Machine.Log));
     EXPECT_EQ(testkit::ReadFile(Machine.Previous), "old");
     RunAlone(Machine, [](const LogMachine&) { CLog::GetInstance(); });
-    EXPECT_EQ(testkit::Texts(Machine.Previous).size(), 9U);
+    EXPECT_EQ(testkit::Texts(Machine.Previous).size(), 10U);
     EXPECT_EQ(testkit::Texts(Machine.Log).size(), 4U);
 }
 
@@ -180,17 +208,12 @@ TEST_F(Log, DoesNotMoveAnOpenFileThatIsOpenedByAnotherName)
 {
     const Gate opened(Machine.Folder / "opened");
     const Gate end(Machine.Folder / "end");
-    TestProcess first(Machine, [](const LogMachine& machine) {
-        CLog* const log = CLog::GetInstance();
-        Gate(machine.Folder / "opened").Open();
-        Gate(machine.Folder / "end").Pass();
-        EXPECT_EQ(log->LogInfo(u"still here"_w, u"Test"_w), 0);
-    });
+    TestProcess first(Machine, HoldOpen);
     opened.Pass();
     Machine.SetLog(Machine.Folder.path().string() + "/./App.log");
     RunAlone(Machine, [](const LogMachine&) { CLog::GetInstance(); });
     end.Open();
-    first.Wait();
+    EXPECT_EQ(first.Wait(), 0);
     EXPECT_EQ(testkit::Texts(Machine.Log).size(), 9U);
     EXPECT_FALSE(std::filesystem::exists(Machine.Previous));
 }

@@ -1,6 +1,5 @@
 // The settings: each accessor, the protected operations, and texts of the library.
 #include "tessmaru/settings.h"
-#include "settings/tag_specification.h"
 #include "testkit/known_modules.h"
 #include "testkit/settings_text.h"
 #include "testkit/test_machine.h"
@@ -10,7 +9,6 @@
 
 #include <functional>
 
-using namespace tag_specification;
 using namespace utility::literals;
 using testkit::Narrow;
 using testkit::Wide;
@@ -88,14 +86,13 @@ TEST_F(Settings, EveryAccessorReadsItsValueAndHasItsDefault)
 
 TEST_F(Settings, FlagsCompareTheWholeTextWithoutCase)
 {
-    struct Case {
+    const struct {
         const char* Text;
         bool ValidationDisabled;
         bool Async;
         bool Sync;
         bool Encrypted;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {nullptr, false, false, false, true},  {"", false, false, false, true},
         {"y", true, false, false, true},       {"Y", true, false, false, true},
         {"yes", false, false, false, true},    {" Y", false, false, false, true},
@@ -105,7 +102,7 @@ TEST_F(Settings, FlagsCompareTheWholeTextWithoutCase)
         {"no", false, false, false, true},     {" n", false, false, false, true},
         {"0", false, false, false, true},      {"\xC3\x9D", false, false, false, true},
     };
-    for (const Case& flag : cases) {
+    for (const auto& flag : cases) {
         const std::string value = flag.Text == nullptr ? "" : "=\"" + std::string(flag.Text) + "\"\r\n";
         if (flag.Text != nullptr)
             Machine.Settings.Set("[" + Root + "Tag Server]\r\n\"ValidationDisabled\"" + value +
@@ -176,18 +173,6 @@ TEST(Strings, RowsOfTheLibraryAndOfOthers)
     EXPECT_EQ(Narrow(utility::genStringFromResourceModule(library, 260, nullptr)), "Token Processing");
     EXPECT_EQ(Narrow(utility::genStringFromResourceModule(library, 999, nullptr)), "");
     EXPECT_EQ(Narrow(utility::genStringFromResourceModule(testkit::SystemModule(), 260, nullptr)), "");
-}
-
-TEST(TagSpecification, TextsAreExact)
-{
-    EXPECT_EQ(EmptyString, wstring());
-    EXPECT_EQ(Narrow(SpecDecimalPlacesColumn), "SPEC.Decimal Places");
-    EXPECT_EQ(Narrow(ProtocolDecimalPlacesColumn), "Protocol.Decimal Places");
-    EXPECT_EQ(Narrow(SpecDefaultValueColumn), "SPEC.DefaultValue");
-    EXPECT_EQ(Narrow(TagServerReadWriteFlagColumn), "TagServer.ReadWriteFlag");
-    EXPECT_EQ(Narrow(FrequencyOffsetHzType), "FrequencyOffset - Hz");
-    EXPECT_EQ(Narrow(EnumType), "Enum -");
-    EXPECT_EQ(Narrow(LevelType), "Level - ");
 }
 
 }  // namespace

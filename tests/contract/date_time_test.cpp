@@ -112,20 +112,16 @@ TEST(Time, InvalidTimesAreRefused)
             0, format(LOCALE_SYSTEM_DEFAULT, 0, &time, nullptr, size == 32 ? platform::Wide(buffer) : nullptr, size));
         return GetLastError();
     };
-    const SYSTEMTIME dates[] = {{1600, 1, 0, 1, 0, 0, 0, 0},
-                                {2026, 0, 0, 1, 0, 0, 0, 0},
-                                {2026, 13, 0, 1, 0, 0, 0, 0},
-                                {2026, 1, 0, 0, 0, 0, 0, 0},
-                                {2026, 4, 0, 31, 0, 0, 0, 0}};
-    for (const SYSTEMTIME& date : dates)
-        EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(GetDateFormatW, date))
-            << date.wYear << '-' << date.wMonth << '-' << date.wDay;
-    const SYSTEMTIME times[] = {{2026, 1, 0, 1, 24, 0, 0, 0},
-                                {2026, 1, 0, 1, 0, 60, 0, 0},
-                                {2026, 1, 0, 1, 0, 0, 60, 0},
-                                {2026, 1, 0, 1, 0, 0, 0, 1000}};
-    for (const SYSTEMTIME& time : times)
-        EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(GetTimeFormatW, time));
+    const struct {
+        Formatter Format;
+        SYSTEMTIME Time;
+    } rows[] = {{GetDateFormatW, {1600, 1, 0, 1, 0, 0, 0, 0}},   {GetDateFormatW, {2026, 0, 0, 1, 0, 0, 0, 0}},
+                {GetDateFormatW, {2026, 13, 0, 1, 0, 0, 0, 0}},  {GetDateFormatW, {2026, 1, 0, 0, 0, 0, 0, 0}},
+                {GetDateFormatW, {2026, 4, 0, 31, 0, 0, 0, 0}},  {GetTimeFormatW, {2026, 1, 0, 1, 24, 0, 0, 0}},
+                {GetTimeFormatW, {2026, 1, 0, 1, 0, 60, 0, 0}},  {GetTimeFormatW, {2026, 1, 0, 1, 0, 0, 60, 0}},
+                {GetTimeFormatW, {2026, 1, 0, 1, 0, 0, 0, 1000}}};
+    for (const auto& row : rows)
+        EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(row.Format, row.Time)) << &row - rows;
     for (const Formatter format : {GetDateFormatW, GetTimeFormatW}) {
         EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(format, Afternoon, -1));
         EXPECT_EQ(ERROR_INVALID_PARAMETER, refusal(format, Afternoon, 31));

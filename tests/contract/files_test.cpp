@@ -51,6 +51,11 @@ public:
 
 class Files : public testing::Test {
 protected:
+    struct Refusal {
+        const char* Name;
+        DWORD Error;
+    };
+
     static bool Write(HANDLE file, std::string_view text)
     {
         DWORD written = 99;
@@ -308,21 +313,13 @@ TEST_F(Files, OpenFileIsNeitherMovedNorDeleted)
     testkit::RunAlone(Machine, keeps);
     CloseHandle(file);
     EXPECT_TRUE(Machine.Move("file", "moved"));
-    EXPECT_TRUE(Machine.Delete("moved"));
+    const auto dies = [](const FileMachine& machine) {
+        machine.Open(OPEN_EXISTING, "moved");
+        testkit::Die();
+    };
+    EXPECT_NE(testkit::TestProcess(Machine, dies).Wait(), 0);
+    EXPECT_TRUE(Machine.Delete("moved")) << "the death of the holder has closed it";
     EXPECT_FALSE(Machine.Has("file") || Machine.Has("moved"));
-}
-
-TEST_F(Files, DeathOfTheHolderClosesTheFile)
-{
-    EXPECT_NE(testkit::TestProcess(Machine,
-                                   [](const FileMachine& machine) {
-                                       machine.Open(OPEN_ALWAYS);
-                                       testkit::Die();
-                                   })
-                  .Wait(),
-              0);
-    EXPECT_TRUE(Machine.Has("file"));
-    EXPECT_TRUE(Machine.Delete("file"));
 }
 
 TEST_F(Files, MoveReplacesNothing)
@@ -353,10 +350,7 @@ TEST_F(Files, DeleteReportsWhatIsMissing)
 {
     std::filesystem::create_directory(Machine.Folder / "folder");
     Machine.Put("plain", "");
-    const struct {
-        const char* Name;
-        DWORD Error;
-    } rows[] = {
+    const Refusal rows[] = {
         {"none", ERROR_FILE_NOT_FOUND},
         {"missing\\none", ERROR_PATH_NOT_FOUND},
         {"plain\\none", ERROR_PATH_NOT_FOUND},
@@ -397,10 +391,7 @@ TEST_F(Files, SearchDescribesTheFile)
     EXPECT_TRUE(FindClose(search));
     EXPECT_EQ(Refused(FindClose(INVALID_HANDLE_VALUE) != FALSE), DWORD{ERROR_INVALID_HANDLE});
 
-    const struct {
-        const char* Name;
-        DWORD Error;
-    } rows[] = {
+    const Refusal rows[] = {
         {"none", ERROR_FILE_NOT_FOUND},     {"folder\\none", ERROR_FILE_NOT_FOUND},
         {"folder\\", ERROR_FILE_NOT_FOUND}, {"missing\\none", ERROR_PATH_NOT_FOUND},
         {"Q:\\none", ERROR_PATH_NOT_FOUND},

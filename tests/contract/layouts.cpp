@@ -1,4 +1,5 @@
-// Contract of the records of the platform: the compiler checks their published layouts on each platform.
+// Contract of the records that programs or files share with the library: the compiler checks their published layouts on
+// each platform.
 #include "system.h"
 
 #include <cstddef>
@@ -20,19 +21,6 @@ static_assert(LONG(-1) < 0 && HRESULT(-1) < 0 && LSTATUS(-1) < 0 && ULONG(-1) > 
 
 static_assert(Is<GUID, 16, 4>);
 static_assert(offsetof(GUID, Data2) == 4 && offsetof(GUID, Data3) == 6 && offsetof(GUID, Data4) == 8);
-
-static_assert(Is<FILETIME, 8, 4> && offsetof(FILETIME, dwHighDateTime) == 4);
-
-static_assert(Is<WIN32_FIND_DATAW, 592, 4>);
-static_assert(offsetof(WIN32_FIND_DATAW, ftLastWriteTime) == 20 && offsetof(WIN32_FIND_DATAW, nFileSizeHigh) == 28);
-static_assert(offsetof(WIN32_FIND_DATAW, nFileSizeLow) == 32 && offsetof(WIN32_FIND_DATAW, cFileName) == 44);
-static_assert(offsetof(WIN32_FIND_DATAW, cAlternateFileName) == 564);
-
-static_assert(Is<SYSTEMTIME, 16, 2>);
-static_assert(offsetof(SYSTEMTIME, wMonth) == 2 && offsetof(SYSTEMTIME, wDayOfWeek) == 4);
-static_assert(offsetof(SYSTEMTIME, wDay) == 6 && offsetof(SYSTEMTIME, wHour) == 8 &&
-              offsetof(SYSTEMTIME, wMinute) == 10);
-static_assert(offsetof(SYSTEMTIME, wSecond) == 12 && offsetof(SYSTEMTIME, wMilliseconds) == 14);
 
 static_assert(Is<ULONG_PTR, Pointer, Pointer> && EXCEPTION_MAXIMUM_PARAMETERS == 15);
 static_assert(sizeof(EXCEPTION_RECORD) == (Pointer == 8 ? 152 : 80) && alignof(EXCEPTION_RECORD) == Pointer);
@@ -78,13 +66,6 @@ static_assert(offsetof(VS_FIXEDFILEINFO, dwFileVersionMS) == 8 && offsetof(VS_FI
 static_assert(offsetof(VS_FIXEDFILEINFO, dwProductVersionMS) == 16);
 static_assert(offsetof(VS_FIXEDFILEINFO, dwProductVersionLS) == 20 && offsetof(VS_FIXEDFILEINFO, dwFileFlags) == 28);
 static_assert(offsetof(VS_FIXEDFILEINFO, dwFileOS) == 32 && offsetof(VS_FIXEDFILEINFO, dwFileType) == 36);
-static_assert(Is < MODULEENTRY32W, Pointer == 8 ? 1080 : 1064, Pointer >);
-static_assert(offsetof(MODULEENTRY32W, th32ProcessID) == 8 && offsetof(MODULEENTRY32W, ProccntUsage) == 16);
-static_assert(offsetof(MODULEENTRY32W, modBaseAddr) == (Pointer == 8 ? 24 : 20));
-static_assert(offsetof(MODULEENTRY32W, modBaseSize) == (Pointer == 8 ? 32 : 24));
-static_assert(offsetof(MODULEENTRY32W, hModule) == (Pointer == 8 ? 40 : 28));
-static_assert(offsetof(MODULEENTRY32W, szModule) == (Pointer == 8 ? 48 : 32));
-static_assert(offsetof(MODULEENTRY32W, szExePath) == (Pointer == 8 ? 560 : 544));
 
 // The conversion of a system error to a code.
 static_assert(HRESULT_FROM_WIN32(5) == static_cast<HRESULT>(0x80070005) && HRESULT_FROM_WIN32(0) == 0);

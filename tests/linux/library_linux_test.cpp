@@ -6,6 +6,7 @@
 #include "testkit/whole_log.h"
 
 #include <csignal>
+#include <string_view>
 
 #include <unistd.h>
 
@@ -36,53 +37,28 @@ TEST(LibraryOnLinux, GivesNoLogAfterTheEndOfTheProgram)
     EXPECT_EQ(testkit::Texts(machine.Log).size(), 4U);
 }
 
-TEST(LibraryOnLinux, LeavesNothingOpen)
+TEST(LibraryOnLinux, LeavesNothingOpenAndTheSignalsOfTheProgramAsTheyWere)
 {
     const LogMachine machine;
     RunAlone(machine, [](const LogMachine&) {
+        constexpr int signals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGXFSZ};
         const int descriptors = testkit::OpenHandles();
-        for (int round = 0; round < 3; ++round) {
-            LoadedLibrary library;
-            ASSERT_NE(library.OpenLog(), nullptr);
-            EXPECT_TRUE(library.Unload());
-            EXPECT_EQ(testkit::OpenHandles(), descriptors);
-        }
-    });
-}
-
-TEST(LibraryOnLinux, LeavesTheHandlersOfFaultsAsTheyWere)
-{
-    const LogMachine machine;
-    RunAlone(machine, [](const LogMachine&) {
-        for (const bool logFirst : {true, false}) {
-            for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP})
-                std::signal(signal, SIG_IGN);
-            LoadedLibrary library;
-            if (logFirst)
-                library.OpenLog();
-            const auto setTranslator = library.Find<decltype(_set_se_translator)>("_set_se_translator");
-            setTranslator([](unsigned int, EXCEPTION_POINTERS*) {});
-            if (!logFirst)
-                library.OpenLog();
-            EXPECT_TRUE(library.Unload());
-            for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP})
-                EXPECT_EQ(std::signal(signal, SIG_DFL), SIG_IGN) << signal;
-        }
-    });
-}
-
-TEST(LibraryOnLinux, LeavesTheSignalsOfTheProgramAsTheyWere)
-{
-    const LogMachine machine;
-    RunAlone(machine, [](const LogMachine&) {
-        for (const auto handler : {SIG_DFL, SIG_IGN}) {
-            std::signal(SIGBUS, handler);
-            std::signal(SIGXFSZ, handler);
-            LoadedLibrary library;
-            library.OpenLog();
-            library.Unload();
-            EXPECT_EQ(std::signal(SIGBUS, SIG_DFL), handler);
-            EXPECT_EQ(std::signal(SIGXFSZ, SIG_DFL), handler);
+        for (const auto handler : {SIG_IGN, SIG_DFL}) {
+            for (const std::string_view steps : {"log", "log translator", "translator log"}) {
+                for (const int signal : signals)
+                    std::signal(signal, handler);
+                LoadedLibrary library;
+                const auto setTranslator = library.Find<decltype(_set_se_translator)>("_set_se_translator");
+                if (steps.starts_with("translator"))
+                    setTranslator([](unsigned int, EXCEPTION_POINTERS*) {});
+                ASSERT_NE(library.OpenLog(), nullptr);
+                if (steps.ends_with("translator"))
+                    setTranslator([](unsigned int, EXCEPTION_POINTERS*) {});
+                EXPECT_TRUE(library.Unload());
+                EXPECT_EQ(testkit::OpenHandles(), descriptors) << steps;
+                for (const int signal : signals)
+                    EXPECT_EQ(std::signal(signal, SIG_DFL), handler) << signal << " after " << steps;
+            }
         }
     });
 }

@@ -22,6 +22,7 @@ constexpr UINT Western = 1252;
 TEST(TextConversionOnLinux, ResultsThatTheContractLeavesOpen)
 {
     EXPECT_EQ(wstring{0x80}, ToWide(54936, "\x81\x30\x81\x30"));
+    EXPECT_EQ(wstring{0x218}, ToWide(28606, "\xAA")) << "the last ISO page";
     EXPECT_EQ((wstring{'a', '?', 'b'}), ToWide(20127,
                                                "a\xE4"
                                                "b"));

@@ -15,33 +15,28 @@ using testkit::Narrow;
 using testkit::Wide;
 
 /// Formats into `count` units, at most 32.
-std::string Counted(std::size_t count, const char* format, ...)
+utility::wstring Units(std::size_t count, const char* format, ...)
 {
     unsigned short buffer[32];
     va_list arguments;
     va_start(arguments, format);
     const int result = _vsnwprintf(buffer, count, Wide(format).c_str(), arguments);
     va_end(arguments);
-    return Narrow({buffer, result < 0 ? count : static_cast<std::size_t>(result)});
+    return {buffer, result < 0 ? count : static_cast<std::size_t>(result)};
+}
+
+template <class... Values>
+std::string Counted(std::size_t count, const char* format, Values... values)
+{
+    return Narrow(Units(count, format, values...));
 }
 
 TEST(TextFormatOnLinux, NarrowTextIsUtf8ByDefault)
 {
     testkit::TestMachine machine;
     machine.Settings.Set("");
-    unsigned short buffer[8];
-    const auto print = [&](const char* format, ...) {
-        va_list arguments;
-        va_start(arguments, format);
-        const int result = _vsnwprintf(buffer, 8, Wide(format).c_str(), arguments);
-        va_end(arguments);
-        return result;
-    };
-    ASSERT_EQ(3, print("%S", "\xC3\xA4\xF0\x9F\x98\x80"));
-    const unsigned short expected[] = {0xE4, 0xD83D, 0xDE00, 0};
-    EXPECT_EQ(0, std::memcmp(expected, buffer, sizeof expected));
-    EXPECT_EQ(5, print("%5S", "\xC3\xA4"));
-    EXPECT_EQ(0xE4, buffer[4]);
+    EXPECT_EQ((utility::wstring{0xE4, 0xD83D, 0xDE00}), Units(8, "%S", "\xC3\xA4\xF0\x9F\x98\x80"));
+    EXPECT_EQ((utility::wstring{' ', ' ', ' ', ' ', 0xE4}), Units(8, "%5S", "\xC3\xA4"));
     EXPECT_EQ("a?b", Counted(8, "%hs",
                              "a\xFF"
                              "b"));

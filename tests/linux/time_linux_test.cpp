@@ -10,10 +10,12 @@
 #include <chrono>
 #include <ctime>
 #include <gtest/gtest.h>
+#include <thread>
 #include <vector>
 
 namespace {
 
+using namespace std::chrono_literals;
 using testkit::Narrow;
 using testkit::Wide;
 
@@ -43,54 +45,44 @@ TEST(TimeOnLinux, ResultsThatTheContractLeavesOpen)
     EXPECT_EQ(ERROR_INVALID_FLAGS, GetLastError());
 }
 
-/// Checks the short date in a process that starts with this pattern in the store.
-int ShortDateIs(const std::string& pattern, const std::string& expected)
+/// Runs `work` in a process that starts with this short date in the store. @return its exit status
+template <class Work>
+int WithShortDate(const std::string& pattern, Work work)
 {
-    testkit::TestMachine machine;
+    const testkit::TestMachine machine;
     machine.Settings.Set("[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"" + pattern +
                          "\"\r\n");
-    return testkit::Child([&] {
-               const std::string first = Print(GetDateFormatW, Afternoon, nullptr);
-               machine.Settings.Set("");  // it is read once: a change counts for the next process
-               return first == expected && Print(GetDateFormatW, Afternoon, nullptr) == expected ? 0 : 1;
-           })
-        .Wait();
+    return testkit::Child([&] { return work(machine) ? 0 : 1; }).Wait();
 }
 
 TEST(TimeOnLinux, ShortDateIsASettingOfTheMachine)
 {
-    EXPECT_EQ(0, ShortDateIs("dd.MM.yyyy", "07.03.2026"));
-    EXPECT_EQ(0, ShortDateIs("M/d/yyyy", "3/7/2026"));
-    EXPECT_EQ(0, ShortDateIs("dddd, d MMMM yyyy", "Saturday, 7 March 2026"));
-    EXPECT_EQ(0, ShortDateIs(std::string(80, '-'), std::string(80, '-')));
-    // A longer pattern than the platform allows counts as missing.
-    EXPECT_NE(0, ShortDateIs(std::string(81, '-'), std::string(81, '-')));
+    const struct {
+        std::string Pattern;
+        std::string Expected;
+    } rows[] = {{"dd.MM.yyyy", "07.03.2026"},
+                {"M/d/yyyy", "3/7/2026"},
+                {"dddd, d MMMM yyyy", "Saturday, 7 March 2026"},
+                {std::string(80, '-'), std::string(80, '-')},
+                {std::string(81, '-'), "2026-03-07"}};  // longer than the platform allows, so as if it were missing
+    for (const auto& row : rows) {
+        EXPECT_EQ(0, WithShortDate(row.Pattern,
+                                   [&row](const testkit::TestMachine& machine) {
+                                       const std::string first = Print(GetDateFormatW, Afternoon, nullptr);
+                                       machine.Settings.Set("");  // a change counts for the next process
+                                       return first == row.Expected &&
+                                              Print(GetDateFormatW, Afternoon, nullptr) == row.Expected;
+                                   }))
+            << row.Pattern;
+    }
 }
 
 TEST(TimeOnLinux, FailedReadOfTheShortDateIsRepeated)
 {
-    testkit::TestMachine machine;
-    machine.Settings.Set("[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"dd.MM.yyyy\"\r\n");
-    EXPECT_EQ(0, testkit::Child([] {
-                     const std::string without =
-                         testkit::WithoutDescriptors([] { return Print(GetDateFormatW, Afternoon, nullptr); });
-                     const std::string with = Print(GetDateFormatW, Afternoon, nullptr);
-                     return without == "2026-03-07" && with == "07.03.2026" ? 0 : 1;
-                 }).Wait());
-}
-
-TEST(TimeOnLinux, LongShortDateDoesNotFitTheBufferOfTheLog)
-{
-    testkit::TestMachine machine;
-    machine.Settings.Set(
-        "[HKEY_USERS\\.DEFAULT\\Control Panel\\International]\r\n\"sShortDate\"=\"dddd, d MMMM yyyy\"\r\n");
-    EXPECT_EQ(0, testkit::Child([] {
-                     unsigned short buffer[20];
-                     return GetDateFormatW(LOCALE_SYSTEM_DEFAULT, 0, &Afternoon, nullptr, buffer, 20) == 0 &&
-                                    GetLastError() == ERROR_INSUFFICIENT_BUFFER
-                                ? 0
-                                : 1;
-                 }).Wait());
+    EXPECT_EQ(0, WithShortDate("dd.MM.yyyy", [](const testkit::TestMachine&) {
+                  const auto print = [] { return Print(GetDateFormatW, Afternoon, nullptr); };
+                  return testkit::WithoutDescriptors(print) == "2026-03-07" && print() == "07.03.2026";
+              }));
 }
 
 TEST(TimeOnLinux, LocaleFiles)
@@ -145,26 +137,24 @@ std::time_t Now()
     return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
 }
 
-/// Compares the local time with the C library's. @return the exit status of a process that starts in this zone.
+/// Compares the local time with the C library's. @return the exit status of a process that starts in this zone
 int LocalTimeAgrees()
 {
-    for (int i = 0; i < 3; ++i) {
-        const std::time_t before = Now();
-        SYSTEMTIME time{};
-        GetLocalTime(&time);
-        const std::time_t after = Now();
-        bool agrees = false;
-        for (std::time_t at = before; at <= after; ++at) {
-            std::tm parts{};
-            localtime_r(&at, &parts);
-            agrees |= time.wYear == parts.tm_year + 1900 && time.wMonth == parts.tm_mon + 1 &&
-                      time.wDay == parts.tm_mday && time.wDayOfWeek == parts.tm_wday && time.wHour == parts.tm_hour &&
-                      time.wMinute == parts.tm_min && time.wSecond == parts.tm_sec && time.wMilliseconds < 1000;
-        }
-        if (!agrees)
-            return 1;
+    const std::time_t before = Now();
+    SYSTEMTIME time{};
+    GetLocalTime(&time);
+    const std::time_t after = Now();
+    char shown[64];
+    std::snprintf(shown, sizeof shown, "%04d-%02d-%02d %d %02d:%02d:%02d", time.wYear, time.wMonth, time.wDay,
+                  time.wDayOfWeek, time.wHour, time.wMinute, time.wSecond);
+    for (std::time_t at = before; at <= after; ++at) {
+        char expected[64];
+        std::tm parts{};
+        std::strftime(expected, sizeof expected, "%Y-%m-%d %w %H:%M:%S", localtime_r(&at, &parts));
+        if (std::string_view(shown) == expected && time.wMilliseconds < 1000)
+            return 0;
     }
-    return 0;
+    return 1;
 }
 
 TEST(TimeOnLinux, LocalTimeFollowsTheZone)
@@ -173,6 +163,17 @@ TEST(TimeOnLinux, LocalTimeFollowsTheZone)
         const testkit::EnvironmentVariable variable("TZ", zone);
         EXPECT_EQ(0, testkit::Child(LocalTimeAgrees).Wait()) << zone;
     }
+}
+
+TEST(TimeOnLinux, ClockCountsFromTheStartOfTheProcess)
+{
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, testkit::Child([before] {
+                     std::this_thread::sleep_for(200ms);
+                     const auto counted = std::chrono::milliseconds(platform::Clock());
+                     const auto most = std::chrono::steady_clock::now() - before + 50ms;
+                     return counted >= 150ms && counted <= most ? 0 : 1;
+                 }).Wait());
 }
 
 }  // namespace
