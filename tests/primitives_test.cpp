@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <future>
 #include <optional>
 #include <thread>
 
@@ -28,28 +29,19 @@ public:
     using CSecurityDescriptor::initSecurityDescriptor;
 };
 
-/// A thread that takes the lock once, and waits for it if it must.
-class Contender {
-public:
-    explicit Contender(CCriticalSection& section)
-        : Thread([this, &section] {
-              section.AttemptLock();
-              Inside = true;
-              section.Unlock();
-          })
-    {
-    }
-    bool GotIn()
-    {
-        Thread.join();
-        return Inside;
-    }
-    bool IsInside() const { return Inside; }
+/// A thread that takes the lock once.
+std::future<void> Contend(CCriticalSection& section)
+{
+    return std::async(std::launch::async, [&section] {
+        section.AttemptLock();
+        section.Unlock();
+    });
+}
 
-private:
-    std::atomic<bool> Inside{false};
-    std::thread Thread;
-};
+bool Waits(const std::future<void>& contender)
+{
+    return contender.wait_for(std::chrono::milliseconds(50)) == std::future_status::timeout;
+}
 
 TEST(CriticalSection, CountsItsLocksThoughItsFlagDoesNot)
 {
@@ -59,11 +51,10 @@ TEST(CriticalSection, CountsItsLocksThoughItsFlagDoesNot)
     EXPECT_TRUE(section.IsLocked());
     section.Unlock();
     EXPECT_FALSE(section.IsLocked());
-    Contender contender(section);
-    std::this_thread::yield();
-    EXPECT_FALSE(contender.IsInside()) << "the first of two locks is still held";
+    const std::future<void> contender = Contend(section);
+    EXPECT_TRUE(Waits(contender)) << "the first of two locks is still held";
     section.Unlock();
-    EXPECT_TRUE(contender.GotIn());
+    contender.wait();
 }
 
 TEST(CriticalSection, CopiesShareTheLockAndTheLastReleasesIt)
@@ -74,11 +65,10 @@ TEST(CriticalSection, CopiesShareTheLockAndTheLastReleasesIt)
     assigned = copy;
     assigned.Lock();
     EXPECT_FALSE(copy.IsLocked()) << "each copy has its own flag";
-    Contender contender(*first);
-    std::this_thread::yield();
-    EXPECT_FALSE(contender.IsInside());
+    const std::future<void> contender = Contend(*first);
+    EXPECT_TRUE(Waits(contender));
     copy.Unlock();
-    EXPECT_TRUE(contender.GotIn());
+    contender.wait();
     first->Term();
     first->Init();
     first.reset();
@@ -142,11 +132,14 @@ TEST(StopWatch, MeasuresSecondsSinceItsStartAndItsMark)
     OpenWatch watch;
     while (platform::Clock() == before)
         std::this_thread::yield();
+    const auto seconds = [](const utility::wstring& text) { return std::stod(testkit::Narrow(text)); };
     EXPECT_GT(watch.getTimeSince(before), 0);
     const double first = watch.ElapsedTime();
     const double span = watch.Mark();
     EXPECT_GE(span, first) << "the first span starts with the watch";
     const double sinceMark = watch.ElapsedTimeSinceMark();
+    EXPECT_LT(seconds(watch.strElapsedTimeSinceMark()), watch.ElapsedTime());
+    EXPECT_LT(sinceMark, seconds(watch.strElapsedTime()));
     EXPECT_GE(watch.ElapsedTime() - sinceMark, first) << "a mark does not move the start";
     EXPECT_GE(sinceMark, 0);
 }

@@ -1,53 +1,15 @@
-// The list of modules in the log. The source is compiled a second time here, with platform operations that fail where a
-// test says so.
-#include "primitives/unique_handle.h"
+// The list of modules in the log.
 #include "system.h"
-#include "tessmaru/errors.h"
 #include "tessmaru/log.h"
 #include "testkit/known_modules.h"
 #include "testkit/log_machine.h"
 #include "testkit/log_reader.h"
+#include "testkit/open_handles.h"
 #include "testkit/test_process.h"
 #include "testkit/text.h"
 #include "testkit/whole_log.h"
 
 #include <regex>
-
-namespace {
-
-struct {
-    bool Snapshot = false;
-    bool Walk = false;
-} failing;
-
-HANDLE lastSnapshot = nullptr;
-
-HANDLE MayFailToSnapshot(DWORD flags, DWORD process)
-{
-    if (failing.Snapshot) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return INVALID_HANDLE_VALUE;
-    }
-    return lastSnapshot = CreateToolhelp32Snapshot(flags, process);
-}
-
-BOOL MayFailToWalk(HANDLE snapshot, MODULEENTRY32W* entry)
-{
-    return failing.Walk ? FALSE : Module32FirstW(snapshot, entry);
-}
-
-}  // namespace
-
-namespace utility {
-void LogProcessModulesOrFail(utilities::CLog* log);
-}
-#define CreateToolhelp32Snapshot MayFailToSnapshot
-#define Module32FirstW MayFailToWalk
-#define LogProcessModules LogProcessModulesOrFail
-#include "log/process_modules.cpp"
-#undef CreateToolhelp32Snapshot
-#undef Module32FirstW
-#undef LogProcessModules
 
 namespace {
 
@@ -76,6 +38,8 @@ std::string ProcessLine(const char* end)
                   end);
     return line;
 }
+
+const int constant = 0;  // is in the program's module
 
 struct Listed {
     std::uintptr_t Module;
@@ -128,47 +92,28 @@ TEST(ProcessModules, AreAllListed)
                 unsigned short path[1024]{};
                 GetModuleFileNameW(module, platform::Wide(path), 1023);
                 EXPECT_EQ(listed.Name, Narrow(path));
-                EXPECT_EQ(listed.Holds(&failing), module == program) << lines[i];
+                EXPECT_EQ(listed.Holds(&constant), module == program) << lines[i];
             }
         }
         EXPECT_EQ(found, 2) << "once each";
     });
 }
 
+TEST(ProcessModules, LeaveNoHandleOpen)
+{
+    RunAlone(LogMachine(), [](const LogMachine&) {
+        utility::LogProcessModules(CLog::GetInstance());
+        const int handles = testkit::OpenHandles();
+        utility::LogProcessModules(CLog::GetInstance());
+        EXPECT_EQ(testkit::OpenHandles(), handles);
+    });
+}
+
 TEST(ProcessModules, AreNotReadForANullLog)
 {
-    failing.Snapshot = true;
     SetLastError(4711);
-    utility::LogProcessModulesOrFail(nullptr);
+    utility::LogProcessModules(nullptr);
     EXPECT_EQ(GetLastError(), 4711U);
-    failing.Snapshot = false;
-}
-
-TEST(ProcessModules, ReportWhyTheyCannotBeListed)
-{
-    RunAlone(LogMachine(), [](const LogMachine& machine) {
-        failing.Snapshot = true;
-        utility::LogProcessModulesOrFail(CLog::GetInstance());
-        const std::string reason = Narrow(utility::genHResultAsString(E_ACCESSDENIED));
-        EXPECT_NE(reason, "");
-        EXPECT_EQ(ModuleLines(machine),
-                  (std::vector{ProcessLine("follows"), "Unable to log process modules (" + reason + ")"}));
-    });
-}
-
-TEST(ProcessModules, ReportThatTheListCannotBeWalked)
-{
-    RunAlone(LogMachine(), [](const LogMachine& machine) {
-        failing.Walk = true;
-        utility::LogProcessModulesOrFail(CLog::GetInstance());
-        EXPECT_EQ(ModuleLines(machine),
-                  (std::vector<std::string>{ProcessLine("follows"),
-                                            "Unable to log process modules (unable to walk process module list)",
-                                            ProcessLine("complete")}));
-        MODULEENTRY32W module{};
-        module.dwSize = sizeof module;
-        EXPECT_FALSE(Module32FirstW(lastSnapshot, &module)) << "the snapshot is closed all the same";
-    });
 }
 
 }  // namespace

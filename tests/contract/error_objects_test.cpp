@@ -112,6 +112,13 @@ TEST(ErrorObjects, BelongToTheThread)
     EXPECT_EQ(References(*info), before);
 }
 
+utility::wstring MessageOf(const _com_error& failure)
+{
+    const auto* const text = reinterpret_cast<const unsigned short*>(failure.ErrorMessage());
+    EXPECT_EQ(failure.ErrorMessage(), platform::Wide(text)) << "made once";
+    return text;
+}
+
 TEST(ErrorObjects, AreCountedByTheException)
 {
     const Held<ICreateErrorInfo> made = Create();
@@ -121,7 +128,10 @@ TEST(ErrorObjects, AreCountedByTheException)
         const _com_error first(E_FAIL, info.get(), true);
         _com_error second(first);
         EXPECT_EQ(References(*info), before + 2);
+        const utility::wstring message = MessageOf(first);
+        EXPECT_EQ(MessageOf(second), message);
         second = _com_error(E_NOTIMPL);
+        EXPECT_NE(MessageOf(second), message) << "the message belongs to the code";
         EXPECT_EQ(References(*info), before + 1);
         second = first;
         EXPECT_EQ(second.Error(), E_FAIL);
@@ -132,20 +142,15 @@ TEST(ErrorObjects, AreCountedByTheException)
     EXPECT_EQ(References(*info), before);
 }
 
-std::string Message(unsigned code)
-{
-    const _com_error failure(static_cast<HRESULT>(code));
-    const auto* const text = reinterpret_cast<const unsigned short*>(failure.ErrorMessage());
-    EXPECT_EQ(failure.ErrorMessage(), platform::Wide(text)) << "made once";
-    return testkit::Narrow(text);
-}
-
 TEST(ErrorObjects, MessageOfTheException)
 {
-    EXPECT_EQ(Message(0x8004FFFE), "IDispatch error #65022");
-    EXPECT_EQ(Message(0x8004FFFF), "IDispatch error #65023");
-    EXPECT_EQ(Message(0x80050000), "Unknown error 0x80050000");
-    const std::string known = Message(0x80070005);
+    const auto message = [](unsigned code) {
+        return testkit::Narrow(MessageOf(_com_error(static_cast<HRESULT>(code))));
+    };
+    EXPECT_EQ(message(0x8004FFFE), "IDispatch error #65022");
+    EXPECT_EQ(message(0x8004FFFF), "IDispatch error #65023");
+    EXPECT_EQ(message(0x80050000), "Unknown error 0x80050000");
+    const std::string known = message(0x80070005);
     EXPECT_FALSE(known.empty());
     EXPECT_EQ(known.find_first_of("\r\n"), std::string::npos);
 }

@@ -27,41 +27,31 @@ SafeArray CopyOf(const SafeArray& array)
 TEST(SafeArrays, TypesAndTheirFeatures)
 {
     const struct {
-        VARTYPE Type;
+        std::vector<VARTYPE> Types;
         std::size_t Bytes;
         int Features;
-    } rows[] = {{VT_I1, 1, 0x80},
-                {VT_UI1, 1, 0x80},
-                {VT_I2, 2, 0x80},
-                {VT_UI2, 2, 0x80},
-                {VT_BOOL, 2, 0x80},
-                {VT_I4, 4, 0x80},
-                {VT_UI4, 4, 0x80},
-                {VT_INT, 4, 0x80},
-                {VT_UINT, 4, 0x80},
-                {VT_ERROR, 4, 0x80},
-                {VT_R4, 4, 0x80},
-                {VT_R8, 8, 0x80},
-                {VT_I8, 8, 0x80},
-                {VT_UI8, 8, 0x80},
-                {VT_CY, 8, 0x80},
-                {VT_DATE, 8, 0x80},
-                {VT_DECIMAL, 16, 0x80},
-                {VT_BSTR, sizeof(BSTR), 0x180},
-                {VT_VARIANT, sizeof(VARIANT), 0x880},
-                {VT_UNKNOWN, sizeof(void*), 0x240},
-                {VT_DISPATCH, sizeof(void*), 0x440}};
+    } rows[] = {{{VT_I1, VT_UI1}, 1, 0x80},
+                {{VT_I2, VT_UI2, VT_BOOL}, 2, 0x80},
+                {{VT_I4, VT_UI4, VT_INT, VT_UINT, VT_ERROR, VT_R4}, 4, 0x80},
+                {{VT_R8, VT_I8, VT_UI8, VT_CY, VT_DATE}, 8, 0x80},
+                {{VT_DECIMAL}, 16, 0x80},
+                {{VT_BSTR}, sizeof(BSTR), 0x180},
+                {{VT_VARIANT}, sizeof(VARIANT), 0x880},
+                {{VT_UNKNOWN}, sizeof(void*), 0x240},
+                {{VT_DISPATCH}, sizeof(void*), 0x440}};
     for (const auto& row : rows) {
-        const SafeArray array = MakeSafeArray(row.Type, {{2, 0}});
-        ASSERT_NE(array, nullptr) << row.Type;
-        VARTYPE type = 0;
-        EXPECT_EQ(SafeArrayGetVartype(array.get(), &type), S_OK);
-        EXPECT_EQ(type, row.Type);
-        EXPECT_EQ(SafeArrayGetElemsize(array.get()), row.Bytes) << row.Type;
-        EXPECT_EQ(array->fFeatures, row.Features) << row.Type;
-        const std::vector<char> zero(2 * row.Bytes);
-        EXPECT_EQ(std::memcmp(array->pvData, zero.data(), zero.size()), 0) << row.Type;
-        EXPECT_EQ(CopyOf(array)->fFeatures, row.Features) << row.Type;
+        for (const VARTYPE made : row.Types) {
+            const SafeArray array = MakeSafeArray(made, {{2, 0}});
+            ASSERT_NE(array, nullptr) << made;
+            VARTYPE type = 0;
+            EXPECT_EQ(SafeArrayGetVartype(array.get(), &type), S_OK);
+            EXPECT_EQ(type, made);
+            EXPECT_EQ(SafeArrayGetElemsize(array.get()), row.Bytes) << made;
+            EXPECT_EQ(array->fFeatures, row.Features) << made;
+            const std::vector<char> zero(2 * row.Bytes);
+            EXPECT_EQ(std::memcmp(array->pvData, zero.data(), zero.size()), 0) << made;
+            EXPECT_EQ(CopyOf(array)->fFeatures, row.Features) << made;
+        }
     }
     for (const VARTYPE type : {VARTYPE(VT_EMPTY), VARTYPE(VT_NULL), VARTYPE(15), VARTYPE(VT_VOID), VARTYPE(VT_CLSID),
                                VARTYPE(VT_BYREF | VT_I4), VARTYPE(VT_ARRAY | VT_I4)})
@@ -232,16 +222,20 @@ TEST(SafeArrays, ObjectsAreCounted)
 {
     testkit::CountedObject<IUnknown> object;
     {
-        const SafeArray array = MakeSafeArray(VT_UNKNOWN, {{2, 0}});
-        LONG index = 0;
-        ASSERT_EQ(SafeArrayPutElement(array.get(), &index, static_cast<IUnknown*>(&object)), S_OK);
-        EXPECT_EQ(object.References, 2U);
+        const SafeArray array = MakeSafeArray(VT_UNKNOWN, {{3, 0}});
+        for (LONG index = 0; index < 3; ++index)
+            ASSERT_EQ(SafeArrayPutElement(array.get(), &index, static_cast<IUnknown*>(&object)), S_OK);
+        EXPECT_EQ(object.References, 4U);
         IUnknown* got = nullptr;
+        LONG index = 0;
         ASSERT_EQ(SafeArrayGetElement(array.get(), &index, &got), S_OK);
         EXPECT_EQ(got, &object);
-        EXPECT_EQ(object.References, 3U);
+        EXPECT_EQ(object.References, 5U);
         got->Release();
         CopyOf(array);
+        EXPECT_EQ(object.References, 4U);
+        SAFEARRAYBOUND fewer{1, 0};
+        ASSERT_EQ(SafeArrayRedim(array.get(), &fewer), S_OK);
         EXPECT_EQ(object.References, 2U);
     }
     EXPECT_EQ(object.References, 1U);

@@ -109,6 +109,9 @@ TEST(Security, ListRefusesInvalidRecords)
         EXPECT_EQ(Refused(add(list, ACL_REVISION, 1, everyone)), DWORD{ERROR_INVALID_ACL})
             << "a list with a wrong count";
         list->AceCount = 0;
+        ACL zeros[8]{};
+        EXPECT_EQ(Refused(add(zeros, ACL_REVISION, 1, everyone)), DWORD{ERROR_INVALID_ACL}) << "not even a header";
+        EXPECT_EQ(zeros[0].AceCount, 0);
     }
     EXPECT_TRUE(AddAccessAllowedAce(list, ACL_REVISION, 1, everyone));
 }

@@ -145,18 +145,20 @@ TEST(Variants, ReferencesAreNotFollowed)
 
 TEST(Variants, ObjectsAreCounted)
 {
-    CountedObject object;
-    VARIANT source = OfType(VT_UNKNOWN);
-    source.punkVal = &object;
-    VARIANT copy;
-    VariantInit(&copy);
-    ASSERT_EQ(VariantCopy(&copy, &source), S_OK);
-    EXPECT_EQ(object.References, 2U);
-    EXPECT_EQ(VariantClear(&copy), S_OK);
-    EXPECT_EQ(object.References, 1U);
-    source.punkVal = nullptr;
-    EXPECT_EQ(VariantCopy(&copy, &source), S_OK);
-    EXPECT_EQ(VariantClear(&source), S_OK);
+    for (const int type : {VT_UNKNOWN, VT_DISPATCH}) {
+        CountedObject object;
+        VARIANT source = OfType(type);
+        source.punkVal = &object;
+        VARIANT copy;
+        VariantInit(&copy);
+        ASSERT_EQ(VariantCopy(&copy, &source), S_OK);
+        EXPECT_EQ(object.References, 2U) << type;
+        EXPECT_EQ(VariantClear(&copy), S_OK);
+        EXPECT_EQ(object.References, 1U) << type;
+        source.punkVal = nullptr;
+        EXPECT_EQ(VariantCopy(&copy, &source), S_OK);
+        EXPECT_EQ(VariantClear(&source), S_OK);
+    }
 }
 
 TEST(Variants, LockedArrayIsKept)

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <new>
 
 namespace {
@@ -35,130 +36,114 @@ std::vector<_variant_t> ManyVariants()
     return variants;
 }
 
+/// Calls a conversion with each of its allocations failing. It has to report that, by its result or by an exception.
+/// @param after gets whether the conversion has failed, and whether by an exception
+template <class Call, class After>
+void FailEachAllocation(Call call, After after)
+{
+    EXPECT_GT(testkit::FailEachAllocation([&] {
+                  HRESULT result = E_OUTOFMEMORY;
+                  bool thrown = true;
+                  try {
+                      result = call();
+                      thrown = false;
+                  } catch (const _com_error& failure) {
+                      EXPECT_EQ(failure.Error(), E_OUTOFMEMORY);
+                  } catch (const std::bad_alloc&) {
+                  }
+                  EXPECT_EQ(result, testkit::AllocationFailed() ? E_OUTOFMEMORY : S_OK);
+                  after(FAILED(result), thrown);
+              }),
+              2);
+}
+
 TEST(AutomationOnLinux, OutOfMemoryInConversionsToArrays)
 {
-    const std::vector<wstring> strings{testkit::Wide("one"), wstring(), testkit::Wide("three")};
-    const int failures = testkit::FailEachAllocation([&] {
-        SAFEARRAY* array = nullptr;
-        try {
-            const LONG result = Convert::VectStrToSafeArray(strings, &array);
-            EXPECT_TRUE(result == S_OK || (result == E_OUTOFMEMORY && array == nullptr));
-        } catch (const _com_error& failure) {
-            EXPECT_EQ(failure.Error(), E_OUTOFMEMORY);
-            EXPECT_NE(array, nullptr) << "the caller gets what was converted";
-        }
+    SAFEARRAY* array = nullptr;
+    const auto destroy = [&](bool failed, bool thrown) {
+        EXPECT_EQ(array != nullptr, !failed || thrown) << "after an exception the caller has what was converted";
         EXPECT_EQ(SafeArrayDestroy(array), S_OK) << "not locked";
-    });
-    EXPECT_EQ(failures, 2 + 2 * 3);
-
+        array = nullptr;
+    };
+    const std::vector<wstring> strings{testkit::Wide("one"), testkit::Wide("two"), testkit::Wide("three")};
+    FailEachAllocation([&] { return Convert::VectStrToSafeArray(strings, &array); }, destroy);
     const std::vector<_variant_t> variants = ManyVariants();
-    EXPECT_GT(testkit::FailEachAllocation([&] {
-                  SAFEARRAY* array = nullptr;
-                  const LONG result = Convert::VectVariantToSafeArray(variants, &array);
-                  EXPECT_TRUE(result == S_OK || (result == E_OUTOFMEMORY && array == nullptr));
-                  SafeArrayDestroy(array);
-              }),
-              6);
+    FailEachAllocation([&] { return Convert::VectVariantToSafeArray(variants, &array); }, destroy);
+}
+
+template <class Value>
+void ConvertBack(LONG (*convert)(const SAFEARRAY*, std::vector<Value>&), SAFEARRAY* array)
+{
+    std::vector<Value> target;
+    FailEachAllocation([&] { return convert(array, target); },
+                       [&](bool failed, bool) {
+                           EXPECT_EQ(target.size(), failed ? 0U : 3U);
+                           EXPECT_EQ(array->cLocks, 0U);
+                           std::vector<Value>().swap(target);
+                       });
+    SafeArrayDestroy(array);
 }
 
 TEST(AutomationOnLinux, OutOfMemoryInConversionsFromArrays)
 {
-    SAFEARRAY* const strings = MakeStrings({wstring(20, u'a'), wstring(20, u'b'), testkit::Wide("short")});
-    EXPECT_EQ(testkit::FailEachAllocation([&] {
-                  std::vector<wstring> target;
-                  try {
-                      EXPECT_EQ(Convert::SafeArrayToVectStr(strings, target), S_OK);
-                      EXPECT_EQ(target.size(), 3U);
-                  } catch (const std::bad_alloc&) {
-                      EXPECT_TRUE(target.empty());
-                  }
-                  EXPECT_EQ(strings->cLocks, 0U);
-              }),
-              3);
-    SafeArrayDestroy(strings);
-
+    ConvertBack(Convert::SafeArrayToVectStr, MakeStrings({wstring(20, u'a'), wstring(20, u'b'), testkit::Wide("c")}));
     SAFEARRAY* variants = nullptr;
     ASSERT_EQ(Convert::VectVariantToSafeArray(ManyVariants(), &variants), S_OK);
-    EXPECT_GT(testkit::FailEachAllocation([&] {
-                  std::vector<_variant_t> target;
-                  try {
-                      EXPECT_EQ(Convert::SafeArrayToVariant(variants, target), S_OK);
-                      EXPECT_EQ(target.size(), 3U);
-                  } catch (const std::bad_alloc&) {
-                      EXPECT_TRUE(target.empty());
-                  } catch (const _com_error& failure) {
-                      EXPECT_EQ(failure.Error(), E_OUTOFMEMORY);
-                      EXPECT_TRUE(target.empty());
-                  }
-                  EXPECT_EQ(variants->cLocks, 0U);
-              }),
-              4);
-    SafeArrayDestroy(variants);
-}
-
-TEST(SafeArraysOnLinux, InconsistentDescriptorTakesNoNull)
-{
-    SAFEARRAY* const array = MakeStrings({testkit::Wide("old")});
-    const ULONG bytes = array->cbElements;
-    array->cbElements = 2;
-    LONG index = 0;
-    EXPECT_EQ(SafeArrayPutElement(array, &index, nullptr), E_INVALIDARG);
-    array->cbElements = bytes;
-    SafeArrayDestroy(array);
+    ConvertBack(Convert::SafeArrayToVariant, variants);
 }
 
 TEST(AutomationOnLinux, FailureLeavesTheOldValue)
 {
-    VARIANT held{};
-    VARIANT source{};
-    held.vt = source.vt = VT_BSTR;
-    source.bstrVal = SysAllocString(u"new"_w);
-    SAFEARRAY* const array = MakeStrings({testkit::Wide("old")});
-    auto& slot = *static_cast<BSTR*>(array->pvData);
-    for (int n = 1; n <= 3; ++n) {
-        held.bstrVal = SysAllocString(u"old"_w);
-        BSTR string = SysAllocString(u"old"_w);
-        SAFEARRAYBOUND more{100, 0};
-        LONG index = 0;
+    const wstring old = testkit::Wide("old");
+    const _variant_t source(u"new"_w);
+    _variant_t held(old.c_str());
+    BSTR string = SysAllocString(old.c_str());
+    SAFEARRAY* const array = MakeStrings({old});
+    SAFEARRAYBOUND more{100, 0};
+    LONG index = 0;
+    const std::function<bool()> calls[] = {
+        [&] { return VariantCopy(&held, &source) == E_OUTOFMEMORY; },
+        [&] { return SysReAllocString(&string, source.bstrVal) == FALSE; },
+        [&] { return SysReAllocStringLen(&string, nullptr, 1000) == FALSE; },
+        [&] { return SafeArrayPutElement(array, &index, source.bstrVal) == E_OUTOFMEMORY; },
+        [&] { return SafeArrayRedim(array, &more) == E_OUTOFMEMORY; },
+    };
+    for (const auto& call : calls) {
         testkit::FailAllocation(1);
-        const HRESULT copied = VariantCopy(&held, &source);
-        testkit::FailAllocation(1);
-        const INT replaced = SysReAllocStringLen(&string, nullptr, 1000);
-        testkit::FailAllocation(1);
-        const HRESULT put = SafeArrayPutElement(array, &index, source.bstrVal);
-        testkit::FailAllocation(1);
-        const HRESULT sized = SafeArrayRedim(array, &more);
+        const bool failed = call();
         testkit::FailAllocation(0);
-        EXPECT_EQ(copied, E_OUTOFMEMORY);
-        EXPECT_EQ(wstring(held.bstrVal), testkit::Wide("old"));
-        EXPECT_FALSE(replaced);
-        EXPECT_EQ(wstring(string), testkit::Wide("old"));
-        EXPECT_EQ(put, E_OUTOFMEMORY);
-        EXPECT_EQ(sized, E_OUTOFMEMORY);
-        EXPECT_EQ(array->rgsabound[0].cElements, 1U);
-        EXPECT_EQ(wstring(slot), testkit::Wide("old"));
-        VariantClear(&held);
-        held.vt = VT_BSTR;
-        SysFreeString(string);
+        EXPECT_TRUE(failed) << &call - calls;
     }
+    EXPECT_EQ(wstring(held.bstrVal), old);
+    EXPECT_EQ(wstring(string), old);
+    EXPECT_EQ(array->rgsabound[0].cElements, 1U);
+    EXPECT_EQ(wstring(*static_cast<BSTR*>(array->pvData)), old);
     SafeArrayDestroy(array);
-    VariantClear(&source);
+    SysFreeString(string);
 }
 
-TEST(AutomationOnLinux, VariantWithALockedArrayIsNotOverwritten)
+TEST(AutomationOnLinux, ReplacedValuesAreFreed)
 {
+    const int before = testkit::LiveBlocks();
+    BSTR string = SysAllocString(u"first"_w);
+    EXPECT_TRUE(SysReAllocString(&string, u"second"_w));
+    EXPECT_TRUE(SysReAllocStringLen(&string, u"third"_w, 5));
+    EXPECT_TRUE(SysReAllocString(&string, nullptr));
+    EXPECT_EQ(testkit::LiveBlocks(), before);
+
     VARIANT held{};
     held.vt = VT_ARRAY | VT_I4;
     held.parray = SafeArrayCreateVector(VT_I4, 0, 1);
-    const _variant_t source(u"text"_w);
     SafeArrayLock(held.parray);
-    const int before = testkit::LiveBlocks();
+    {
+        const _variant_t source(u"text"_w);
+        EXPECT_EQ(VariantCopy(&held, &source), DISP_E_ARRAYISLOCKED);
+    }
     EXPECT_EQ(VariantClear(&held), DISP_E_ARRAYISLOCKED);
-    EXPECT_EQ(VariantCopy(&held, &source), DISP_E_ARRAYISLOCKED);
-    EXPECT_EQ(testkit::LiveBlocks(), before);
     EXPECT_EQ(held.vt, VT_ARRAY | VT_I4);
     SafeArrayUnlock(held.parray);
     EXPECT_EQ(VariantClear(&held), S_OK);
+    EXPECT_EQ(testkit::LiveBlocks(), before) << "also the copy that was not needed";
 }
 
 TEST(AutomationOnLinux, VariantCanBeReplacedByAPartOfItself)
@@ -268,6 +253,7 @@ TEST(AutomationOnLinux, DamagedDescriptors)
         Foreign mislabelled;  // strings whose width is not a pointer's are not followed
         mislabelled.Array.fFeatures |= FADF_BSTR;
         mislabelled.Array.cbElements = 2;
+        EXPECT_EQ(SafeArrayPutElement(&mislabelled.Array, &index, nullptr), E_INVALIDARG);
         EXPECT_EQ(SafeArrayDestroy(&mislabelled.Array), S_OK);
     }
     EXPECT_EQ(copy, nullptr);

@@ -1,4 +1,5 @@
 // Lines of failures on Linux: out of memory, and the layer's own messages.
+#include "errors/error_names.h"
 #include "system.h"
 #include "tessmaru/errors.h"
 #include "testkit/fake_error_info.h"
@@ -16,15 +17,6 @@ namespace {
 using namespace utility::literals;
 using utility::wstring;
 
-constexpr DWORD namedHResults[] = {
-#define NAME(value, name) value,
-#include "errors/hresult_names.def"
-};
-constexpr DWORD namedErrors[] = {
-#include "errors/win32_error_names.def"
-#undef NAME
-};
-
 std::string Message(DWORD code)
 {
     unsigned short text[256];
@@ -35,20 +27,29 @@ std::string Message(DWORD code)
 TEST(SystemMessagesOnLinux, OneForEveryCodeThatHasAName)
 {
     std::set<std::string> different;
-    for (const DWORD code : namedHResults) {
-        EXPECT_TRUE(Message(code).ends_with(".\r\n")) << std::hex << code;
-        different.insert(Message(code));
-    }
-    EXPECT_EQ(different.size(), std::size(namedHResults));
-    for (const DWORD low : namedErrors) {
-        const std::string message = Message(low);
-        EXPECT_TRUE(message.ends_with(".\r\n")) << low;
+    std::size_t named = 0;
+    const auto check = [&](DWORD code) {
+        const std::string message = Message(code);
+        EXPECT_TRUE(message.ends_with(".\r\n")) << std::hex << code;
+        different.insert(message);
+        ++named;
+        return message;
+    };
+    for (DWORD low = 0; low <= 0xFFFF; ++low) {
+        for (const DWORD severity : {0x00000000U, 0x80000000U}) {
+            for (DWORD facility = 0; facility <= 12; ++facility) {
+                const DWORD code = severity | facility << 16 | low;
+                if (!HResultName(code).empty())
+                    check(code);
+            }
+        }
+        if (Win32ErrorName(low).empty())
+            continue;
+        const std::string message = check(low);
         for (const DWORD code : {0x00070000 | low, 0x80070000 | low, 0xC0070000 | low})
             EXPECT_EQ(Message(code), message) << low;
-        different.insert(message);
     }
-    // Two results and four system errors have a name in each table.
-    EXPECT_EQ(different.size(), std::size(namedHResults) + std::size(namedErrors) - 6);
+    EXPECT_EQ(different.size(), named - 6) << "two results and four system errors have a name in each table";
     for (const DWORD code : {0x00000023U, 0x80070023U, 0x10070005U, 0x80040200U, 0x80050005U})
         EXPECT_EQ(Message(code), "") << std::hex << code;
 }
@@ -97,19 +98,15 @@ TEST(ErrorsOnLinux, OutOfMemoryInStandardExceptions)
     const std::runtime_error failure("a text of more than a few characters");
     const std::set<wstring> allowed = {testkit::Wide(failure.what()),
                                        testkit::Wide("<unable to determine exception info>")};
-    EXPECT_EQ(testkit::FailEachAllocation(
+    EXPECT_GT(testkit::FailEachAllocation(
                   [&] { MakeTextOrThrow([&] { return utility::getStdExceptionAsString(failure); }, allowed); }),
-              3);
+              0);
 }
 
 TEST(ErrorsOnLinux, OutOfMemoryInComErrors)
 {
-    ICreateErrorInfo* made = nullptr;
-    ASSERT_EQ(CreateErrorInfo(&made), S_OK);
-    wstring text = testkit::Wide("no such site in the database");
-    made->SetDescription(text.data());
-    IErrorInfo* info = nullptr;
-    ASSERT_EQ(made->QueryInterface(IID_IErrorInfo, reinterpret_cast<void**>(&info)), S_OK);
+    testkit::FakeErrorInfo object;
+    object.Description = u"no such site in the database"_w;
     const std::string system = Message(0x80004005);
     const auto line = [&](const std::string& description, const std::string& message) {
         return testkit::Wide("ComError: " + description + " [0x80004005: " + message + " - n/a]");
@@ -120,12 +117,10 @@ TEST(ErrorsOnLinux, OutOfMemoryInComErrors)
                                        line("no such site in the database", "n/a"), line("n/a", "n/a"),
                                        line("no such site in the database", "Unknown error 0x80004005")};
     EXPECT_GT(testkit::FailEachAllocation([&] {
-                  const _com_error failure(E_FAIL, info, true);
+                  const _com_error failure(E_FAIL, &object, true);
                   MakeTextOrThrow([&] { return utility::getComErrorAsString(failure); }, allowed);
               }),
               4);
-    info->Release();
-    made->Release();
 }
 
 /// Violates the rule that no method of an object throws.

@@ -40,6 +40,13 @@ template <class Work>
     _exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
+/// Runs `work` in a process of its own, which has to end with 0.
+template <class Work>
+void RunAlone(Work work)
+{
+    EXPECT_EXIT(RunAndExit(work), testing::ExitedWithCode(0), "");
+}
+
 EXCEPTION_RECORD seen;
 
 /// A translator that keeps the record and throws the code.
@@ -115,25 +122,24 @@ constexpr std::pair<Faulting, DWORD> FloatKinds[] = {
 
 TEST(FaultsOnLinux, FloatingPointFaultsHaveTheirCodesAndLeaveTheUnitUsable)
 {
-    EXPECT_EXIT(RunAndExit([] {
-                    _set_se_translator(ThrowCode);
-                    for (int round = 0; round < 3; ++round) {
-                        for (const auto& [function, code] : FloatKinds) {
-                            EXPECT_EQ(CodeOf(function), code) << "kind " << &function - &FloatKinds[0].first;
-                            unsigned int status = ~0U;
-                            asm volatile("stmxcsr %0" : "=m"(status));
-                            EXPECT_EQ(status & 0x3F, 0U) << "nothing is pending";
-                            // All eight registers of the x87 unit are free.
-                            double sum = 0;
-                            asm volatile(
-                                "fldz\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\t"
-                                "faddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfstpl %0\n\tfninit"
-                                : "=m"(sum));
-                            EXPECT_EQ(sum, 7);
-                        }
-                    }
-                }),
-                testing::ExitedWithCode(0), "");
+    RunAlone([] {
+        _set_se_translator(ThrowCode);
+        for (int round = 0; round < 3; ++round) {
+            for (const auto& [function, code] : FloatKinds) {
+                EXPECT_EQ(CodeOf(function), code) << "kind " << &function - &FloatKinds[0].first;
+                unsigned int status = ~0U;
+                asm volatile("stmxcsr %0" : "=m"(status));
+                EXPECT_EQ(status & 0x3F, 0U) << "nothing is pending";
+                // All eight registers of the x87 unit are free.
+                double sum = 0;
+                asm volatile(
+                    "fldz\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\t"
+                    "faddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfaddp\n\tfstpl %0\n\tfninit"
+                    : "=m"(sum));
+                EXPECT_EQ(sum, 7);
+            }
+        }
+    });
 }
 
 constexpr int Least = -2147483647 - 1;
@@ -157,29 +163,36 @@ void DivideBytesByZero()
 {
     asm volatile("movb $1, %%cl\n\tmovb $0, %%ch\n\tdivb %%ch" : : : "eax", "ecx");
 }
+const short divisors[] = {7, 0, 1};
 void DivideShorts()
 {
-    static const short table[] = {7, 0, 1};
-    asm volatile("movw $5, %%dx\n\tdivw -2(%0, %1, 2)" : : "r"(table), "r"(std::intptr_t{3}) : "eax", "edx");
+    asm volatile("movw $5, %%dx\n\tdivw -2(%0, %1, 2)" : : "r"(divisors), "r"(std::intptr_t{3}) : "eax", "edx");
 }
 void DivideShortsByZero()
 {
-    static const short table[] = {7, 0, 1};
-    asm volatile("movw $5, %%dx\n\tdivw (%0, %1, 2)" : : "r"(table), "r"(std::intptr_t{1}) : "eax", "edx");
+    asm volatile("movw $5, %%dx\n\tdivw (%0, %1, 2)" : : "r"(divisors), "r"(std::intptr_t{1}) : "eax", "edx");
 }
+#ifdef __x86_64__
+void DivideIndexedByNewRegister()
+{
+    asm volatile("movw $5, %%dx\n\tmovl $1, %%r12d\n\tdivw (%0, %%r12, 2)" : : "r"(divisors + 1) : "eax", "edx", "r12");
+}
+#endif
 
 TEST(FaultsOnLinux, OverflowOfADivisionIsNotADivisionByZero)
 {
-    EXPECT_EXIT(RunAndExit([] {
-                    _set_se_translator(ThrowCode);
-                    EXPECT_EQ(CodeOf(DivideLeast), EXCEPTION_INT_OVERFLOW);
-                    EXPECT_EQ(CodeOf(DivideBytes), EXCEPTION_INT_OVERFLOW);
-                    EXPECT_EQ(CodeOf(DivideShorts), EXCEPTION_INT_OVERFLOW);
-                    EXPECT_EQ(CodeOf(DivideByThreadsZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
-                    EXPECT_EQ(CodeOf(DivideBytesByZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
-                    EXPECT_EQ(CodeOf(DivideShortsByZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
-                }),
-                testing::ExitedWithCode(0), "");
+    RunAlone([] {
+        _set_se_translator(ThrowCode);
+        EXPECT_EQ(CodeOf(DivideLeast), EXCEPTION_INT_OVERFLOW);
+        EXPECT_EQ(CodeOf(DivideBytes), EXCEPTION_INT_OVERFLOW);
+        EXPECT_EQ(CodeOf(DivideShorts), EXCEPTION_INT_OVERFLOW);
+#ifdef __x86_64__
+        EXPECT_EQ(CodeOf(DivideIndexedByNewRegister), EXCEPTION_INT_OVERFLOW);
+#endif
+        EXPECT_EQ(CodeOf(DivideByThreadsZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
+        EXPECT_EQ(CodeOf(DivideBytesByZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
+        EXPECT_EQ(CodeOf(DivideShortsByZero), EXCEPTION_INT_DIVIDE_BY_ZERO);
+    });
 }
 
 #ifdef __x86_64__
@@ -224,29 +237,28 @@ void ExpectAccess(ULONG_PTR kind, std::uintptr_t address)
 
 TEST(FaultsOnLinux, RecordDescribesTheFault)
 {
-    EXPECT_EXIT(RunAndExit([] {
-                    _set_se_translator(ThrowCode);
-                    constexpr std::pair<Faulting, DWORD> rows[] = {
-                        {StepOnce, EXCEPTION_SINGLE_STEP},
-                        {ReadMisaligned, EXCEPTION_DATATYPE_MISALIGNMENT},
-                        {FailBackwards, EXCEPTION_ACCESS_VIOLATION},
-                        {ReadBeyondEndOfFile, EXCEPTION_ACCESS_VIOLATION},
-                    };
-                    for (const auto& [function, code] : rows) {
-                        EXPECT_EQ(CodeOf(function), code);
-                        EXPECT_TRUE(RunsForward()) << std::hex << code;
-                    }
-                    EXPECT_EQ(CodeOf(ReadNull), EXCEPTION_ACCESS_VIOLATION);
-                    ExpectAccess(0, 0);
-                    EXPECT_EQ(CodeOf(testkit::WriteNull), EXCEPTION_ACCESS_VIOLATION);
-                    ExpectAccess(1, 0);
-                    EXPECT_EQ(CodeOf(testkit::CallNull), EXCEPTION_ACCESS_VIOLATION);
-                    EXPECT_EQ(seen.ExceptionAddress, nullptr);
-                    ExpectAccess(8, 0);
-                    EXPECT_EQ(CodeOf(testkit::RunBreakpoint), EXCEPTION_BREAKPOINT);
-                    EXPECT_EQ(*static_cast<BYTE*>(seen.ExceptionAddress), 0xCC);
-                }),
-                testing::ExitedWithCode(0), "");
+    RunAlone([] {
+        _set_se_translator(ThrowCode);
+        constexpr std::pair<Faulting, DWORD> rows[] = {
+            {StepOnce, EXCEPTION_SINGLE_STEP},
+            {ReadMisaligned, EXCEPTION_DATATYPE_MISALIGNMENT},
+            {FailBackwards, EXCEPTION_ACCESS_VIOLATION},
+            {ReadBeyondEndOfFile, EXCEPTION_ACCESS_VIOLATION},
+        };
+        for (const auto& [function, code] : rows) {
+            EXPECT_EQ(CodeOf(function), code);
+            EXPECT_TRUE(RunsForward()) << std::hex << code;
+        }
+        EXPECT_EQ(CodeOf(ReadNull), EXCEPTION_ACCESS_VIOLATION);
+        ExpectAccess(0, 0);
+        EXPECT_EQ(CodeOf(testkit::WriteNull), EXCEPTION_ACCESS_VIOLATION);
+        ExpectAccess(1, 0);
+        EXPECT_EQ(CodeOf(testkit::CallNull), EXCEPTION_ACCESS_VIOLATION);
+        EXPECT_EQ(seen.ExceptionAddress, nullptr);
+        ExpectAccess(8, 0);
+        EXPECT_EQ(CodeOf(testkit::RunBreakpoint), EXCEPTION_BREAKPOINT);
+        EXPECT_EQ(*static_cast<BYTE*>(seen.ExceptionAddress), 0xCC);
+    });
 }
 
 #ifdef __x86_64__
@@ -282,23 +294,22 @@ TEST(FaultsOnLinux, OnX64AddressesMayBeNoncanonicalAndStacksHaveRedZones)
 {
     if (IsThreadSanitized)
         GTEST_SKIP() << "the thread sanitizer uses the register that this test checks";
-    EXPECT_EXIT(RunAndExit([] {
-                    _set_se_translator(ThrowCode);
-                    EXPECT_EQ(CodeOf(ReadImpossibleAddress), EXCEPTION_ACCESS_VIOLATION);
-                    ExpectAccess(0, ~std::uintptr_t{0});
-                    EXPECT_EQ(CodeOf(call_null_without_frame_pointer), EXCEPTION_ACCESS_VIOLATION);
-                    Faulting volatile fail = fail_with_red_zone;
-                    volatile std::uintptr_t before = 0;
-                    std::uintptr_t after = 1;
-                    asm volatile("movq %%rbx, %0" : "=m"(before));
-                    try {
-                        fail();
-                    } catch (unsigned int) {
-                        asm volatile("movq %%rbx, %0" : "=m"(after));
-                    }
-                    EXPECT_EQ(after, before);
-                }),
-                testing::ExitedWithCode(0), "");
+    RunAlone([] {
+        _set_se_translator(ThrowCode);
+        EXPECT_EQ(CodeOf(ReadImpossibleAddress), EXCEPTION_ACCESS_VIOLATION);
+        ExpectAccess(0, ~std::uintptr_t{0});
+        EXPECT_EQ(CodeOf(call_null_without_frame_pointer), EXCEPTION_ACCESS_VIOLATION);
+        Faulting volatile fail = fail_with_red_zone;
+        volatile std::uintptr_t before = 0;
+        std::uintptr_t after = 1;
+        asm volatile("movq %%rbx, %0" : "=m"(before));
+        try {
+            fail();
+        } catch (unsigned int) {
+            asm volatile("movq %%rbx, %0" : "=m"(after));
+        }
+        EXPECT_EQ(after, before);
+    });
 }
 #endif
 
@@ -331,11 +342,10 @@ TEST(FaultsOnLinux, StackOverflowIsTranslatedOnEachThread)
     if (IsThreadSanitized)
         GTEST_SKIP()
             << "the thread sanitizer makes each frame call a function at its end, for which the stack has no room";
-    EXPECT_EXIT(RunAndExit([] {
-                    ExpectOverflows();
-                    std::thread(ExpectOverflows).join();
-                }),
-                testing::ExitedWithCode(0), "");
+    RunAlone([] {
+        ExpectOverflows();
+        std::thread(ExpectOverflows).join();
+    });
 }
 
 std::ptrdiff_t Mappings()
@@ -351,23 +361,22 @@ TEST(FaultsOnLinux, ThreadsAndFaultsLeakNothing)
 {
     if (IsThreadSanitized)
         GTEST_SKIP() << "the thread sanitizer maps memory itself";
-    EXPECT_EXIT(RunAndExit([] {
-                    const auto round = [] {
-                        std::thread([] {
-                            _set_se_translator(ThrowCode);
-                            for (int i = 0; i < 100; ++i)
-                                CodeOf(ReadNull);
-                        }).join();
-                    };
-                    round();
-                    const std::ptrdiff_t mappings = Mappings();
-                    const auto bytes = mallinfo2().uordblks;
-                    for (int i = 0; i < 100; ++i)
-                        round();
-                    EXPECT_LE(Mappings(), mappings + 50);
-                    EXPECT_LE(mallinfo2().uordblks, bytes + 10000);
-                }),
-                testing::ExitedWithCode(0), "");
+    RunAlone([] {
+        const auto round = [] {
+            std::thread([] {
+                _set_se_translator(ThrowCode);
+                for (int i = 0; i < 100; ++i)
+                    CodeOf(ReadNull);
+            }).join();
+        };
+        round();
+        const std::ptrdiff_t mappings = Mappings();
+        const auto bytes = mallinfo2().uordblks;
+        for (int i = 0; i < 100; ++i)
+            round();
+        EXPECT_LE(Mappings(), mappings + 50);
+        EXPECT_LE(mallinfo2().uordblks, bytes + 10000);
+    });
 }
 
 TEST(FaultsOnLinux, OutOfMemoryIsReportedInTheText)
@@ -397,27 +406,34 @@ void OnUnprotectedThread(Faulting function)
 
 TEST(FaultsOnLinux, ThreadWithoutATranslatorEndsTheProcessByTheSignal)
 {
-    EXPECT_EXIT(RunAndExit([] { OnUnprotectedThread(ReadNull); }), testing::KilledBySignal(SIGSEGV), "");
-    EXPECT_EXIT(RunAndExit([] { OnUnprotectedThread(ReadBeyondEndOfFile); }), testing::KilledBySignal(SIGBUS), "");
-    EXPECT_EXIT(RunAndExit([] { OnUnprotectedThread(testkit::DivideByZero); }), testing::KilledBySignal(SIGFPE), "");
-    EXPECT_EXIT(RunAndExit([] { OnUnprotectedThread(testkit::RunIllegal); }), testing::KilledBySignal(SIGILL), "");
-    EXPECT_EXIT(RunAndExit([] { OnUnprotectedThread(testkit::RunBreakpoint); }), testing::KilledBySignal(SIGTRAP), "");
+    constexpr std::pair<Faulting, int> rows[] = {{ReadNull, SIGSEGV},
+                                                 {ReadBeyondEndOfFile, SIGBUS},
+                                                 {testkit::DivideByZero, SIGFPE},
+                                                 {testkit::RunIllegal, SIGILL},
+                                                 {testkit::RunBreakpoint, SIGTRAP}};
+    for (const auto& [function, signal] : rows) {
+        for (const auto former : {SIG_DFL, SIG_IGN}) {
+            EXPECT_EXIT(RunAndExit([&] {
+                            alarm(10);
+                            std::signal(signal, former);
+                            OnUnprotectedThread(function);
+                        }),
+                        testing::KilledBySignal(signal), "")
+                << "a fault cannot be ignored";
+        }
+    }
 }
 
-TEST(FaultsOnLinux, UninstallDoesNotRestoreAnEarlierTranslator)
+TEST(FaultsOnLinux, SettingATranslatorReturnsTheEarlierOne)
 {
-    EXPECT_EXIT(RunAndExit([] {
-                    EXPECT_EQ(_set_se_translator(ThrowCode), nullptr);
-                    {
-                        const InstallSETranslator translator;
-                    }
-                    EXPECT_EQ(_set_se_translator(nullptr), nullptr);
-                    EXPECT_EQ(_set_se_translator(ThrowCode), nullptr);
-                    EXPECT_EQ(_set_se_translator(nullptr), ThrowCode);
-                    if (!testing::Test::HasFailure())
-                        CodeOf(ReadNull);
-                }),
-                testing::KilledBySignal(SIGSEGV), "");
+    RunAlone([] {
+        EXPECT_EQ(_set_se_translator(ThrowCode), nullptr);
+        {
+            const InstallSETranslator translator;
+        }
+        EXPECT_EQ(_set_se_translator(ThrowCode), nullptr) << "uninstalling restores none";
+        EXPECT_EQ(_set_se_translator(nullptr), ThrowCode);
+    });
 }
 
 TEST(FaultsOnLinux, SentSignalsAreNotFaults)
@@ -478,12 +494,11 @@ TEST(FaultsOnLinux, EarlierHandlerStillGetsItsFaults)
 
 TEST(FaultsOnLinux, ChildKeepsTheTranslatorOfTheForkingThread)
 {
-    EXPECT_EXIT(RunAndExit([] {
-                    const InstallSETranslator translator;
-                    EXPECT_EQ(testkit::Child([] { EXPECT_THROW(Invoke(ReadNull), structured_exception); }).Wait(), 0);
-                    EXPECT_THROW(Invoke(ReadNull), structured_exception);
-                }),
-                testing::ExitedWithCode(0), "");
+    RunAlone([] {
+        const InstallSETranslator translator;
+        EXPECT_EQ(testkit::Child([] { EXPECT_THROW(Invoke(ReadNull), structured_exception); }).Wait(), 0);
+        EXPECT_THROW(Invoke(ReadNull), structured_exception);
+    });
 }
 
 }  // namespace

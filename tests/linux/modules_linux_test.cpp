@@ -1,14 +1,20 @@
 // Modules on Linux: loaded and unloaded ones, and modules without a file.
 #include "modules/modules.h"
+#include "tessmaru/errors.h"
+#include "tessmaru/log.h"
 #include "tessmaru/version.h"
 #include "testkit/known_modules.h"
 #include "testkit/linux/failing_allocation.h"
 #include "testkit/loaded_module.h"
+#include "testkit/log_machine.h"
 #include "testkit/scratch_folder.h"
+#include "testkit/test_process.h"
 #include "testkit/text.h"
+#include "testkit/whole_log.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
 
 #include <sys/auxv.h>
@@ -98,25 +104,32 @@ TEST(ModulesOnLinux, ModuleOfTheKernelHasANameOnly)
     EXPECT_EQ(layer::ModulePath(module), name);
 }
 
-TEST(ModulesOnLinux, OutOfMemory)
+TEST(ModulesOnLinux, OutOfMemoryIsReportedInTheLog)
 {
-    PathIn(TakeSnapshot(), nullptr);  // allocates what stays
-    MODULEENTRY32W entry{};
-    entry.dwSize = sizeof entry;
-    const int failures = testkit::FailEachAllocation([&entry] {
-        const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, 0);
-        bool whole = snapshot != INVALID_HANDLE_VALUE;
-        if (whole) {
-            whole = Module32FirstW(snapshot, &entry) != FALSE && Module32NextW(snapshot, &entry) != FALSE;
-            const DWORD error = GetLastError();
-            CloseHandle(snapshot);
-            SetLastError(error);
+    testkit::RunAlone(testkit::LogMachine(), [](const testkit::LogMachine& machine) {
+        utilities::CLog* const log = utilities::CLog::GetInstance();
+        utility::LogProcessModules(log);  // allocates what stays
+        testkit::FailEachAllocation([log] {
+            try {
+                utility::LogProcessModules(log);
+            } catch (const std::bad_alloc&) {
+            }
+        });
+        const std::string start = "Unable to log process modules (";
+        const std::string noList = start + Narrow(utility::genHResultAsString(E_OUTOFMEMORY)) + ")";
+        const std::string noWalk = start + "unable to walk process module list)";
+        int lists = 0;
+        int walks = 0;
+        const std::vector<std::string> texts = testkit::Texts(machine.Log);
+        for (std::size_t i = 0; i + 1 < texts.size(); ++i) {
+            lists += texts[i] == noList && !texts[i + 1].ends_with("complete");
+            walks += texts[i] == noWalk && texts[i + 1].ends_with("complete");
         }
-        if (!whole) {
-            EXPECT_EQ(GetLastError(), ERROR_OUTOFMEMORY);
-        }
+        EXPECT_GT(lists, 1);
+        EXPECT_GT(walks, 1);
+        EXPECT_EQ(std::count(texts.begin(), texts.end(), noList), lists) << "without a last line";
+        EXPECT_EQ(std::count(texts.begin(), texts.end(), noWalk), walks) << "with a last line";
     });
-    EXPECT_GT(failures, 3);
 }
 
 }  // namespace

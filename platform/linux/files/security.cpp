@@ -41,9 +41,11 @@ bool IsEveryone(const SID* sid)
 }
 
 /// The end of a list's last entry, where the next one goes.
-/// @return null if an entry does not fit into the list's size
+/// @return null if the header or an entry does not fit into the list's size
 BYTE* FindEndOfEntries(ACL* acl)
 {
+    if (acl->AclSize < sizeof(ACL))
+        return nullptr;
     auto* const start = reinterpret_cast<BYTE*>(acl);
     BYTE* entry = start + sizeof(ACL);
     BYTE* const end = start + acl->AclSize;
