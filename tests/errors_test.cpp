@@ -120,13 +120,12 @@ TEST(HResultText, WholeValuesGoBeforeLowWords)
         EXPECT_EQ(Line(row.Code), Description(row.Code) + Tail(row.Code, row.Name, row.Facility));
 }
 
-TEST(HResultText, InterfacesHaveTheirOwnCodes)
+TEST(HResultText, InterfacesAndControlsHaveTheirOwnCodes)
 {
-    for (const DWORD code : {0x80040200U, 0x00040200U, 0x8004FFFFU, 0xE0040200U})
-        EXPECT_EQ(Line(code), "Interface specific FACILITY_ITF error" + Tail(code, "Unknown name", "FACILITY_ITF"));
-    for (const DWORD code : {0x800A0258U, 0x000AFFFFU})
-        EXPECT_EQ(Line(code),
-                  "Interface specific FACILITY_CONTROL error" + Tail(code, "Unknown name", "FACILITY_CONTROL"));
+    for (const DWORD code : {0x80040200U, 0x00040200U, 0x8004FFFFU, 0xE0040200U, 0x800A0258U, 0x000AFFFFU}) {
+        const std::string facility = (code & 0x1FFF0000) == 0x40000 ? "FACILITY_ITF" : "FACILITY_CONTROL";
+        EXPECT_EQ(Line(code), "Interface specific " + facility + " error" + Tail(code, "Unknown name", facility));
+    }
 }
 
 TEST(HResultText, MessagesOfTheProgram)

@@ -9,6 +9,8 @@
 
 namespace {
 
+const int constant = 0;  // is in the program's module
+
 MODULEENTRY32W EmptyEntry()
 {
     MODULEENTRY32W entry{};
@@ -30,6 +32,11 @@ TEST(ModuleList, HasTheProgramFirstAndEachModuleOnce)
         ASSERT_TRUE(Module32FirstW(snapshot, &entry));
         EXPECT_EQ(entry.hModule, GetModuleHandleW(nullptr));
         EXPECT_EQ(entry.th32ProcessID, GetCurrentProcessId());
+        const auto* const own = reinterpret_cast<const BYTE*>(&constant);
+        EXPECT_TRUE(entry.modBaseAddr <= own && own < entry.modBaseAddr + entry.modBaseSize);
+        unsigned short file[1024]{};
+        GetModuleFileNameW(nullptr, platform::Wide(file), 1023);
+        EXPECT_EQ(Text(entry.szExePath), utility::wstring(file));
         EXPECT_EQ(entry.dwSize, sizeof entry);
         std::set<HMODULE> modules;
         do {

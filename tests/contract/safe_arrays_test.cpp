@@ -223,7 +223,7 @@ TEST(SafeArrays, ObjectsAreCounted)
     testkit::CountedObject<IUnknown> object;
     {
         const SafeArray array = MakeSafeArray(VT_UNKNOWN, {{3, 0}});
-        for (LONG index = 0; index < 3; ++index)
+        for (LONG index : {0, 1, 2, 2})
             ASSERT_EQ(SafeArrayPutElement(array.get(), &index, static_cast<IUnknown*>(&object)), S_OK);
         EXPECT_EQ(object.References, 4U);
         IUnknown* got = nullptr;

@@ -222,40 +222,35 @@ TEST(AutomationOnLinux, DamagedDescriptors)
     void* element = nullptr;
     std::vector<LONG> numbers;
     SAFEARRAY* copy = nullptr;
-    {
-        Foreign noData;
-        noData.Array.pvData = nullptr;
-        EXPECT_EQ(SafeArrayPtrOfIndex(&noData.Array, &index, &element), E_INVALIDARG);
-        EXPECT_THROW(Convert::SafeArrayToVectLong(&noData.Array, numbers), _com_error);
-        EXPECT_EQ(noData.Array.cLocks, 0U);
-    }
-    {
-        Foreign noDimension;
-        noDimension.Array.cDims = 0;
-        EXPECT_EQ(Convert::SafeArrayToVectLong(&noDimension.Array, numbers), E_INVALIDARG);
-        EXPECT_EQ(SafeArrayCopy(&noDimension.Array, &copy), E_INVALIDARG);
-    }
-    {
-        Foreign narrow;  // elements are read with their own width
-        narrow.Array.cbElements = 1;
-        narrow.Array.rgsabound[0] = {13, 0};
-        EXPECT_EQ(Convert::SafeArrayToVectLong(&narrow.Array, numbers), S_OK);
-        EXPECT_EQ(numbers.size(), 13U);
-    }
-    {
-        Foreign huge;
-        huge.Array.cbElements = 0xFFFFFFFF;
-        huge.Array.rgsabound[0] = {0xFFFFFFFF, 0};
-        EXPECT_EQ(SafeArrayCopy(&huge.Array, &copy), E_OUTOFMEMORY);
-        EXPECT_EQ(SafeArrayDestroyData(&huge.Array), E_UNEXPECTED);
-    }
-    {
-        Foreign mislabelled;  // strings whose width is not a pointer's are not followed
-        mislabelled.Array.fFeatures |= FADF_BSTR;
-        mislabelled.Array.cbElements = 2;
-        EXPECT_EQ(SafeArrayPutElement(&mislabelled.Array, &index, nullptr), E_INVALIDARG);
-        EXPECT_EQ(SafeArrayDestroy(&mislabelled.Array), S_OK);
-    }
+
+    Foreign noData;
+    noData.Array.pvData = nullptr;
+    EXPECT_EQ(SafeArrayPtrOfIndex(&noData.Array, &index, &element), E_INVALIDARG);
+    EXPECT_THROW(Convert::SafeArrayToVectLong(&noData.Array, numbers), _com_error);
+    EXPECT_EQ(noData.Array.cLocks, 0U);
+
+    Foreign noDimension;
+    noDimension.Array.cDims = 0;
+    EXPECT_EQ(Convert::SafeArrayToVectLong(&noDimension.Array, numbers), E_INVALIDARG);
+    EXPECT_EQ(SafeArrayCopy(&noDimension.Array, &copy), E_INVALIDARG);
+
+    Foreign narrow;  // elements are read with their own width
+    narrow.Array.cbElements = 1;
+    narrow.Array.rgsabound[0] = {13, 0};
+    EXPECT_EQ(Convert::SafeArrayToVectLong(&narrow.Array, numbers), S_OK);
+    EXPECT_EQ(numbers.size(), 13U);
+
+    Foreign huge;
+    huge.Array.cbElements = 0xFFFFFFFF;
+    huge.Array.rgsabound[0] = {0xFFFFFFFF, 0};
+    EXPECT_EQ(SafeArrayCopy(&huge.Array, &copy), E_OUTOFMEMORY);
+    EXPECT_EQ(SafeArrayDestroyData(&huge.Array), E_UNEXPECTED);
+
+    Foreign mislabelled;  // strings whose width is not a pointer's are not followed
+    mislabelled.Array.fFeatures |= FADF_BSTR;
+    mislabelled.Array.cbElements = 2;
+    EXPECT_EQ(SafeArrayPutElement(&mislabelled.Array, &index, nullptr), E_INVALIDARG);
+    EXPECT_EQ(SafeArrayDestroy(&mislabelled.Array), S_OK);
     EXPECT_EQ(copy, nullptr);
 }
 
