@@ -1,8 +1,8 @@
-// Fuzzes the settings store: any bytes give a store that can be queried, and an ASCII file gives the same store as
-// UTF-16.
+// Fuzzes the settings store: any bytes give a store that can be searched. The same text gives the same store in each
+// encoding of Unicode, and with each kind of line end.
 #include "store/export_file.h"
 #include "testkit/require.h"
-#include "testkit/utf16.h"
+#include "text/utf8.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -12,22 +12,35 @@
 namespace {
 
 using layer::RegistrySnapshot;
-
 using testkit::Require;
 
 RegistrySnapshot Read(std::string_view file, std::size_t& droppedLines)
 {
-    layer::DroppedLines dropped;
-    RegistrySnapshot store = layer::ReadRegistryFile(file, dropped);
-    Require(dropped.First.size() == std::min(dropped.Count, layer::DroppedLines::Limit));
-    droppedLines = dropped.Count;
+    layer::FileReport report;
+    RegistrySnapshot store = layer::ReadRegistryFile(file, report);
+    Require(report.Dropped.size() == std::min(report.DroppedCount, layer::FileReport::Limit));
+    droppedLines = report.DroppedCount;
     return store;
+}
+
+constexpr std::string_view Utf8Mark = "\xEF\xBB\xBF";
+
+std::string InUtf16(const layer::Text& text)
+{
+    return "\xFF\xFE" + std::string(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(WCHAR));
+}
+
+/// Makes a carriage return of each line feed, or the other way round.
+std::string Replace(std::string text, char from, char to)
+{
+    std::ranges::replace(text, from, to);
+    return text;
 }
 
 constexpr WCHAR Paths[][4] = {{'a', 0}, {'A', '\\', 'b', 0}, {'b', 0}, {'\\', 0}, {0}};
 constexpr WCHAR Names[][2] = {{0}, {'n', 0}, {'H', 0}};
 
-/// The values of the store under a few names, as one text.
+/// The values of the store under a few names, one after the other.
 std::string Values(const RegistrySnapshot& store)
 {
     std::string all;
@@ -52,13 +65,21 @@ std::string Values(const RegistrySnapshot& store)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const std::string_view file(reinterpret_cast<const char*>(data), size);
+    const std::string file(reinterpret_cast<const char*>(data), size);
     std::size_t dropped = 0;
-    const std::string values = Values(Read(file, dropped));
-    if (std::all_of(data, data + size, [](std::uint8_t byte) { return byte < 0x80; })) {
-        std::size_t droppedInUtf16 = 0;
-        Require(Values(Read("\xFF\xFE" + testkit::EncodeUtf16(file), droppedInUtf16)) == values);
-        Require(droppedInUtf16 == dropped);
+    Values(Read(file, dropped));
+    const layer::Text text = layer::FromUtf8(file);
+    if (file.starts_with(Utf8Mark) || layer::ToUtf8(text) != file)
+        return 0;
+    const std::string marked = std::string(Utf8Mark) + file;
+    const std::string values = Values(Read(marked, dropped));
+    std::size_t droppedToo = 0;
+    Require(Values(Read(InUtf16(text), droppedToo)) == values);
+    Require(droppedToo == dropped);
+    if (file.find('\r') == std::string::npos) {
+        const std::string otherEnds = Values(Read(Replace(marked, '\n', '\r'), droppedToo));
+        Require(Replace(otherEnds, '\r', '\n') == Replace(values, '\r', '\n'));
+        Require(droppedToo == dropped);
     }
     return 0;
 }

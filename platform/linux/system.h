@@ -35,8 +35,9 @@ LONG Clock();
 
 // --- Registry ---
 //
-// Read only. The store is one text file; a change shows at the next opening of a key. These operations return their
-// result, 0 or a system error; the last error is not part of their contract.
+// Read only. The store is one text file; a change shows at the next opening of a key, and through an open key at its
+// next read. No call mixes two states of the file. These operations return their result, 0 or a system error; the last
+// error is not part of their contract.
 
 using LSTATUS = LONG;
 inline const HKEY HKEY_LOCAL_MACHINE = reinterpret_cast<HKEY>(std::uintptr_t{0x80000002});
@@ -49,18 +50,20 @@ constexpr DWORD REG_BINARY = 3;
 constexpr DWORD REG_DWORD = 4;
 
 /// Opens the key at `path` below `key`, an open key or a predefined one. Options and access are ignored. The caller
-/// must close `*opened` with RegCloseKey; it refers to the state of the store in which it was opened. An empty or null
-/// path opens `key` again.
-/// @return 0, ERROR_FILE_NOT_FOUND (no such key, or no store), ERROR_INVALID_HANDLE, ERROR_BAD_PATHNAME (a leading
-///         backslash), ERROR_INVALID_PARAMETER, or why the store cannot be read: ERROR_ACCESS_DENIED,
-///         ERROR_NOT_SUPPORTED (larger than 256 MB), ERROR_SHARING_VIOLATION (it kept changing), another system error
+/// must close `*opened` with RegCloseKey. An empty or null path opens `key` again.
+/// @return 0, ERROR_FILE_NOT_FOUND (no such key, or no store), ERROR_KEY_DELETED (`key` was removed since it was
+///         opened), ERROR_INVALID_HANDLE, ERROR_BAD_PATHNAME (a leading backslash), ERROR_INVALID_PARAMETER, or why the
+///         store cannot be read: ERROR_ACCESS_DENIED, ERROR_NOT_SUPPORTED (larger than 32 MiB), another system error.
+///         Without a free descriptor or memory, or while the file keeps changing, the content that was read last stays
+///         in force; these are errors only if there is none.
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD options, DWORD access, HKEY* opened);
 
 /// Reads a value; a null or empty name means the unnamed one. `type` and `data` may be null. `bytes` holds the size of
 /// `data` and receives the size of the value, also where the value does not fit. Data are not terminated if the value
 /// is not.
-/// @return 0, ERROR_FILE_NOT_FOUND (no such value), ERROR_MORE_DATA (`data` is unchanged), ERROR_INVALID_HANDLE,
-///         ERROR_INVALID_PARAMETER (a reserved pointer, or `data` without `bytes`)
+/// @return 0, ERROR_FILE_NOT_FOUND (no such value, or no store), ERROR_KEY_DELETED (the key was removed since it was
+///         opened), ERROR_MORE_DATA (`data` is unchanged), ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER (a reserved
+///         pointer, or `data` without `bytes`), or why the store cannot be read, as for RegOpenKeyExW
 LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* bytes);
 
 /// Closes a key. A predefined key stays open. @return 0, or ERROR_INVALID_HANDLE

@@ -3,9 +3,9 @@
 #include "region/active_code_page.h"
 
 #include "base/lifecycle.h"
-#include "region/iconv_converter.h"
+#include "store/code_page_value.h"
 #include "store/machine_value.h"
-#include "tessmaru/text.h"
+#include "text/iconv_converter.h"
 
 #include <array>
 #include <atomic>
@@ -14,7 +14,6 @@
 
 namespace {
 
-using namespace utility::literals;
 using layer::Converter;
 using layer::DecodedCharacter;
 
@@ -32,19 +31,13 @@ UINT UsablePage(UINT codePage)
 /// Determines the active code page. @return 0 if the store cannot be read this time
 UINT ReadActivePage()
 {
-    constexpr const WCHAR* key = u"SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage"_w;
     std::array<WCHAR, 8> text;
-    switch (layer::ReadMachineText(HKEY_LOCAL_MACHINE, key, u"ACP"_w, text)) {
+    switch (layer::ReadMachineText(HKEY_LOCAL_MACHINE, layer::CodePageKey, layer::CodePageName, text)) {
         case layer::LookupResult::unavailable: return 0;
         case layer::LookupResult::missing: return CP_UTF8;
         case layer::LookupResult::found: break;
     }
-    UINT number = 0;
-    for (const WCHAR* at = text.data(); *at != 0; ++at) {
-        if (*at < '0' || *at > '9')
-            return CP_UTF8;
-        number = number * 10 + (*at - U'0');
-    }
+    const UINT number = layer::ParseCodePage(text.data());
     return number == CP_UTF8 ? CP_UTF8 : UsablePage(number);
 }
 

@@ -1,7 +1,7 @@
 // Conversions between wide and narrow text: UTF-8 is converted by the layer itself, all other code pages by `iconv`.
 #include "base/last_error.h"
 #include "region/active_code_page.h"
-#include "region/iconv_converter.h"
+#include "text/iconv_converter.h"
 #include "text/utf8.h"
 
 #include <string>

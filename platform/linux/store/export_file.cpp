@@ -4,15 +4,20 @@
 // line. The values after a malformed key line are dropped with it, because their key is not known.
 #include "store/export_file.h"
 
+#include "store/code_page_value.h"
+#include "store/file_text.h"
+#include "store/key_path.h"
+#include "store/line_scanner.h"
 #include "text/case_fold.h"
-#include "text/utf8.h"
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
+#include <optional>
+#include <string>
 
 namespace {
 
+using layer::FileText;
 using layer::RegistrySnapshot;
 using layer::Text;
 using layer::TextView;
@@ -24,59 +29,10 @@ constexpr WCHAR Quote = '"';
 constexpr DWORD ExpandableText = 2;  // REG_EXPAND_SZ
 constexpr DWORD TextList = 7;        // REG_MULTI_SZ
 
-/// A file as 16-bit units.
-struct DecodedFile {
-    TextView all() const { return {Buffer.get(), Count}; }
+constexpr std::string_view Header = "WINDOWS REGISTRY EDITOR VERSION 5.00";
+constexpr std::string_view NarrowHeader = "REGEDIT4";
 
-    std::unique_ptr<WCHAR[]> Buffer;
-    std::size_t Count = 0;
-    std::vector<std::uint32_t>
-        MalformedOffsets;  // offsets of bytes that are not UTF-8, the first one of each line only
-};
-
-DecodedFile FromUtf16(std::string_view bytes)
-{
-    DecodedFile decoded;
-    decoded.Count = bytes.size() / sizeof(WCHAR);  // an odd byte at the end is dropped
-    decoded.Buffer = std::make_unique_for_overwrite<WCHAR[]>(decoded.Count);
-    if (decoded.Count > 0)
-        std::memcpy(decoded.Buffer.get(), bytes.data(), decoded.Count * sizeof(WCHAR));
-    return decoded;
-}
-
-DecodedFile FromUtf8(std::string_view bytes)
-{
-    DecodedFile decoded;
-    decoded.Buffer = std::make_unique_for_overwrite<WCHAR[]>(bytes.size());  // no character has more units than bytes
-    bool recorded = false;                                                   // whether this line has an offset
-    for (std::size_t i = 0; i < bytes.size();) {
-        if (static_cast<unsigned char>(bytes[i]) < 0x80) {
-            recorded = recorded && bytes[i] != '\n';
-            decoded.Buffer[decoded.Count++] = static_cast<unsigned char>(bytes[i++]);
-            continue;
-        }
-        const layer::DecodedCharacter character = layer::DecodeUtf8(bytes.data() + i, bytes.size() - i);
-        if (character.UnitCount == 0 && !recorded) {
-            decoded.MalformedOffsets.push_back(static_cast<std::uint32_t>(decoded.Count));
-            recorded = true;
-        }
-        // Malformed bytes become a unit too, so that their offset lies inside the statement that contains them.
-        if (character.UnitCount == 0)
-            decoded.Buffer[decoded.Count++] = layer::ReplacementCharacter;
-        for (unsigned unit = 0; unit < character.UnitCount; ++unit)
-            decoded.Buffer[decoded.Count++] = character.Units[unit];
-        i += character.ByteCount;
-    }
-    return decoded;
-}
-
-/// Decodes a file by its byte-order mark; without one it is UTF-8.
-DecodedFile Decode(std::string_view file)
-{
-    if (file.starts_with("\xFF\xFE"))
-        return FromUtf16(file.substr(2));
-    return FromUtf8(file.starts_with("\xEF\xBB\xBF") ? file.substr(3) : file);
-}
+constexpr const char* Unclosed = "the text has no closing quotation mark";
 
 /// @return the value of a hexadecimal digit, -1 for any other unit
 int HexDigit(WCHAR unit)
@@ -87,48 +43,17 @@ int HexDigit(WCHAR unit)
     return capital >= 'A' && capital <= 'F' ? capital - 'A' + 10 : -1;
 }
 
-// Carriage returns count as blanks, so that lines may end in either form.
-constexpr WCHAR Blanks[] = {' ', '\t', '\r', 0};
-
-bool IsBlank(WCHAR unit)
+/// Whether values of this type are texts, which an export with the header REGEDIT4 has as narrow bytes.
+bool IsText(DWORD type)
 {
-    return unit == ' ' || unit == '\t' || unit == '\r';
-}
-
-/// Compares without case. @param start in capitals
-bool StartsWith(TextView text, std::string_view start)
-{
-    return text.size() >= start.size() &&
-           std::equal(start.begin(), start.end(), text.begin(),
-                      [](char letter, WCHAR unit) { return static_cast<WCHAR>(letter) == layer::Fold(unit); });
-}
-
-bool StartsKeyLine(TextView line)
-{
-    return StartsWith(line, "[HKEY_") || StartsWith(line, "[-HKEY_");
-}
-
-/// Whether the line has only blanks or a comment up to its end.
-bool IsBlankOrComment(TextView text)
-{
-    const auto first = std::find_if_not(text.begin(), text.end(), IsBlank);
-    return first == text.end() || *first == LineFeed || *first == ';';
-}
-
-bool HasEmptyPart(TextView path)
-{
-    for (std::size_t i = path.find(Backslash); i != TextView::npos; i = path.find(Backslash, i + 1)) {
-        if (i + 1 == path.size() || path[i + 1] == Backslash)
-            return true;
-    }
-    return false;
+    return type == REG_SZ || type == ExpandableText || type == TextList;
 }
 
 /// Whether these bytes can be a complete value of this type. Texts must have their terminator, other types may have any
 /// size.
 bool IsComplete(DWORD type, std::span<const BYTE> bytes)
 {
-    if (type != REG_SZ && type != ExpandableText && type != TextList)
+    if (!IsText(type))
         return true;
     const std::size_t zeros = (type == TextList ? 2 : 1) * sizeof(WCHAR);
     return bytes.size() >= zeros && bytes.size() % sizeof(WCHAR) == 0 &&
@@ -137,30 +62,29 @@ bool IsComplete(DWORD type, std::span<const BYTE> bytes)
 
 /// Parses a decoded file into a store.
 ///
-/// Each Parse function reads from Position up to the end of a line at most. It returns null, or the reason why the
+/// Each Parse function reads from the position up to the end of a line at most. It returns null, or the reason why the
 /// statement is malformed. The functions only record the change that the statement makes, in Pending and the members
 /// after it; Run applies the change once the whole statement is known to be well-formed.
-class ExportReader {
+class ExportReader : private layer::LineScanner {
 public:
-    ExportReader(const DecodedFile& decoded, RegistrySnapshot& store, layer::DroppedLines& dropped)
-        : All(decoded.all()), MalformedOffsets(decoded.MalformedOffsets), Store(store), Dropped(dropped)
+    /// @param narrow decodes the bytes of texts; null if they are UTF-16
+    ExportReader(const FileText& file, layer::NarrowDecoder* narrow, RegistrySnapshot& store, layer::FileReport& report)
+        : LineScanner(file.all()), File(file), Narrow(narrow), Store(store), Report(report)
     {
     }
 
     void Run()
     {
         while (!AtEnd()) {
-            const TextPosition start = Position;
+            const LineScanner start = *this;
             Pending = Change::none;
-            ResumeAt.reset();
             const char* reason = ParseStatement();
             // A malformed statement loses its first line only: parsing resumes at its second line.
             if (reason != nullptr)
-                Position = ResumeAt.value_or(start);
-            if (!ResumeAt)
-                ToNextLine();
-            if (reason == nullptr && HasMalformedBytes(start.Offset, Position.Offset))
-                reason = "the line is not UTF-8";
+                Rewind(start);
+            ToNextLine();
+            if (reason == nullptr)
+                reason = FindBadCharacter(start.Offset);
             if (reason == nullptr)
                 Apply();
             else
@@ -171,10 +95,7 @@ public:
 private:
     enum class Change { none, openKey, deleteKey, setValue, deleteValue };
 
-    struct TextPosition {
-        std::size_t Offset = 0;
-        std::size_t Line = 1;
-    };
+    void Rewind(const LineScanner& start) { LineScanner::operator=(start); }
 
     const char* ParseStatement()
     {
@@ -187,61 +108,82 @@ private:
             case Quote: return ParseValueLine();
             default: break;
         }
-        return StartsWith(Rest(), "WINDOWS REGISTRY EDITOR VERSION 5.00") ? nullptr
-                                                                          : "the line is neither a key nor a value";
+        // Header lines are allowed anywhere, because files are made by joining exports.
+        if (!IsLine(Header) && !IsLine(NarrowHeader))
+            return "the line is neither a key nor a value";
+        HeaderSeen = true;
+        return nullptr;
     }
 
     const char* ParseKeyLine()
     {
         CurrentKey.reset();  // a malformed key line too ends the values of the key before it
-        const TextView line = Rest().substr(0, Rest().find(LineFeed));
-        // A key's name may contain brackets. The closing bracket is the first one that only a comment follows.
-        std::size_t end = line.find(']');
-        while (end != TextView::npos && !IsBlankOrComment(line.substr(end + 1)))
-            end = line.find(']', end + 1);
+        const std::size_t end = FindClosingBracket();
         if (end == TextView::npos)
             return "the key has no closing bracket";
-        Path = line.substr(1, end - 1);
+        Path = All.substr(Offset + 1, end - Offset - 1);
         Pending = Change::openKey;
         if (Path.starts_with(WCHAR{'-'})) {
             Pending = Change::deleteKey;
             Path.remove_prefix(1);
         }
-        if (Path.ends_with(Backslash))
-            Path.remove_suffix(1);
-        if (!RegistrySnapshot::FindHive(Path.substr(0, Path.find(Backslash))))
+        Path = layer::NormalizePath(Path, PathStorage);
+        if (!RegistrySnapshot::FindHive(Path.substr(0, Path.find(layer::PathSeparator))))
             return "the predefined key is unknown";
-        return HasEmptyPart(Path) ? "the path of the key has an empty part" : nullptr;
+        return nullptr;
+    }
+
+    /// Finds the bracket that closes a key's name, which may contain brackets: the first one that only blanks or a
+    /// comment follow. If there is none, the last one of the line counts, and the text after it is ignored.
+    std::size_t FindClosingBracket() const
+    {
+        std::size_t last = TextView::npos;
+        for (std::size_t at = Offset; !IsLineEnd(at); ++at) {
+            if (All[at] != ']')
+                continue;
+            last = at;
+            if (OnlyCommentFollows(at + 1))
+                break;
+        }
+        return last;
     }
 
     const char* ParseValueLine()
     {
-        Name.clear();
-        if (Peek() == '@')
-            ++Position.Offset;
-        else if (const char* const reason = ParseQuotedName())
+        if (const char* const reason = ParseName(Name))
             return reason;
-        SkipBlanks();
-        if (Peek() != '=')
-            return "the value has no equals sign";
-        ++Position.Offset;
-        SkipBlanks();
         if (const char* const reason = ParseValueData())
             return reason;
-        if (!IsBlankOrComment(Rest()))
+        if (!OnlyCommentFollows(Offset))
             return "there is text after the value";
         return CurrentKey ? nullptr : "the value belongs to no key";
     }
 
-    const char* ParseQuotedName()
+    /// Parses up to the data: the name, and the equals sign with the blanks around it.
+    const char* ParseName(Text& name)
     {
-        for (++Position.Offset; Peek() != LineFeed; ++Position.Offset) {
+        name.clear();
+        if (Peek() == '@')
+            ++Offset;
+        else if (const char* const reason = ParseQuotedName(name))
+            return reason;
+        SkipBlanks();
+        if (Peek() != '=')
+            return "the value has no equals sign";
+        ++Offset;
+        SkipBlanks();
+        return nullptr;
+    }
+
+    const char* ParseQuotedName(Text& name)
+    {
+        for (++Offset; !IsLineEnd(Offset); ++Offset) {
             if (Peek() == Quote) {
-                ++Position.Offset;
+                ++Offset;
                 return nullptr;
             }
             SkipEscape();
-            Name += Peek();
+            name += All[Offset];
         }
         return "the name has no closing quotation mark";
     }
@@ -251,65 +193,82 @@ private:
         Pending = Change::setValue;
         if (Peek() == Quote)
             return ParseQuotedText();
-        if (Peek() == '-') {
+        if (Skip("-")) {
             Pending = Change::deleteValue;
-            ++Position.Offset;
             return nullptr;
         }
-        if (StartsWith(Rest(), "DWORD:"))
+        if (Skip("DWORD:"))
             return ParseNumber();
-        if (StartsWith(Rest(), "HEX:")) {
-            Position.Offset += std::strlen("hex:");
+        if (Skip("HEX:"))
             return ParseBinary(REG_BINARY);
-        }
-        if (StartsWith(Rest(), "HEX("))
+        if (Skip("HEX("))
             return ParseTypedBinary();
         return "the data of the value has no known form";
     }
 
-    /// A text may contain line ends. One without a closing quotation mark is dropped up to the next key line, because
-    /// all lines up to there may belong to it.
+    /// Whether a statement starts at the position, the start of a line. Used inside texts, so all of `"name"=` and the
+    /// start of the data must be there.
+    bool IsAtStatement()
+    {
+        if (StartsWith("[HKEY_") || StartsWith("[-HKEY_"))
+            return true;
+        const LineScanner start = *this;
+        SkipBlanks();
+        bool found = false;
+        if (Peek() == '@' || Peek() == Quote) {
+            Text name;
+            found = ParseName(name) == nullptr && (Peek() == Quote || StartsWith("-") || StartsWith("DWORD:") ||
+                                                   StartsWith("HEX:") || StartsWith("HEX("));
+        }
+        Rewind(start);
+        return found;
+    }
+
+    /// A text may contain line ends. A text that is not closed before the next statement loses its first line only: the
+    /// lines after it are parsed by themselves.
     const char* ParseQuotedText()
     {
         Characters.clear();
-        for (++Position.Offset; !AtEnd(); ++Position.Offset) {
-            if (Peek() == Quote) {
-                ++Position.Offset;
-                Characters += WCHAR{0};
-                const auto* const bytes = reinterpret_cast<const BYTE*>(Characters.data());
-                SetData(REG_SZ, {bytes, Characters.size() * sizeof(WCHAR)});
-                return nullptr;
-            }
+        const std::size_t firstLine = Line;
+        for (++Offset; !AtEnd() && All[Offset] != Quote;) {
             SkipEscape();
-            Characters += Peek();
-            if (Peek() == LineFeed) {
-                ++Position.Line;
-                if (StartsKeyLine(Rest().substr(1))) {
-                    ++Position.Offset;
-                    break;
-                }
-            }
+            Characters += All[Offset];
+            const bool lineEnds = IsLineEnd(Offset++);
+            Line += lineEnds ? 1 : 0;
+            if (lineEnds && IsAtStatement())
+                return Unclosed;
         }
-        ResumeAt = Position;
-        return "the text has no closing quotation mark";
+        if (AtEnd())
+            return Unclosed;
+        ++Offset;
+        // The quotation mark that follows an unclosed text usually opens the name of the next value.
+        if (Line != firstLine && !OnlyCommentFollows(Offset))
+            return Unclosed;
+        Characters += WCHAR{0};
+        SetTextData(REG_SZ);
+        return nullptr;
     }
 
     /// Parses one to eight digits. @return false if there are fewer or more
     bool ParseHexNumber(DWORD& number)
     {
         number = 0;
-        const std::size_t start = Position.Offset;
-        for (; Position.Offset - start < 8 && HexDigit(Peek()) >= 0; ++Position.Offset)
+        const std::size_t start = Offset;
+        for (; Offset - start < 8 && HexDigit(Peek()) >= 0; ++Offset)
             number = number << 4 | static_cast<DWORD>(HexDigit(Peek()));
-        return Position.Offset > start && HexDigit(Peek()) < 0;
+        return Offset > start && HexDigit(Peek()) < 0;
     }
 
     const char* ParseNumber()
     {
-        Position.Offset += std::strlen("dword:");
+        SkipBlanks();
+        const std::size_t start = Offset;
         DWORD number = 0;
         if (!ParseHexNumber(number))
             return "the number does not have one to eight digits";
+        // The file may have been cut off at this point. Exports have all eight digits.
+        if (AtEnd() && Offset - start < 8)
+            return "the file ends inside the number";
         Bytes.resize(sizeof number);
         std::memcpy(Bytes.data(), &number, sizeof number);
         SetData(REG_DWORD, Bytes);
@@ -318,55 +277,62 @@ private:
 
     const char* ParseTypedBinary()
     {
-        Position.Offset += std::strlen("hex(");
         DWORD type = 0;
-        if (!ParseHexNumber(type) || !StartsWith(Rest(), "):"))
+        if (!ParseHexNumber(type) || !Skip("):"))
             return "the type of the value is malformed";
-        Position.Offset += std::strlen("):");
         return ParseBinary(type);
     }
 
     const char* ParseBinary(DWORD type)
     {
         Bytes.clear();
-        // `hex:` alone is an empty value. After a continuation, and at the end of the file, a byte must follow.
-        const bool isEmpty = !SkipContinuations() && !AtEnd() && HexDigit(Peek()) < 0;
-        if (!isEmpty) {
-            do {
-                if (!ParseByte())
-                    return "a byte is missing in the data";
-            } while (SkipComma());
+        bool continued = SkipContinuations();
+        bool isCut = false;  // if the file ends here
+        while (const std::size_t digits = ParseByte()) {
+            SkipBlanks();
+            continued = false;
+            isCut = digits < 2 || Peek() == ',';
+            if (Peek() != ',')
+                break;
+            ++Offset;
+            continued = SkipContinuations();
+        }
+        // A comma may end the list, but a line that is to be continued promises a byte.
+        if (continued)
+            return "a byte is missing in the data";
+        if (Narrow != nullptr && IsText(type)) {
+            if (!WidenBytes())
+                return "the text has bytes that are not in the code page";
+            SetTextData(type);
+        } else {
+            SetData(type, Bytes);
         }
         // The file may have been cut off at this point. Half a text, such as half a path, must not be used.
-        if (AtEnd() && !IsComplete(type, Bytes))
-            return "the file ends inside the text";
-        SetData(type, Bytes);
+        if (AtEnd() && (isCut || !IsComplete(type, Data)))
+            return "the file ends inside the data";
         return nullptr;
     }
 
-    /// Parses a byte of one or two digits. @return false if there is no digit
-    bool ParseByte()
+    /// Parses a byte of one or two digits. @return the number of digits
+    std::size_t ParseByte()
     {
         const int high = HexDigit(Peek());
         if (high < 0)
-            return false;
-        ++Position.Offset;
+            return 0;
+        ++Offset;
         const int low = HexDigit(Peek());
         if (low >= 0)
-            ++Position.Offset;
+            ++Offset;
         Bytes.push_back(static_cast<BYTE>(low >= 0 ? high * 16 + low : high));
-        return true;
+        return low >= 0 ? 2 : 1;
     }
 
-    /// Skips a comma and the continuation after it. @return false if there is no comma
-    bool SkipComma()
+    /// Decodes Bytes to Characters. @return false if they are not text
+    bool WidenBytes()
     {
-        SkipBlanks();
-        if (Peek() != ',')
-            return false;
-        ++Position.Offset;
-        SkipContinuations();
-        return true;
+        const FileText wide = Narrow->Decode({reinterpret_cast<const char*>(Bytes.data()), Bytes.size()});
+        Characters = wide.all();
+        return !wide.HasMalformedBytes(0, wide.Count);
     }
 
     void SetData(DWORD type, std::span<const BYTE> data)
@@ -375,27 +341,20 @@ private:
         Data = data;
     }
 
-    bool AtEnd() const { return Position.Offset >= All.size(); }
-    TextView Rest() const { return All.substr(Position.Offset); }
-
-    /// The unit at Position. The end of the file reads as a line end, so that no caller needs a second test.
-    WCHAR Peek() const { return AtEnd() ? LineFeed : All[Position.Offset]; }
-
-    void SkipBlanks()
+    /// Sets Characters as the data.
+    void SetTextData(DWORD type)
     {
-        while (IsBlank(Peek()))
-            ++Position.Offset;
+        SetData(type, {reinterpret_cast<const BYTE*>(Characters.data()), Characters.size() * sizeof(WCHAR)});
     }
 
-    /// Skips blanks, and continues on the next line if a backslash ends this one. @return whether a line was continued
+    /// Skips blanks. If a backslash ends the line, continues on the next line that is not blank or a comment.
+    /// @return whether a line was continued
     bool SkipContinuations()
     {
         bool skipped = false;
-        for (SkipBlanks(); Peek() == Backslash; SkipBlanks()) {
-            const std::size_t end = Rest().find_first_not_of(Blanks, 1);
-            if (end == TextView::npos || Rest()[end] != LineFeed)
-                break;
+        for (SkipBlanks(); Peek() == Backslash && OnlyCommentFollows(Offset + 1); SkipBlanks()) {
             ToNextLine();
+            SkipEmptyLines();
             skipped = true;
         }
         return skipped;
@@ -404,25 +363,24 @@ private:
     /// Skips a backslash that escapes a quotation mark or another backslash. Any other backslash is an ordinary unit.
     void SkipEscape()
     {
-        if (Peek() == Backslash && Position.Offset + 1 < All.size() &&
-            (All[Position.Offset + 1] == Backslash || All[Position.Offset + 1] == Quote))
-            ++Position.Offset;
+        if (All[Offset] == Backslash && Offset + 1 < All.size() &&
+            (All[Offset + 1] == Backslash || All[Offset + 1] == Quote))
+            ++Offset;
     }
 
-    void ToNextLine()
+    /// The reason why the lines from `start` to the position cannot be used although they are well-formed, or null.
+    const char* FindBadCharacter(std::size_t start) const
     {
-        Position.Offset = std::min(All.find(LineFeed, Position.Offset), All.size() - 1) + 1;
-        ++Position.Line;
-    }
-
-    bool HasMalformedBytes(std::size_t from, std::size_t to) const
-    {
-        const auto first = std::lower_bound(MalformedOffsets.begin(), MalformedOffsets.end(), from);
-        return first != MalformedOffsets.end() && *first < to;
+        if (File.HasMalformedBytes(start, Offset))
+            return "the line has bytes that are not text";
+        if (All.substr(start, Offset - start).find(WCHAR{0}) != TextView::npos)
+            return "the line has a zero character";
+        return nullptr;
     }
 
     void Apply()
     {
+        Report.LacksHeader = Report.LacksHeader || (Pending != Change::none && !HeaderSeen);
         switch (Pending) {
             case Change::none: break;
             case Change::openKey: CurrentKey = Store.AddKey(Path); break;
@@ -435,22 +393,22 @@ private:
     /// Records a dropped statement. The list is limited: a file of random bytes may have millions of them.
     void Drop(std::size_t line, const char* reason)
     {
-        if (++Dropped.Count <= layer::DroppedLines::Limit)
-            Dropped.First.push_back({line, reason});
+        if (++Report.DroppedCount <= layer::FileReport::Limit)
+            Report.Dropped.push_back({line, reason});
     }
 
-    const TextView All;
-    const std::vector<std::uint32_t>& MalformedOffsets;
+    const FileText& File;
+    layer::NarrowDecoder* const Narrow;
     RegistrySnapshot& Store;
-    layer::DroppedLines& Dropped;
+    layer::FileReport& Report;
 
-    TextPosition Position;
+    bool HeaderSeen = false;
     std::optional<RegistrySnapshot::Key> CurrentKey;  // the key to which the values belong
 
     // The statement that is being parsed.
     Change Pending = Change::none;
-    std::optional<TextPosition> ResumeAt;  // where to resume after a malformed statement, if not at its second line
     TextView Path;
+    Text PathStorage;
     Text Name;
     DWORD Type = REG_NONE;
     std::span<const BYTE> Data;  // refers to one of the next two
@@ -458,13 +416,43 @@ private:
     std::vector<BYTE> Bytes;
 };
 
-}  // namespace
-
-layer::RegistrySnapshot layer::ReadRegistryFile(std::string_view file, DroppedLines& dropped)
+/// Parses a decoded file. @param narrow as for ExportReader
+RegistrySnapshot Parse(const FileText& file, layer::NarrowDecoder* narrow, layer::FileReport& report)
 {
     RegistrySnapshot store;
-    const DecodedFile decoded = Decode(file);
-    ExportReader(decoded, store, dropped).Run();
+    ExportReader(file, narrow, store, report).Run();
     store.Finish();
     return store;
+}
+
+/// The active code page according to the store itself, UTF-8 if it has none.
+UINT CodePageOf(const RegistrySnapshot& store)
+{
+    const auto hive = store.PathOf(*RegistrySnapshot::FindHive(HKEY_LOCAL_MACHINE));
+    const auto key = store.FindKey(hive, layer::CodePageKey);
+    const auto value = key ? store.FindValue(*key, layer::CodePageName) : std::nullopt;
+    if (!value || value->Data.size() % sizeof(WCHAR) != 0)
+        return CP_UTF8;
+    Text text(value->Data.size() / sizeof(WCHAR), WCHAR{0});
+    std::memcpy(text.data(), value->Data.data(), value->Data.size());
+    return layer::ParseCodePage(text.c_str());
+}
+
+}  // namespace
+
+layer::RegistrySnapshot layer::ReadRegistryFile(std::string_view file, FileReport& report)
+{
+    FileText text = DecodeByMark(file);
+    LineScanner start(text.all());
+    start.SkipEmptyLines();
+    start.SkipBlanks();
+    if (!start.IsLine(NarrowHeader))
+        return Parse(text, nullptr, report);
+    // The number of the code page is ASCII, so it is found before the page is known. It is not read through the store,
+    // because the store is this file.
+    FileReport ignored;
+    NarrowDecoder narrow(CodePageOf(Parse(text, nullptr, ignored)));
+    if (!HasMark(file))
+        text = narrow.Decode(file);
+    return Parse(text, &narrow, report);
 }

@@ -1,6 +1,6 @@
-// Read access to the settings store. The file is parsed once and cached; each opening of a key checks with one `stat`
-// whether the file has changed. An open key keeps a reference to the state of the store in which it was opened, so its
-// values never mix two states.
+// Read access to the settings store. The file is parsed once and cached; each opening of a key, and each read through
+// an open key, checks with one `stat` whether the file has changed. A call uses one state of the store from start to
+// end.
 #include "store/registry.h"
 
 #include "base/descriptor.h"
@@ -8,18 +8,22 @@
 #include "base/handle.h"
 #include "base/lifecycle.h"
 #include "store/export_file.h"
+#include "store/key_path.h"
 #include "store/snapshot.h"
 #include "text/debug_output.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <iterator>
+#include <functional>
 #include <memory>
 #include <new>
+#include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -31,7 +35,7 @@ using layer::Text;
 using layer::TextView;
 
 constexpr const char* DefaultPath = "/etc/veltrix/registry.reg";
-constexpr off_t MaxFileBytes = off_t{256} << 20;
+constexpr off_t MaxFileBytes = off_t{32} << 20;
 constexpr int MaxReadAttempts = 10;
 
 // The kernel takes the times of a file from a clock that advances in ticks of up to 10 ms. A second change within the
@@ -92,10 +96,23 @@ const char* StorePath()
     return path != nullptr && *path != '\0' ? path : DefaultPath;
 }
 
+/// Why the store cannot be read. Error is ERROR_SUCCESS if it can.
+struct Failure {
+    DWORD Error = ERROR_SUCCESS;
+    std::string_view Reason;
+    off_t Size = 0;  // of a file that is too large
+};
+
 /// Like ErrorFromErrno, but ENOTDIR also means that there is no store.
-DWORD StoreError(int error)
+Failure FailureFromErrno(int error)
 {
-    return error == ENOTDIR ? ERROR_FILE_NOT_FOUND : layer::ErrorFromErrno(error);
+    return {error == ENOTDIR ? DWORD{ERROR_FILE_NOT_FOUND} : layer::ErrorFromErrno(error), strerrordesc_np(error)};
+}
+
+/// Whether the same file may be readable at the next attempt.
+bool IsPassing(DWORD error)
+{
+    return error == ERROR_TOO_MANY_OPEN_FILES || error == ERROR_OUTOFMEMORY || error == ERROR_SHARING_VIOLATION;
 }
 
 /// Reads up to `size` bytes, fewer only at the end of the file. @return the count, or -1 with `errno`
@@ -121,19 +138,17 @@ struct FileContent {
     struct stat Status {};
 };
 
-/// Reads the whole file once. @return ERROR_SHARING_VIOLATION if it changed meanwhile
-DWORD ReadOnce(const char* path, FileContent& content)
+/// Reads the whole file once. It fails with ERROR_SHARING_VIOLATION if the file changed meanwhile.
+Failure ReadOnce(const char* path, FileContent& content)
 {
     // Without O_NONBLOCK the opening of a pipe would block until it has a writer.
     const layer::Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!file || fstat(file.get(), &content.Status) != 0)
-        return StoreError(errno);
+        return FailureFromErrno(errno);
     if (!S_ISREG(content.Status.st_mode))
-        return ERROR_ACCESS_DENIED;
-    if (content.Status.st_size > MaxFileBytes) {
-        layer::DebugLine(std::string(path) + ": larger than 256 MB, not read");
-        return ERROR_NOT_SUPPORTED;
-    }
+        return {ERROR_ACCESS_DENIED, "not a regular file"};
+    if (content.Status.st_size > MaxFileBytes)
+        return {ERROR_NOT_SUPPORTED, "too large", content.Status.st_size};
     content.Count = static_cast<std::size_t>(content.Status.st_size);
     content.Bytes = std::make_unique_for_overwrite<char[]>(content.Count);
     // A file that is overwritten in place, rather than replaced, can be read half old and half new. The status before
@@ -141,84 +156,152 @@ DWORD ReadOnce(const char* path, FileContent& content)
     const ssize_t count = ReadAll(file.get(), content.Bytes.get(), content.Count);
     struct stat after {};
     if (count < 0 || fstat(file.get(), &after) != 0)
-        return StoreError(errno);
-    const bool same = Signature(after).HasSameContentAs(Signature(content.Status));
-    return same && static_cast<std::size_t>(count) == content.Count ? ERROR_SUCCESS : ERROR_SHARING_VIOLATION;
+        return FailureFromErrno(errno);
+    if (!Signature(after).HasSameContentAs(Signature(content.Status)) ||
+        static_cast<std::size_t>(count) != content.Count)
+        return {ERROR_SHARING_VIOLATION, "it keeps changing"};
+    return {};
 }
 
 /// Reads the whole file; tries again while a writer is changing it.
-DWORD ReadContent(const char* path, FileContent& content)
+Failure ReadContent(const char* path, FileContent& content)
 {
-    DWORD error = ERROR_SHARING_VIOLATION;
-    for (int i = 0; i < MaxReadAttempts && error == ERROR_SHARING_VIOLATION; ++i)
-        error = ReadOnce(path, content);
-    return error;
+    Failure failure{ERROR_SHARING_VIOLATION, {}};
+    for (int i = 0; i < MaxReadAttempts && failure.Error == ERROR_SHARING_VIOLATION; ++i)
+        failure = ReadOnce(path, content);
+    return failure;
 }
 
-/// Reports the malformed lines in debug output, each on a line.
-void Report(const char* path, const layer::DroppedLines& dropped)
+/// Reports in debug output what is wrong with the file, each malformed line on a line.
+void Report(const char* path, const layer::FileReport& report)
 {
     const std::string start = std::string(path) + ": ";
-    for (const auto& [number, reason] : dropped.First)
+    if (report.LacksHeader)
+        layer::DebugLine(start + "the file has no header line; it is read all the same");
+    for (const auto& [number, reason] : report.Dropped)
         layer::DebugLine(start + "line " + std::to_string(number) + " ignored: " + reason);
-    if (dropped.Count > dropped.First.size())
-        layer::DebugLine(start + std::to_string(dropped.Count - dropped.First.size()) + " more lines ignored");
+    if (report.DroppedCount > report.Dropped.size())
+        layer::DebugLine(start + std::to_string(report.DroppedCount - report.Dropped.size()) + " more lines ignored");
+}
+
+// Identifies the failure that was reported last, by path and error; 0 if the store could be read since then. It keeps a
+// program that reads settings all the time from reporting the same failure all the time.
+std::atomic<std::size_t> reportedFailure{0};
+
+/// Reports in debug output why the store cannot be read. @param kept whether the content read before stays in force
+void ReportFailure(const char* path, const Failure& failure, bool kept)
+{
+    const std::size_t id = std::hash<std::string_view>()(path) ^ failure.Error ^ (kept ? 1U << 16 : 0U);
+    if (reportedFailure.exchange(id, std::memory_order_relaxed) == id)
+        return;
+    try {
+        std::string line = std::string(path) + ": cannot be read: " + std::string(failure.Reason);
+        if (failure.Size != 0)
+            line += ", " + std::to_string(failure.Size) + " bytes, the limit is " + std::to_string(MaxFileBytes);
+        layer::DebugLine(kept ? line + "; the content read before stays in force" : line);
+    } catch (const std::bad_alloc&) {
+        reportedFailure.store(0, std::memory_order_relaxed);
+    }
 }
 
 /// Reads the store from its file and replaces the cached one. Two threads may do so at the same time: the next opening
 /// notices if the older state remains in the cache, because its signature differs from the file's.
-DWORD ReadStore(const char* path, StorePointer& store)
+Failure ReadStore(const char* path, StorePointer& store)
 {
     // Taken before the file is read, so that a change that the reading misses gets a later time. The coarse clock is
     // the one from which file times are taken.
     timespec now{};
     clock_gettime(CLOCK_REALTIME_COARSE, &now);
     FileContent content;
-    if (const DWORD error = ReadContent(path, content); error != ERROR_SUCCESS)
-        return error;
-    layer::DroppedLines dropped;
+    if (const Failure failure = ReadContent(path, content); failure.Error != ERROR_SUCCESS)
+        return failure;
+    layer::FileReport report;
     const Signature state(content.Status);
     const bool reliable = std::abs(Nanoseconds(now) - state.Changed) > ReliableSignatureAge;
     store = std::make_shared<const LoadedStore>(
-        LoadedStore{path, state, reliable, layer::ReadRegistryFile({content.Bytes.get(), content.Count}, dropped)});
-    Report(path, dropped);
+        LoadedStore{path, state, reliable, layer::ReadRegistryFile({content.Bytes.get(), content.Count}, report)});
+    Report(path, report);
     // Declared before the guard, so that the former store is destroyed after the lock is released.
     auto replacement = std::make_unique<StorePointer>(store);
     layer::RegisterHooks(hooks);
     const std::lock_guard<std::mutex> guard(layer::TableLock());
     StorePointer* const former = std::exchange(cachedStore, replacement.release());
     replacement.reset(former);
-    return ERROR_SUCCESS;
+    return {};
+}
+
+/// Gets the cached store, whether it is current or not. @return null if none was read from this path
+StorePointer CachedStore(const char* path)
+{
+    const std::lock_guard<std::mutex> guard(layer::TableLock());
+    return cachedStore != nullptr && (*cachedStore)->Path == path ? *cachedStore : nullptr;
 }
 
 /// Gets the store in its current state, from the cache if the file has not changed.
+Failure GetStore(const char* path, StorePointer& store)
+{
+    struct stat status {};
+    if (stat(path, &status) != 0)
+        return FailureFromErrno(errno);
+    store = CachedStore(path);
+    if (store && store->SignatureIsReliable && store->State == Signature(status))
+        return {};
+    try {
+        return ReadStore(path, store);
+    } catch (const std::bad_alloc&) {
+        return FailureFromErrno(ENOMEM);
+    }
+}
+
+/// Gets the store in its current state. If the file cannot be read for a passing reason, the content that was read last
+/// stays in force: a setting such as the encryption must not fall back to its default because a process has no free
+/// descriptor.
 DWORD CurrentStore(StorePointer& store)
 {
     const char* const path = StorePath();
-    struct stat status {};
-    if (stat(path, &status) != 0)
-        return StoreError(errno);
-    const Signature state(status);
-    {
-        const std::lock_guard<std::mutex> guard(layer::TableLock());
-        if (cachedStore != nullptr && (*cachedStore)->SignatureIsReliable && (*cachedStore)->State == state &&
-            (*cachedStore)->Path == path) {
-            store = *cachedStore;
-            return ERROR_SUCCESS;
-        }
+    const Failure failure = GetStore(path, store);
+    if (failure.Error == ERROR_SUCCESS) {
+        if (reportedFailure.load(std::memory_order_relaxed) != 0)
+            reportedFailure.store(0, std::memory_order_relaxed);
+        return ERROR_SUCCESS;
     }
-    return ReadStore(path, store);
+    store = IsPassing(failure.Error) ? CachedStore(path) : nullptr;
+    ReportFailure(path, failure, store != nullptr);
+    return store ? DWORD{ERROR_SUCCESS} : failure.Error;
+}
+
+/// The clock from which file times are taken, without the steps of the wall clock. It is read in a few nanoseconds.
+std::int64_t CurrentTick()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return Nanoseconds(now);
 }
 
 /// The object of a key's handle.
 class OpenKey final : public layer::Object {
 public:
-    OpenKey(StorePointer store, RegistrySnapshot::Key key) : Object(Kind::key), Loaded(std::move(store)), Key(key) {}
+    /// @param tick when the check started that found `store` to be current
+    OpenKey(StorePointer store, RegistrySnapshot::Key key, std::int64_t tick)
+        : Object(Kind::key), Loaded(std::move(store)), Key(key), Tick(tick)
+    {
+    }
 
     const RegistrySnapshot& content() const { return Loaded->Content; }
 
+    /// Whether Loaded needs no further check for this read: it is the first one, within the tick of the opening.
+    /// Opening a key to read one value therefore costs one `stat`, not two.
+    bool TakeOpeningCheck() const
+    {
+        return !CheckIsUsed.exchange(true, std::memory_order_relaxed) && Tick == CurrentTick();
+    }
+
     const StorePointer Loaded;
     const RegistrySnapshot::Key Key;
+
+private:
+    const std::int64_t Tick;
+    mutable std::atomic<bool> CheckIsUsed{false};
 };
 
 OpenKey* FindOpenKey(HKEY key)
@@ -229,20 +312,6 @@ OpenKey* FindOpenKey(HKEY key)
 TextView View(LPCWSTR text)
 {
     return text == nullptr ? TextView() : TextView(text);
-}
-
-/// Reduces each run of backslashes to one and removes those at the end.
-/// @param storage holds the result if it is not a part of `path`
-TextView NormalizePath(TextView path, Text& storage)
-{
-    constexpr WCHAR doubled[] = {'\\', '\\', 0};
-    while (path.ends_with(doubled[0]))
-        path.remove_suffix(1);
-    if (path.find(doubled) == TextView::npos)
-        return path;
-    std::unique_copy(path.begin(), path.end(), std::back_inserter(storage),
-                     [&](WCHAR left, WCHAR right) { return left == doubled[0] && right == doubled[0]; });
-    return storage;
 }
 
 /// Finds the key at `path` below `base` in the current store, also if `base` was opened in an earlier one.
@@ -258,9 +327,9 @@ DWORD FindKey(HKEY base, TextView path, StorePointer& store, RegistrySnapshot::K
         return ERROR_BAD_PATHNAME;
     Text storage;
     const auto start = hive ? store->Content.PathOf(*hive) : parent->content().PathOf(parent->Key);
-    const auto found = store->Content.FindKey(start, NormalizePath(path, storage));
+    const auto found = store->Content.FindKey(start, layer::NormalizePath(path, storage));
     if (!found)
-        return ERROR_FILE_NOT_FOUND;
+        return store->Content.FindKey(start, {}) ? ERROR_FILE_NOT_FOUND : ERROR_KEY_DELETED;
     key = *found;
     return ERROR_SUCCESS;
 }
@@ -269,6 +338,7 @@ DWORD Open(HKEY base, TextView path, HKEY& opened)
 {
     StorePointer store;
     RegistrySnapshot::Key key{};
+    const std::int64_t tick = CurrentTick();
     if (const DWORD error = FindKey(base, path, store, key); error != ERROR_SUCCESS)
         return error;
     // As in Win32, opening a predefined key without a path returns the same handle.
@@ -276,7 +346,7 @@ DWORD Open(HKEY base, TextView path, HKEY& opened)
         opened = base;
         return ERROR_SUCCESS;
     }
-    const HANDLE handle = layer::OpenHandle(new OpenKey(std::move(store), key));
+    const HANDLE handle = layer::OpenHandle(new OpenKey(std::move(store), key, tick));
     if (handle == nullptr)
         return ERROR_OUTOFMEMORY;
     opened = static_cast<HKEY>(handle);
@@ -304,6 +374,19 @@ DWORD Query(const RegistrySnapshot& content, RegistrySnapshot::Key key, LPCWSTR 
         return ERROR_MORE_DATA;
     std::copy(value->Data.begin(), value->Data.end(), data);
     return ERROR_SUCCESS;
+}
+
+DWORD QueryOpenKey(const OpenKey& opened, LPCWSTR name, DWORD* type, BYTE* data, DWORD* bytes)
+{
+    if (opened.TakeOpeningCheck())
+        return Query(opened.content(), opened.Key, name, type, data, bytes);
+    StorePointer store;
+    if (const DWORD error = CurrentStore(store); error != ERROR_SUCCESS)
+        return error;
+    if (store == opened.Loaded)
+        return Query(opened.content(), opened.Key, name, type, data, bytes);
+    const auto key = store->Content.FindKey(opened.content().PathOf(opened.Key), {});
+    return key ? Query(store->Content, *key, name, type, data, bytes) : ERROR_KEY_DELETED;
 }
 
 DWORD QueryHive(HKEY hive, LPCWSTR name, DWORD* type, BYTE* data, DWORD* bytes)
@@ -372,7 +455,7 @@ LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, B
     const OpenKey* const opened = FindOpenKey(key);
     if (opened == nullptr)
         return LSTATUS{ERROR_INVALID_HANDLE};
-    return static_cast<LSTATUS>(Query(opened->content(), opened->Key, name, type, data, bytes));
+    return static_cast<LSTATUS>(CatchOutOfMemory([&] { return QueryOpenKey(*opened, name, type, data, bytes); }));
 }
 
 LSTATUS RegCloseKey(HKEY key)

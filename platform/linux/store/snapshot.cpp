@@ -2,6 +2,8 @@
 // not depend on the size of the store. All names share one block of memory, and so do all data.
 #include "store/snapshot.h"
 
+#include "store/key_path.h"
+#include "store/name_hash.h"
 #include "text/case_fold.h"
 
 #include <algorithm>
@@ -13,6 +15,7 @@
 namespace {
 
 using layer::Fold;
+using layer::PathSeparator;
 using layer::TextView;
 
 constexpr std::uint32_t NoParent = 0xFFFFFFFF;
@@ -23,41 +26,10 @@ constexpr std::uintptr_t FirstHive = 0x80000000;
 constexpr std::array<std::string_view, 4> HiveNames = {"HKEY_CLASSES_ROOT", "HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE",
                                                        "HKEY_USERS"};
 
-constexpr std::uint32_t HashMultiplier = 33;
-
-/// The contribution of a unit to a hash, the same for both cases of a letter. Clearing the bit that separates ASCII
-/// capitals from small letters is cheaper than folding; that it also merges a few other units costs a comparison at
-/// most.
-std::uint32_t HashedUnit(WCHAR unit)
-{
-    return (unit < 0x80 ? unit : layer::FoldNonAscii(unit)) & ~0x20U;
-}
-
-/// Extends `hash` by the units of `text`. The hash of a text is the same if it is computed in several parts, so that
-/// the hash of a path follows from that of its parent. HashIndex spreads the result over its slots.
-std::uint32_t Hash(std::uint32_t hash, TextView text)
-{
-    const WCHAR* at = text.data();
-    const WCHAR* const end = at + text.size();
-    // Four units per step. With one unit per step each multiplication waits for the one before it, and hashing took
-    // most of the time of opening a key.
-    for (; end - at >= 4; at += 4) {
-        hash = hash * (HashMultiplier * HashMultiplier * HashMultiplier * HashMultiplier) +
-               HashedUnit(at[0]) * (HashMultiplier * HashMultiplier * HashMultiplier) +
-               HashedUnit(at[1]) * (HashMultiplier * HashMultiplier) + HashedUnit(at[2]) * HashMultiplier +
-               HashedUnit(at[3]);
-    }
-    for (; at != end; ++at)
-        hash = hash * HashMultiplier + HashedUnit(*at);
-    return hash;
-}
-
-constexpr WCHAR Separator = '\\';
-
 /// The hash of the key at `path` below the key with this hash.
 std::uint32_t HashOfChild(std::uint32_t hash, TextView path)
 {
-    return Hash(Hash(hash, {&Separator, 1}), path);
+    return layer::ExtendHash(layer::ExtendHash(hash, {&PathSeparator, 1}), path);
 }
 
 bool EqualsIgnoringCase(TextView one, TextView other)
@@ -72,13 +44,10 @@ bool EqualsIgnoringCase(TextView one, TextView other)
                       [](WCHAR left, WCHAR right) { return Fold(left) == Fold(right); });
 }
 
-/// Removes the first part of a path, with the separator after it. @return that part
-TextView TakeFirstPart(TextView& path)
+/// The hash of a value of the key with this number.
+std::uint32_t HashOfValue(std::uint32_t owner, TextView name)
 {
-    const std::size_t length = std::min(path.find(Separator), path.size());
-    const TextView part = path.substr(0, length);
-    path.remove_prefix(std::min(length + 1, path.size()));
-    return part;
+    return layer::ExtendHash(layer::HashOfNumber(owner), name);
 }
 
 }  // namespace
@@ -112,7 +81,7 @@ RegistrySnapshot::RegistrySnapshot()
 {
     for (const std::string_view name : HiveNames) {
         const Text wide(name.begin(), name.end());
-        AddKeyEntry(NoParent, Hash(0, wide), AppendText(wide), wide.size());
+        AddKeyEntry(NoParent, ExtendHash(0, wide), AppendText(wide), wide.size());
     }
 }
 
@@ -148,7 +117,7 @@ std::optional<RegistrySnapshot::Key> RegistrySnapshot::FindKey(const KeyPath& ba
         if (path.empty())
             return EqualsIgnoringCase(whole, base.FullPath);
         const std::size_t length = base.FullPath.size();
-        return whole.size() == length + 1 + path.size() && whole[length] == Separator &&
+        return whole.size() == length + 1 + path.size() && whole[length] == PathSeparator &&
                EqualsIgnoringCase(whole.substr(length + 1), path) &&
                EqualsIgnoringCase(whole.substr(0, length), base.FullPath);
     });
@@ -158,7 +127,7 @@ std::optional<RegistrySnapshot::Key> RegistrySnapshot::FindKey(const KeyPath& ba
 std::optional<RegistrySnapshot::Value> RegistrySnapshot::FindValue(Key key, TextView name) const
 {
     const std::uint32_t owner = Keys[key].CreatedAt;
-    const auto found = FindValueEntry(owner, Hash(owner, name), name);
+    const auto found = FindValueEntry(owner, HashOfValue(owner, name), name);
     if (!found || !Values[*found].Exists)
         return std::nullopt;
     const ValueEntry& entry = Values[*found];
@@ -229,7 +198,7 @@ void RegistrySnapshot::DeleteKey(TextView path)
 void RegistrySnapshot::SetValue(Key key, TextView name, DWORD type, std::span<const BYTE> data)
 {
     const std::uint32_t owner = Keys[key].CreatedAt;
-    const std::uint32_t hash = Hash(owner, name);
+    const std::uint32_t hash = HashOfValue(owner, name);
     auto entry = FindValueEntry(owner, hash, name);
     if (!entry) {
         entry = static_cast<std::uint32_t>(Values.size());
@@ -247,7 +216,7 @@ void RegistrySnapshot::SetValue(Key key, TextView name, DWORD type, std::span<co
 void RegistrySnapshot::DeleteValue(Key key, TextView name)
 {
     const std::uint32_t owner = Keys[key].CreatedAt;
-    if (const auto entry = FindValueEntry(owner, Hash(owner, name), name))
+    if (const auto entry = FindValueEntry(owner, HashOfValue(owner, name), name))
         Values[*entry].Exists = false;
 }
 

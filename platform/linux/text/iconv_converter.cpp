@@ -1,5 +1,5 @@
 // Translates the numbers of code pages to the names that `iconv` uses. Most of these are "CP" and the number.
-#include "region/iconv_converter.h"
+#include "text/iconv_converter.h"
 
 #include <bit>
 #include <charconv>
