@@ -1,7 +1,8 @@
-// Fuzzes the settings store: any bytes give a store that can be searched. The same text gives the same store in each
+// Fuzzes the settings store: any bytes give a store that can be queried. The same text gives the same store in each
 // encoding of Unicode, and with each kind of line end.
 #include "store/export_file.h"
 #include "testkit/require.h"
+#include "testkit/utf16.h"
 #include "text/utf8.h"
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 namespace {
 
 using layer::RegistrySnapshot;
+
 using testkit::Require;
 
 RegistrySnapshot Read(std::string_view file, std::size_t& droppedLines)
@@ -25,12 +27,7 @@ RegistrySnapshot Read(std::string_view file, std::size_t& droppedLines)
 
 constexpr std::string_view Utf8Mark = "\xEF\xBB\xBF";
 
-std::string InUtf16(const layer::Text& text)
-{
-    return "\xFF\xFE" + std::string(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(WCHAR));
-}
-
-/// Makes a carriage return of each line feed, or the other way round.
+/// Replaces each line feed by a carriage return, or the other way round.
 std::string Replace(std::string text, char from, char to)
 {
     std::ranges::replace(text, from, to);
@@ -40,7 +37,7 @@ std::string Replace(std::string text, char from, char to)
 constexpr WCHAR Paths[][4] = {{'a', 0}, {'A', '\\', 'b', 0}, {'b', 0}, {'\\', 0}, {0}};
 constexpr WCHAR Names[][2] = {{0}, {'n', 0}, {'H', 0}};
 
-/// The values of the store under a few names, one after the other.
+/// The values of the store under a few names, as one text.
 std::string Values(const RegistrySnapshot& store)
 {
     std::string all;
@@ -68,13 +65,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string file(reinterpret_cast<const char*>(data), size);
     std::size_t dropped = 0;
     Values(Read(file, dropped));
-    const layer::Text text = layer::FromUtf8(file);
-    if (file.starts_with(Utf8Mark) || layer::ToUtf8(text) != file)
+    if (file.starts_with(Utf8Mark) || layer::ToUtf8(layer::FromUtf8(file)) != file)
         return 0;
     const std::string marked = std::string(Utf8Mark) + file;
     const std::string values = Values(Read(marked, dropped));
     std::size_t droppedToo = 0;
-    Require(Values(Read(InUtf16(text), droppedToo)) == values);
+    Require(Values(Read("\xFF\xFE" + testkit::EncodeUtf16(file), droppedToo)) == values);
     Require(droppedToo == dropped);
     if (file.find('\r') == std::string::npos) {
         const std::string otherEnds = Values(Read(Replace(marked, '\n', '\r'), droppedToo));

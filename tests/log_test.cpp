@@ -191,13 +191,20 @@ TEST_F(Log, AppendsToAnOldFileThatCannotBeMoved)
 {
     const std::string line("o\0l\0d\0\r\0\n\0", 10);
     std::filesystem::create_directory(Machine.Previous);
-    // After its last line, a writer that was killed may have left the start of a record.
-    for (const std::string& start : {std::string(), std::string("2\0000\0002", 5)}) {
+    const std::string lineEnd("\r\0\n\0", 4);
+    // After its last line, a writer that was killed may have left the start of a record. It stays, and gets a line end.
+    const struct {
+        std::string Start;
+        std::string Ended;
+    } rows[] = {{{}, {}},
+                {std::string("2\0000\0002\0", 6), std::string("2\0000\0002\0", 6) + lineEnd},
+                {std::string("2\0000\0002", 5), std::string("2\0000\0002\0", 6) + lineEnd}};
+    for (const auto& [start, ended] : rows) {
         testkit::WriteFile(Machine.Log, line + start);
         RunAlone(Machine, [](const LogMachine&) { CLog::GetInstance(); });
         const std::string content = testkit::ReadFile(Machine.Log);
-        EXPECT_EQ(content.substr(0, line.size()), line);
-        testkit::WriteFile(Machine.Folder / "appended", content.substr(line.size()));
+        EXPECT_EQ(content.substr(0, line.size() + ended.size()), line + ended);
+        testkit::WriteFile(Machine.Folder / "appended", content.substr(line.size() + ended.size()));
         EXPECT_EQ(testkit::Texts(Machine.Folder / "appended"),
                   Strings({"----------", "Log opened", "Log closing", "-----------"}));
     }

@@ -16,13 +16,15 @@ namespace utilities {
 
 /// The log of this process. Every process whose settings name the same file writes to that file, record by record,
 /// under a mutex of the machine. A process that opens the file while no other process has it open first moves the old
-/// file aside: in the same directory, under "Previous " and its name.
+/// file aside: in the same directory, under "Previous " and its name. On Linux the log has to be a regular file with
+/// one link. If an administrator moves or removes it, the log opens its path again within one second.
 ///
 /// A record is one line: time stamp, process id, thread id, level, source, text, with " | " between them. It is written
 /// whole or not at all, before the call returns.
 ///
 /// Any thread may call any operation. The library owns the instance and closes the log when the library is unloaded or
-/// the program ends; no thread may be inside a call at that time.
+/// the program ends. Threads may still log when the program ends: calls inside finish, and later ones get 0x80040304,
+/// also through a pointer that was kept. No thread may be inside a call when the library is unloaded by hand.
 ///
 /// The format language is that of the platform's wide `printf`: `%s` takes 16-bit text, `%S` and `%hs` take narrow
 /// text, `%ld` and `%lu` are 32 bits, `%I64d` is 64 bits. A text is cut at 1022 units. Format and source must point to
@@ -53,7 +55,7 @@ public:
     virtual ~CLog();
 
     /// The process's log, opened by the first call. The first call may wait, without limit, while another process opens
-    /// the same log.
+    /// or holds the same log. Debug output tells which file, folder or key a failed opening is about.
     /// @return the log, which the caller must not delete; or null if it cannot be opened. GetInitError has the reason
     ///         then, and the next call tries again.
     /// @throws _com_error if the security attributes cannot be made or the debug mask cannot be converted; the next
@@ -65,7 +67,10 @@ public:
     ///     0x80070002  no settings store, no key, or no "FilePath" or an empty one
     ///     0x80070003  a directory of the path is missing
     ///     0x80070005  access denied
+    ///     0x80070070  the disk is full, or a file size limit is reached
     ///     0x800700EA  the path has more than 512 units
+    ///     0x800705B4  another process has kept the file of the mutex locked for 5 seconds
+    ///     0x80070781  the path is a symbolic link; 0x80070476: the file has more than one link
     ///     0x8007000E  out of memory
     ///     0x80040304  the library has closed the log for good: no call opens it any more
     ///     others      a system error by the rule of HRESULT_FROM_WIN32
@@ -83,14 +88,16 @@ public:
     /// Opens the log again with the current key, then closes what was open before. No other thread may be in a call of
     /// the log.
     /// @return 0
-    /// @throws log_exception; the instance is closed then, and its calls write nothing.
+    /// @throws log_exception, also for lack of memory; _com_error as GetInstance. The instance is closed then, and its
+    ///         calls write nothing.
     LONG Initialise();
 
     /// Writes a record of the level ERR, WARN or INFO; a record of LogStatus has a blank level.
     /// @param source the part of the program that logs; it is right-aligned in 12 columns.
     /// @return 0 if the record is in the file, else a code, and nothing of the record is in the file: 0x80040302 if
     ///         other writers kept the file for one second, 0x80040303 for an exception while the record was made,
-    ///         0x80070070 for a full disk, others by the rule of HRESULT_FROM_WIN32.
+    ///         0x80070070 for a full disk, 0x80040304 after the log was closed for good, others by the rule of
+    ///         HRESULT_FROM_WIN32.
     LONG LogError(const unsigned short* format, const unsigned short* source, ...);
     LONG LogWarn(const unsigned short* format, const unsigned short* source, ...);
     LONG LogInfo(const unsigned short* format, const unsigned short* source, ...);

@@ -69,92 +69,66 @@ LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, B
 /// Closes a key. A predefined key stays open. @return 0, or ERROR_INVALID_HANDLE
 LSTATUS RegCloseKey(HKEY key);
 
-// --- Files ---
+// --- Access rights and limits ---
 
 constexpr DWORD GENERIC_READ = 0x80000000;
 constexpr DWORD GENERIC_WRITE = 0x40000000;
 constexpr DWORD GENERIC_ALL = 0x10000000;
 constexpr DWORD WRITE_DAC = 0x40000;
 constexpr DWORD WRITE_OWNER = 0x80000;
-constexpr DWORD FILE_SHARE_READ = 1;
-constexpr DWORD FILE_SHARE_WRITE = 2;
-constexpr DWORD CREATE_NEW = 1;
-constexpr DWORD CREATE_ALWAYS = 2;
-constexpr DWORD OPEN_EXISTING = 3;
-constexpr DWORD OPEN_ALWAYS = 4;
-constexpr DWORD TRUNCATE_EXISTING = 5;
-constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
-constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
-constexpr DWORD FILE_BEGIN = 0;
-constexpr DWORD FILE_CURRENT = 1;
-constexpr DWORD FILE_END = 2;
-constexpr DWORD INVALID_SET_FILE_POINTER = 0xFFFFFFFF;
 constexpr DWORD MAX_PATH = 260;
 
-struct FILETIME {
-    DWORD dwLowDateTime;
-    DWORD dwHighDateTime;
+// --- Files that several processes append to ---
+//
+// These are the platform's own operations, not Win32's: a log needs few, and each does in one step what would take
+// several calls.
+
+namespace platform {
+
+/// Opens the file at `path` for appending, or creates it. It has to be a regular file with one link, and the last
+/// component of the path must not be a symbolic link; anything else stays untouched. Attributes with an access list set
+/// the mode bits of a new file, whatever the umask. While the file is open, MoveFileAside fails for it in every
+/// process.
+/// @return a handle that the caller must close with CloseHandle, or null with ERROR_PATH_NOT_FOUND (no folder, or an
+///         unmapped drive), ERROR_ACCESS_DENIED (also for what is no regular file), ERROR_CANT_RESOLVE_FILENAME (a
+///         symbolic link), ERROR_TOO_MANY_LINKS, ERROR_INVALID_NAME, another system error
+HANDLE OpenForAppending(LPCWSTR path, SECURITY_ATTRIBUTES* attributes);
+
+enum class AppendResult {
+    whole,    ///< all bytes are in the file, one after another
+    nothing,  ///< none of them is
+    part,     ///< the first of them are, since they could not be removed again
 };
 
-struct WIN32_FIND_DATAW {
-    DWORD dwFileAttributes;
-    FILETIME ftCreationTime;
-    FILETIME ftLastAccessTime;
-    FILETIME ftLastWriteTime;
-    DWORD nFileSizeHigh;
-    DWORD nFileSizeLow;
-    DWORD dwReserved0;
-    DWORD dwReserved1;
-    WCHAR cFileName[MAX_PATH];
-    WCHAR cAlternateFileName[14];
+/// Puts bytes at the end of a file in one step, wherever other processes have moved the end. Bytes of several processes
+/// never mix. A failure sets the last error: ERROR_DISK_FULL (also at the process's file size limit),
+/// ERROR_INVALID_HANDLE, another system error.
+AppendResult AppendToFile(HANDLE file, LPCVOID data, DWORD bytes);
+
+/// Copies the last bytes of a file, or all of a shorter one. @param size receives the size of the whole file
+/// @return false with the last error set
+bool ReadEndOfFile(HANDLE file, void* buffer, DWORD bytes, ULONGLONG* size);
+
+enum class FileState {
+    current,  ///< the handle refers to the file at the path
+    moved,    ///< the file at the path is another one, or there is none
+    lost,     ///< the program has closed the descriptor of the handle, which must not be used any more
 };
 
-/// Opens or creates a file, and holds it so that MoveFileW and DeleteFileW fail for it in every process. Share mode,
-/// flags and model are ignored. Attributes with an access list set the mode bits of a new file, whatever the umask. The
-/// caller must close the handle with CloseHandle.
-/// @return the handle, or INVALID_HANDLE_VALUE. Last error after success: ERROR_ALREADY_EXISTS if OPEN_ALWAYS or
-///         CREATE_ALWAYS found a file, else 0. After a failure: ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND (no folder,
-///         or an unmapped drive), ERROR_ACCESS_DENIED (also for a directory), ERROR_FILE_EXISTS,
-///         ERROR_INVALID_PARAMETER, ERROR_INVALID_NAME, another system error
-HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes, DWORD disposition,
-                   DWORD flags, HANDLE model);
+/// Compares an open file with the one at the path from which it was opened.
+FileState StateOfFile(HANDLE file, LPCWSTR path);
 
-/// Moves the position of a file. A seek to its end with distance 0 makes every later write append, wherever the end is
-/// by then; any other seek ends that. `distanceHigh` may be null; it holds and receives the high half.
-/// @return the low half of the position, or INVALID_SET_FILE_POINTER, which is a failure only if the last error is set:
-///         ERROR_NEGATIVE_SEEK, ERROR_INVALID_PARAMETER (also for a position that needs the high half),
-///         ERROR_INVALID_HANDLE
-DWORD SetFilePointer(HANDLE file, LONG distance, LONG* distanceHigh, DWORD method);
+/// Renames a regular file that is not empty and that no process has open. An earlier file at `to` is replaced in the
+/// same step; if that fails, both stay.
+/// @return false with ERROR_SHARING_VIOLATION (a process has it open), ERROR_FILE_NOT_FOUND (none, or an empty one), or
+///         another system error
+bool MoveFileAside(LPCWSTR from, LPCWSTR to);
 
-/// Reads up to `bytes` at the position; fewer only at the end of the file. `read` must not be null.
-/// @return FALSE with ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED (not opened for reading), or another system error
-BOOL ReadFile(HANDLE file, LPVOID data, DWORD bytes, DWORD* read, void* overlapped);
+/// Keeps a named mutex that the calling thread owns valid after the program has closed all descriptors. To be called
+/// now and then: until then, other processes take this one for dead.
+void RestoreMutex(HANDLE mutex);
 
-/// Truncates or extends a file to the position.
-BOOL SetEndOfFile(HANDLE file);
-
-/// Writes all bytes at the position. A write that fails half-way removes its own bytes, unless another writer has
-/// appended since. `written` may be null.
-/// @return FALSE with ERROR_DISK_FULL (also at the process's file size limit), ERROR_ACCESS_DENIED (not opened for
-/// writing),
-///         ERROR_INVALID_HANDLE, or another system error
-BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, DWORD* written, void* overlapped);
-
-/// Describes the file or folder at `path`; there are no wildcards and no further files. The caller must close the
-/// search with FindClose. @return the search, or INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND,
-/// …
-HANDLE FindFirstFileW(LPCWSTR path, WIN32_FIND_DATAW* found);
-
-/// Closes a search. @return FALSE with ERROR_INVALID_HANDLE
-BOOL FindClose(HANDLE search);
-
-/// Deletes a file. @return FALSE with ERROR_SHARING_VIOLATION (a process of the suite has it open),
-/// ERROR_FILE_NOT_FOUND, …
-BOOL DeleteFileW(LPCWSTR path);
-
-/// Renames a file within its file system. An existing target is never replaced. @return FALSE with
-/// ERROR_SHARING_VIOLATION (a process of the suite has the source open), ERROR_ALREADY_EXISTS, ERROR_FILE_NOT_FOUND, …
-BOOL MoveFileW(LPCWSTR from, LPCWSTR to);
+}  // namespace platform
 
 // --- Critical sections ---
 //

@@ -29,6 +29,17 @@ inline LONG Clock()
     return std::clock();
 }
 
+HANDLE OpenForAppending(LPCWSTR path, SECURITY_ATTRIBUTES* attributes);
+enum class AppendResult { whole, nothing, part };
+AppendResult AppendToFile(HANDLE file, LPCVOID data, DWORD bytes);
+bool ReadEndOfFile(HANDLE file, void* buffer, DWORD bytes, ULONGLONG* size);
+enum class FileState { current, moved, lost };
+FileState StateOfFile(HANDLE file, LPCWSTR path);
+bool MoveFileAside(LPCWSTR from, LPCWSTR to);
+
+/// Has nothing to do: a handle cannot be closed by its number alone.
+inline void RestoreMutex(HANDLE) {}
+
 }  // namespace platform
 
 /// Sets the translator of the calling thread, or none for null, and gives the one that it had before. Called at each

@@ -2,6 +2,7 @@
 #include "tessmaru/log.h"
 
 #include "errors/last_error.h"
+#include "log/call_gate.h"
 #include "log/codes.h"
 #include "log/debug_mask.h"
 #include "log/log_file.h"
@@ -19,6 +20,10 @@ namespace {
 
 /// A record that has waited for this time is lost, so that its caller can go on.
 constexpr DWORD RecordWaitMilliseconds = 1000;
+
+// What a process with one log keeps besides its handles. LogMutex guards both.
+constinit logging::TimeStamp stamp;
+constinit logging::LineAppender appender;
 
 }  // namespace
 
@@ -60,6 +65,9 @@ LONG CLog::LogStatus(const unsigned short* format, const unsigned short* source,
 
 LONG CLog::LogDebug(LONG bit, const unsigned short* format, const unsigned short* source, ...)
 {
+    // A log that was closed for good has no mask. The caller may have kept its pointer.
+    if (DebugMask == nullptr)
+        return InitError == logging::Closed ? logging::Closed : 0;
     if (!logging::IsOn(DebugMask, bit))
         return 0;
     va_list arguments;
@@ -78,7 +86,10 @@ LONG CLog::LogDebug(LONG bit, const unsigned short* format, const unsigned short
 LONG CLog::Log(std::basic_string_view<unsigned short> tag, std::basic_string_view<unsigned short> source,
                std::basic_string_view<unsigned short> text)
 {
-    // A named mutex belongs to a thread, so it also keeps the threads of this process apart.
+    const logging::Call call;
+    if (!call.isAdmitted())
+        return logging::Closed;
+    // The mutex belongs to one thread of one process, so it keeps apart the threads of this process too.
     const MutexHold hold(LogMutex, RecordWaitMilliseconds);
     if (hold.result() == WAIT_TIMEOUT)
         return logging::NotObtained;
@@ -86,9 +97,7 @@ LONG CLog::Log(std::basic_string_view<unsigned short> tag, std::basic_string_vie
         return LastErrorCode();
     // The last writer was killed, perhaps in the middle of its record.
     if (hold.isAbandoned())
-        logging::CutStump(LogFile);
-    if (!logging::SeekToEnd(LogFile))
-        return LastErrorCode();
+        appender.DistrustEnd();
     return WriteLine(tag, source, text);
 }
 
@@ -100,8 +109,15 @@ LONG CLog::WriteLine(std::basic_string_view<unsigned short> tag, std::basic_stri
         return 0;
     // Nothing is written before the whole line exists, so an exception leaves no part of it in the file.
     try {
-        const logging::Record record(GetDateTime(), GetCurrentProcessId(), GetCurrentThreadId(), tag, source, text);
-        return logging::Write(LogFile, record.line()) ? 0 : LastErrorCode();
+        GetDateTime();
+        if (stamp.isNewSecond() || appender.IsAway()) {
+            platform::RestoreMutex(LogMutex);
+            const LONG code = appender.CheckFile(LogFile, LogFileName, SecurityDescriptor.getSecurityAttributes());
+            if (code < 0)
+                return code;
+        }
+        const logging::Record record(DateTime, GetCurrentProcessId(), GetCurrentThreadId(), tag, source, text);
+        return appender.Append(LogFile, record.line());
     } catch (const log_exception& failure) {
         return failure.ErrorCode;
     } catch (const std::exception&) {
@@ -111,8 +127,6 @@ LONG CLog::WriteLine(std::basic_string_view<unsigned short> tag, std::basic_stri
 
 const utility::wstring& CLog::GetDateTime()
 {
-    // One object is enough, as the process has one log. LogMutex guards it, as it guards DateTime.
-    static constinit logging::TimeStamp stamp;
     if (const LONG code = stamp.Update(DateTime); code < 0)
         throw log_exception(code);
     return DateTime;

@@ -1,61 +1,71 @@
-// Opening the log file and writing at its end.
+// Opens the log file, repairs its end and appends lines.
 #include "log/log_file.h"
 
+#include "errors/last_error.h"
 #include "settings/tag_specification.h"
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <utility>
 
 namespace {
 
-/// How far from the end of the file a line end is searched for. Most records are far shorter.
-constexpr std::int64_t TailBytes = 0x4000;
 constexpr unsigned char LineEnd[] = {'\r', 0, '\n', 0};
-
-/// Moves to a place by its distance from the end of a file, which may be larger than 4 GB. Returns the position, or -1.
-std::int64_t SeekFromEnd(HANDLE file, std::int64_t distance)
-{
-    LONG high = static_cast<LONG>(distance >> 32);
-    const DWORD low = SetFilePointer(file, static_cast<LONG>(distance & 0xFFFFFFFF), &high, FILE_END);
-    // The low half of a valid position can equal the failure result.
-    if (low == INVALID_SET_FILE_POINTER && GetLastError() != NO_ERROR)
-        return -1;
-    return std::int64_t{high} << 32 | low;
-}
-
-/// The number of bytes up to the last line end in a text; 0 if there is none.
-DWORD EndOfLastLine(const unsigned char* text, DWORD bytes)
-{
-    for (DWORD end = bytes - bytes % 2; end >= sizeof LineEnd; end -= 2) {
-        if (std::memcmp(text + end - sizeof LineEnd, LineEnd, sizeof LineEnd) == 0)
-            return end;
-    }
-    return 0;
-}
 
 }  // namespace
 
-UniqueHandle logging::OpenFile(const utility::wstring& path, SECURITY_ATTRIBUTES* attributes)
+namespace logging {
+
+UniqueHandle OpenFile(const utility::wstring& path, SECURITY_ATTRIBUTES* attributes)
 {
-    return UniqueHandle(CreateFileW(platform::Wide(path.c_str()), GENERIC_READ | GENERIC_WRITE,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE, attributes, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL,
-                                    nullptr));
+    return UniqueHandle(platform::OpenForAppending(platform::Wide(path.c_str()), attributes));
 }
 
-void logging::CutStump(HANDLE file)
+bool EndLastLine(HANDLE file)
 {
-    const std::int64_t size = SeekFromEnd(file, 0);
-    if (size < 0)
-        return;
-    // The tail starts at a whole unit, even if the stump ends in the middle of one.
-    const std::int64_t start = std::max<std::int64_t>(size - TailBytes, 0) & ~std::int64_t{1};
-    unsigned char tail[TailBytes + 1];
-    DWORD got = 0;
-    if (SeekFromEnd(file, start - size) != start ||
-        !ReadFile(file, tail, static_cast<DWORD>(size - start), &got, nullptr))
-        return;
-    const DWORD end = EndOfLastLine(tail, got);
-    // A file without a line end near its end was not written by a log, and is not cut.
-    if (end != 0 && end != got && SeekFromEnd(file, start + end - size) == start + end)
-        SetEndOfFile(file);
+    unsigned char tail[sizeof LineEnd];
+    ULONGLONG size = 0;
+    if (!platform::ReadEndOfFile(file, tail, sizeof tail, &size))
+        return false;
+    const bool isOdd = size % sizeof(unsigned short) != 0;
+    const bool isEnded = size >= sizeof LineEnd && std::memcmp(tail, LineEnd, sizeof LineEnd) == 0;
+    if (size == 0 || (isEnded && !isOdd))
+        return true;
+    // Half a unit gets its other half first: otherwise all that follows would be shifted by one byte.
+    unsigned char missing[1 + sizeof LineEnd] = {};
+    const DWORD half = isOdd ? 1 : 0;
+    std::copy(std::begin(LineEnd), std::end(LineEnd), missing + half);
+    return platform::AppendToFile(file, missing, half + sizeof LineEnd) == platform::AppendResult::whole;
 }
+
+LONG LineAppender::CheckFile(HANDLE& file, const utility::wstring& path, SECURITY_ATTRIBUTES* attributes)
+{
+    FileIsAway = platform::StateOfFile(file, platform::Wide(path.c_str())) != platform::FileState::current;
+    if (!FileIsAway)
+        return 0;
+    UniqueHandle opened = OpenFile(path, attributes);
+    if (!opened)
+        return LastErrorCode();
+    const UniqueHandle former(std::exchange(file, opened.release()));
+    FileIsAway = false;
+    DistrustEnd();
+    return 0;
+}
+
+LONG LineAppender::Append(HANDLE file, std::basic_string_view<unsigned short> line)
+{
+    // If the end cannot be repaired the line is written all the same: a record at a wrong place is better than none.
+    if (EndIsUnsure)
+        EndIsUnsure = !EndLastLine(file);
+    const platform::AppendResult result =
+        platform::AppendToFile(file, line.data(), static_cast<DWORD>(line.size() * sizeof line[0]));
+    if (result == platform::AppendResult::whole)
+        return 0;
+    const LONG code = LastErrorCode();
+    if (result == platform::AppendResult::part)
+        DistrustEnd();
+    return code;
+}
+
+}  // namespace logging

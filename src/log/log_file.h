@@ -1,4 +1,4 @@
-// Operations on the file of the log. All are called under the mutex of the file.
+// The file of the log while it is open. All of this happens under the mutex of the file.
 #pragma once
 
 #include "primitives/unique_handle.h"
@@ -13,26 +13,34 @@ namespace logging {
 /// @return no handle with the reason in GetLastError if that fails.
 UniqueHandle OpenFile(const utility::wstring& path, SECURITY_ATTRIBUTES* attributes);
 
-/// Moves to the end of the file, because other processes may have written since the last record. This and Write are
-/// inline: each further return after a system call makes a record one to two percent slower.
+/// Ends an incomplete last line of the file, so that the next record starts a line at a whole unit. A writer that was
+/// killed can leave one: the system may stop a write between two pages. Nothing that the file holds is removed.
 /// @return false with the reason in GetLastError.
-inline bool SeekToEnd(HANDLE file)
-{
-    // Without the high half, the call fails in a file of more than 4 GB.
-    LONG positionHigh = 0;
-    return SetFilePointer(file, 0, &positionHigh, FILE_END) != INVALID_SET_FILE_POINTER || GetLastError() == NO_ERROR;
-}
+bool EndLastLine(HANDLE file);
 
-/// Writes a whole line at the present position.
-/// @return false with the reason in GetLastError; nothing of the line is in the file then.
-inline bool Write(HANDLE file, std::basic_string_view<unsigned short> line)
-{
-    DWORD written = 0;
-    return WriteFile(file, line.data(), static_cast<DWORD>(line.size() * sizeof line[0]), &written, nullptr) != FALSE;
-}
+/// Appends lines to the file of the log, wherever an administrator has moved it and whatever earlier writes left.
+class LineAppender {
+public:
+    constexpr LineAppender() = default;
 
-/// Removes an incomplete record at the end of the file, so that the next record starts a line. A writer that is killed
-/// can leave one: the system may stop a write between two pages.
-void CutStump(HANDLE file);
+    /// The last writer ended in the middle of something: the end of the file is checked before the next line.
+    void DistrustEnd() { EndIsUnsure = true; }
+
+    /// Checks whether `file` is still the file at `path`. If an administrator has moved or removed that, or the program
+    /// has closed its descriptor, the path is opened again; nothing is rolled over. To be called once a second.
+    /// @param file replaced by the new handle
+    /// @return 0, or why the path cannot be opened; the next Append tries again.
+    LONG CheckFile(HANDLE& file, const utility::wstring& path, SECURITY_ATTRIBUTES* attributes);
+
+    /// Whether CheckFile has to be called before the next line.
+    bool IsAway() const { return FileIsAway; }
+
+    /// Appends a whole line. @return 0; any other code: nothing of the line counts as written.
+    LONG Append(HANDLE file, std::basic_string_view<unsigned short> line);
+
+private:
+    bool FileIsAway = false;
+    bool EndIsUnsure = false;
+};
 
 }  // namespace logging

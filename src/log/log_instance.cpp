@@ -1,5 +1,7 @@
 // The lifetime of the process's log: the first GetInstance makes it, the unloading of the library closes it.
+#include "log/call_gate.h"
 #include "log/codes.h"
+#include "primitives/mutex_hold.h"
 #include "primitives/section_hold.h"
 #include "settings/tag_specification.h"
 #include "system.h"
@@ -7,6 +9,7 @@
 #include "tessmaru/settings.h"
 #include "tessmaru/text.h"
 
+#include <cstddef>
 #include <memory>
 #include <new>
 
@@ -25,18 +28,30 @@ std::atomic<LONG> CLog::InitError{0};
 
 CLog::log_exception::~log_exception() = default;
 
+namespace {
+
+// The time that the calls inside the log get to finish when the process ends. Each waits for the mutex of the file for
+// at most one second.
+constexpr DWORD ClosingMilliseconds = 2000;
+constexpr DWORD RecordWaitMilliseconds = 1000;
+
+}  // namespace
+
 CLog* CLog::GetInstance()
 {
-    // Before the lock, which does not exist any more after the log was closed for good.
-    if (InitError == logging::Closed)
+    const logging::Call call;
+    if (!call.isAdmitted())
         return nullptr;
     const SectionHold hold(CSection);
     if (_instance != nullptr)
         return _instance;
-    // Other exceptions reach the caller. They too leave no instance and a free lock, so that the next call starts
-    // again.
+    // Not on the heap: a thread that still runs when the process ends may use its pointer after the log was closed.
+    alignas(CLog) static std::byte storage[sizeof(CLog)];
+    // Destroys a half-made instance. Other exceptions reach the caller. They too leave no instance and a free lock, so
+    // that the next call starts again.
+    const auto destroy = [](CLog* log) { log->~CLog(); };
     try {
-        std::unique_ptr<CLog> made(new CLog);
+        std::unique_ptr<CLog, decltype(destroy)> made(::new (static_cast<void*>(storage)) CLog, destroy);
         made->Initialise();
         made->LogInfo(u"----------"_w, u"Log"_w);
         made->LogInfo(u"Log opened"_w, u"Log"_w);
@@ -68,15 +83,23 @@ CLog::~CLog()
 
 CLog::InstanceDeleter::~InstanceDeleter()
 {
+    // Statics of a program that loaded the library itself may end later than this, and threads may still log.
+    const bool isIdle = logging::gate.Close(ClosingMilliseconds);
+    InitError = logging::Closed;
     if (_instance != nullptr) {
-        _instance->LogInfo(u"Log closing"_w, u"Log"_w);
-        // One hyphen more than at the opening: the two lines differ.
-        _instance->LogInfo(u"-----------"_w, u"Log"_w);
-        delete _instance;
+        {
+            const MutexHold hold(_instance->LogMutex, RecordWaitMilliseconds);
+            if (hold.isObtained()) {
+                constexpr const unsigned short* source = u"Log"_w;
+                _instance->WriteLine(_instance->InfoTag, source, u"Log closing"_w);
+                // One hyphen more than at the opening: the two lines differ.
+                _instance->WriteLine(_instance->InfoTag, source, u"-----------"_w);
+            }
+        }
+        if (isIdle)
+            _instance->~CLog();
     }
     _instance = nullptr;
-    // Statics of a program that loaded the library itself may end later than this, and may still call GetInstance.
-    InitError = logging::Closed;
     OutputDebugStringW(platform::Wide(u"CLOG - Logging module successfully deleted.\n"_w));
 }
 

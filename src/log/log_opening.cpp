@@ -4,6 +4,7 @@
 #include "log/file_mutex.h"
 #include "log/file_path.h"
 #include "log/log_file.h"
+#include "log/report.h"
 #include "log/rollover.h"
 #include "primitives/mutex_hold.h"
 #include "primitives/unique_handle.h"
@@ -14,7 +15,6 @@
 #include "tessmaru/text.h"
 #include "text/code_page.h"
 
-#include <memory>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -27,18 +27,18 @@ namespace {
 
 constexpr DWORD KeyWaitMilliseconds = 1000;
 
-/// Takes over what an opening of the log has acquired, and releases it in the order mask, file, mutex.
+/// Takes over what an opening of the log has acquired, and releases it in the order file, mutex.
 class Opened {
 public:
     Opened(HANDLE& file, HANDLE& mutex, logging::Mask*& mask)
-        : Mutex(std::exchange(mutex, nullptr)), File(std::exchange(file, nullptr)), Mask(std::exchange(mask, nullptr))
+        : Mutex(std::exchange(mutex, nullptr)), File(std::exchange(file, nullptr))
     {
+        mask = nullptr;
     }
 
 private:
     UniqueHandle Mutex;
     UniqueHandle File;
-    std::unique_ptr<logging::Mask> Mask;
 };
 
 }  // namespace
@@ -55,7 +55,11 @@ LONG CLog::Initialise()
         if (code < 0)
             throw log_exception(code);
         OutputDebugStringW(platform::Wide(u"CLOG - Logging module successfully created\n"_w));
+        logging::ReportLongDates();
         return code;
+    } catch (const std::bad_alloc&) {
+        Reset();
+        throw log_exception(E_OUTOFMEMORY);
     } catch (...) {
         Reset();
         throw;
@@ -71,20 +75,28 @@ LONG CLog::Reset()
 LONG CLog::initLogFile()
 {
     // Without a path, neither a mutex nor a file is touched.
-    if (const LONG code = GetLogFileName(&LogFileName); code < 0)
+    if (const LONG code = GetLogFileName(&LogFileName); code < 0) {
+        logging::ReportFailure(u"the settings have no path of a log file in "_w, RegLogfilePath, code);
         return code;
+    }
     int firstOpener = 0;
-    if (const LONG code = initMutex(&firstOpener); code < 0)
+    if (const LONG code = initMutex(&firstOpener); code < 0) {
+        logging::ReportFailure(u"the mutex does not open for "_w, LogFileName, code);
         return code;
+    }
     // A later opener reaches the file only after the first one has rolled it over, opened it and released the mutex.
     const MutexHold hold = firstOpener != 0 ? MutexHold::OfOwner(LogMutex) : MutexHold(LogMutex, INFINITE);
-    // The file ends with a stump if its last writer was killed. A file that others are writing to must not be cut.
-    const bool mayHaveStump = firstOpener != 0 ? !logging::MoveOldFileAside(LogFileName) : hold.isAbandoned();
+    if (firstOpener != 0)
+        logging::MoveOldFileAside(LogFileName);
     UniqueHandle file = logging::OpenFile(LogFileName, SecurityDescriptor.getSecurityAttributes());
-    if (!file)
-        return LastErrorCode();
-    if (mayHaveStump)
-        logging::CutStump(file.get());
+    if (!file) {
+        const LONG code = LastErrorCode();
+        logging::ReportFailure(u"the file does not open: "_w, LogFileName, code);
+        return code;
+    }
+    // The last writer may have been killed in the middle of a record. A failure leaves the end as it is.
+    if (firstOpener != 0 || hold.isAbandoned())
+        logging::EndLastLine(file.get());
     LogFile = file.release();
     return 0;
 }
@@ -114,18 +126,17 @@ LONG CLog::initDebugMask()
     const LONG code = GetDebugMask(&text);
     if (code < 0)
         return code;
-    std::unique_ptr<logging::Mask> mask(new (std::nothrow) logging::Mask);
-    // The log works without a mask, but writes no debug records.
-    if (!mask)
-        return code;
+    // Never released: LogDebug reads it without a lock, perhaps in a thread that still runs when the process ends.
+    static constinit logging::Mask mask;
+    mask.reset();
     try {
-        logging::ReadMask(text, *mask);
+        logging::ReadMask(text, mask);
     } catch (const std::invalid_argument&) {
         // The file is open already. The results of these two records do not matter to the opening.
         LogWarn(u"Debug mask contains invalid data - All bits forced to OFF!"_w, u"Log"_w);
-        mask->reset();
+        mask.reset();
     }
-    DebugMask = mask.release();
+    DebugMask = &mask;
     if (DebugMask->any())
         LogInfo(u"Debug mask: %d bits ON"_w, u"Log"_w, static_cast<int>(DebugMask->count()));
     return code;

@@ -7,6 +7,8 @@
 #include "tessmaru/log.h"
 #include "tessmaru/text.h"
 
+#include <new>
+
 using namespace utility::literals;
 
 namespace {
@@ -37,7 +39,7 @@ void LogModules(utilities::CLog* log, HANDLE snapshot)
 }  // namespace
 
 void utility::LogProcessModules(utilities::CLog* log)
-{
+try {
     if (log == nullptr)
         return;
     const DWORD process = GetCurrentProcessId();
@@ -51,4 +53,6 @@ void utility::LogProcessModules(utilities::CLog* log)
     }
     LogModules(log, snapshot.get());
     log->LogInfo(u"Module dump of process 0x%08x complete"_w, Source, process);
+} catch (const std::bad_alloc&) {
+    log->LogInfo(u"Unable to log process modules (out of memory)"_w, Source);
 }

@@ -18,25 +18,10 @@ wstring PreviousPath(const wstring& path)
     return previous;
 }
 
-bool IsFile(const wstring& path)
-{
-    WIN32_FIND_DATAW found;
-    const HANDLE search = FindFirstFileW(platform::Wide(path.c_str()), &found);
-    if (search == INVALID_HANDLE_VALUE)
-        return false;
-    FindClose(search);
-    return (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
-}
-
 }  // namespace
 
-bool logging::MoveOldFileAside(const wstring& path)
+void logging::MoveOldFileAside(const wstring& path)
 {
-    if (!IsFile(path))
-        return true;
-    const wstring previous = PreviousPath(path);
-    // MoveFileW does not replace a file. A failure of either call is not reported: it leaves a file to append to.
-    DeleteFileW(platform::Wide(previous.c_str()));
-    return MoveFileW(platform::Wide(path.c_str()), platform::Wide(previous.c_str())) ||
-           GetLastError() == ERROR_SHARING_VIOLATION;
+    // A failure is not reported: it leaves a file to append to.
+    platform::MoveFileAside(platform::Wide(path.c_str()), platform::Wide(PreviousPath(path).c_str()));
 }

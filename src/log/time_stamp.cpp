@@ -12,8 +12,6 @@ using namespace utility::literals;
 
 namespace {
 
-// A longer short date fails, and with it the record.
-constexpr int MaxDateUnits = 20;
 constexpr int MaxTimeUnits = 15;
 constexpr std::size_t MillisecondDigits = 3;
 
@@ -21,8 +19,8 @@ constexpr std::size_t MillisecondDigits = 3;
 LONG FormatSecond(const SYSTEMTIME& moment, utility::wstring& text)
 {
     text.clear();
-    unsigned short date[MaxDateUnits];
-    if (GetDateFormatW(LOCALE_SYSTEM_DEFAULT, 0, &moment, nullptr, platform::Wide(date), MaxDateUnits) == 0)
+    unsigned short date[logging::MaxDateUnits];
+    if (GetDateFormatW(LOCALE_SYSTEM_DEFAULT, 0, &moment, nullptr, platform::Wide(date), logging::MaxDateUnits) == 0)
         return LastErrorCode();
     unsigned short time[MaxTimeUnits];
     if (GetTimeFormatW(LOCALE_SYSTEM_DEFAULT, 0, &moment, platform::Wide(u"HH':'mm':'ss"_w), platform::Wide(time),
@@ -50,7 +48,8 @@ LONG logging::TimeStamp::Update(utility::wstring& text)
     SYSTEMTIME now;
     GetLocalTime(&now);
     // An empty text at the same address belongs to a later log, at the place of an earlier one.
-    if (ShownIn != &text || text.empty() || std::memcmp(&Shown, &now, sizeof Shown) != 0) {
+    NewSecond = ShownIn != &text || text.empty() || std::memcmp(&Shown, &now, sizeof Shown) != 0;
+    if (NewSecond) {
         // A failure leaves an incomplete text.
         ShownIn = nullptr;
         if (const LONG code = FormatSecond(now, text); code < 0)

@@ -6,6 +6,9 @@
 
 namespace logging {
 
+/// The room for a short date and its terminator. A longer one fails, and with it the record.
+constexpr int MaxDateUnits = 20;
+
 /// Updates a text to the local time: the date in the short form of the machine, the time in a fixed form.
 ///
 /// Within one second it changes only the milliseconds of the text, because formatting a date takes longer than writing
@@ -17,6 +20,9 @@ public:
     /// Makes `text` show the present moment. @return 0, or the code of the platform's failure.
     LONG Update(utility::wstring& text);
 
+    /// Whether the last Update found another second than the one before.
+    bool isNewSecond() const { return NewSecond; }
+
 private:
     /// The fields of a moment from the year to the second, which SYSTEMTIME starts with.
     struct Second {
@@ -24,6 +30,7 @@ private:
     };
 
     Second Shown{};
+    bool NewSecond = false;
     const utility::wstring* ShownIn = nullptr;  // the text that shows it; null: none
 };
 

@@ -11,5 +11,7 @@ public:
     ~SectionHold() { Section.Unlock(); }
 
 private:
-    utility::CCriticalSection& Section;
+    // A copy, which shares the lock: the object itself may be destroyed while a thread still waits, when the process
+    // ends.
+    utility::CCriticalSection Section;
 };

@@ -406,19 +406,22 @@ void OnUnprotectedThread(Faulting function)
 
 TEST(FaultsOnLinux, ThreadWithoutATranslatorEndsTheProcessByTheSignal)
 {
-    constexpr std::pair<Faulting, int> rows[] = {{ReadNull, SIGSEGV},
-                                                 {ReadBeyondEndOfFile, SIGBUS},
-                                                 {testkit::DivideByZero, SIGFPE},
-                                                 {testkit::RunIllegal, SIGILL},
-                                                 {testkit::RunBreakpoint, SIGTRAP}};
-    for (const auto& [function, signal] : rows) {
+    const struct {
+        Faulting Function;
+        int Signal;
+    } rows[] = {{ReadNull, SIGSEGV},
+                {ReadBeyondEndOfFile, SIGBUS},
+                {testkit::DivideByZero, SIGFPE},
+                {testkit::RunIllegal, SIGILL},
+                {testkit::RunBreakpoint, SIGTRAP}};
+    for (const auto& row : rows) {
         for (const auto former : {SIG_DFL, SIG_IGN}) {
             EXPECT_EXIT(RunAndExit([&] {
                             alarm(10);
-                            std::signal(signal, former);
-                            OnUnprotectedThread(function);
+                            std::signal(row.Signal, former);
+                            OnUnprotectedThread(row.Function);
                         }),
-                        testing::KilledBySignal(signal), "")
+                        testing::KilledBySignal(row.Signal), "")
                 << "a fault cannot be ignored";
         }
     }

@@ -4,12 +4,15 @@
 #include "tessmaru/structured_exception.h"
 #include "tessmaru/text.h"
 #include "testkit/environment_variable.h"
+#include "testkit/file_content.h"
 #include "testkit/gate.h"
 #include "testkit/linux/child.h"
 #include "testkit/test_machine.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <csignal>
 #include <fcntl.h>
 #include <random>
 #include <sys/mman.h>
@@ -153,7 +156,7 @@ TEST_F(NamedMutexOnLinux, SurvivesForeignWritesToItsFile)
     const Gate written(Machine.Folder / "written");
     Child stranger([&] {
         written.Pass();
-        return Create() == nullptr && GetLastError() == ERROR_INVALID_HANDLE ? 0 : 1;
+        return Create() != nullptr && GetLastError() == ERROR_ALREADY_EXISTS ? 0 : 1;
     });
     const HANDLE mutex = Create();
     const std::string file = File();
@@ -179,7 +182,7 @@ TEST_F(NamedMutexOnLinux, SurvivesForeignWritesToItsFile)
     std::thread([mutex] { EXPECT_EQ(WaitForSingleObject(mutex, 10), WAIT_TIMEOUT); }).join();
     EXPECT_TRUE(ReleaseMutex(mutex));
     written.Open();
-    EXPECT_EQ(stranger.Wait(), 0) << "a page with another name is refused";
+    EXPECT_EQ(stranger.Wait(), 0) << "a damaged page is repaired";
     CloseHandle(mutex);
 }
 
@@ -195,21 +198,111 @@ TEST_F(NamedMutexOnLinux, NamesHaveAMaximumLengthAndOneSession)
     EXPECT_EQ(GetLastError(), ERROR_FILENAME_EXCED_RANGE);
 }
 
-TEST_F(NamedMutexOnLinux, LinksAndPipesAreRefused)
+TEST_F(NamedMutexOnLinux, ObstaclesAtItsPathAreRemovedByWhoMay)
 {
     const HANDLE mutex = Create();
     const std::string file = File();
     CloseHandle(mutex);
+    const auto opens = [] { return CloseHandle(Create()) != FALSE; };
     std::filesystem::create_symlink(Machine.Folder / "elsewhere", file);
-    EXPECT_EQ(Create(), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_CANT_RESOLVE_FILENAME);
-    std::filesystem::remove(file);
+    EXPECT_TRUE(opens());
+    EXPECT_FALSE(std::filesystem::exists(Machine.Folder / "elsewhere")) << "the link was not followed";
     ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+    EXPECT_TRUE(opens());
+    std::filesystem::create_directory(file);
+    EXPECT_TRUE(opens());
+    // What this account may not remove keeps it out.
+    std::filesystem::create_directory(file);
+    testkit::WriteFile(file + "/content", "");
     EXPECT_EQ(Create(), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    std::filesystem::remove_all(file);
     const testkit::EnvironmentVariable nowhere("VELTRIX_RUNTIME", (Machine.Folder / "missing").string());
     EXPECT_EQ(Create(), nullptr);
     EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+}
+
+TEST_F(NamedMutexOnLinux, AnOpeningThatAnotherProcessBlocksEndsWithACodeAndDelaysNoOther)
+{
+    const HANDLE mutex = Create();
+    const std::string file = File();
+    const testkit::Gate locked(Machine.Folder / "locked");
+    const testkit::Gate end(Machine.Folder / "end");
+    Child blocker([&] {
+        struct flock lock {};
+        lock.l_type = F_RDLCK;
+        lock.l_whence = SEEK_SET;
+        lock.l_len = 1;
+        const int descriptor = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+        fcntl(descriptor, F_OFD_SETLK, &lock);
+        locked.Open();
+        end.Pass();
+    });
+    locked.Pass();
+    Child opener([&] { return CreateMutexW(nullptr, FALSE, u"App.log.Mutex"_w) == nullptr ? 1 : 0; });
+    Child fresh([&] {
+        // Without the object that it inherited this process opens the page like any other.
+        CloseHandle(mutex);
+        std::atomic<bool> blocked{true};
+        std::thread other([&] {
+            // Meanwhile another mutex opens and closes at once.
+            while (blocked)
+                CloseHandle(Create(FALSE, u"Another"_w));
+        });
+        const HANDLE opened = Create();
+        const DWORD error = GetLastError();
+        blocked = false;
+        other.join();
+        return opened == nullptr && error == ERROR_TIMEOUT ? 0 : 1;
+    });
+    EXPECT_EQ(opener.Wait(), 0) << "an open mutex is not opened again";
+    EXPECT_EQ(fresh.Wait(), 0);
+    end.Open();
+    blocker.Wait();
+    CloseHandle(mutex);
+}
+
+TEST_F(NamedMutexOnLinux, AHandlerOfTheProgramRunsAsItWasInstalled)
+{
+    Child program([] {
+        static sigset_t during;
+        struct sigaction own {};
+        own.sa_flags = SA_NODEFER;
+        sigaddset(&own.sa_mask, SIGUSR1);
+        own.sa_handler = [](int) { pthread_sigmask(SIG_BLOCK, nullptr, &during); };
+        sigaction(SIGBUS, &own, nullptr);
+        CloseHandle(Create());
+        raise(SIGBUS);
+        sigset_t after;
+        pthread_sigmask(SIG_BLOCK, nullptr, &after);
+        return sigismember(&during, SIGUSR1) == 1 && sigismember(&during, SIGBUS) == 0 &&
+                       sigismember(&after, SIGUSR1) == 0
+                   ? 0
+                   : 1;
+    });
+    EXPECT_EQ(program.Wait(), 0);
+}
+
+TEST_F(NamedMutexOnLinux, ADamagedModeIsRestoredByRoot)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root opens a file that its mode closes";
+    SECURITY_DESCRIPTOR descriptor{};
+    InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
+    SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE);
+    SECURITY_ATTRIBUTES everyone{sizeof everyone, &descriptor, FALSE};
+    const HANDLE mutex = CreateMutexW(&everyone, FALSE, u"App.log.Mutex"_w);
+    const std::string file = File();
+    ASSERT_EQ(chmod(file.c_str(), 0), 0);
+    Child opener([&] {
+        CloseHandle(mutex);
+        return CreateMutexW(&everyone, FALSE, u"App.log.Mutex"_w) != nullptr ? 0 : 1;
+    });
+    EXPECT_EQ(opener.Wait(), 0);
+    struct stat status {};
+    ASSERT_EQ(stat(file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0666U);
+    CloseHandle(mutex);
 }
 
 TEST_F(NamedMutexOnLinux, NoDescriptorSurvivesExec)

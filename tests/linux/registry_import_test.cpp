@@ -1,11 +1,12 @@
-// The settings store and files as they occur: exports, files written by hand, damaged and hostile ones.
+// The settings store on Linux, with files as they occur: exports, files written by hand, damaged and hostile ones.
 #include "store/export_file.h"
 #include "system.h"
+#include "tessmaru/text.h"
 #include "testkit/environment_variable.h"
 #include "testkit/file_content.h"
-#include "testkit/settings_text.h"
+#include "testkit/linux/without_descriptors.h"
 #include "testkit/test_machine.h"
-#include "testkit/text.h"
+#include "testkit/utf16.h"
 #include "text/case_fold.h"
 #include "text/utf8.h"
 
@@ -18,7 +19,6 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <sys/resource.h>
 #include <unistd.h>
 #include <vector>
 
@@ -108,8 +108,7 @@ std::string WithLineEnds(std::string_view text, std::string_view lineEnd)
 
 std::string Utf16(std::string_view utf8)
 {
-    const layer::Text units = layer::FromUtf8(utf8);
-    return "\xFF\xFE" + std::string(reinterpret_cast<const char*>(units.data()), units.size() * sizeof(WCHAR));
+    return "\xFF\xFE" + testkit::EncodeUtf16(utf8);
 }
 
 const std::string Header = "Windows Registry Editor Version 5.00\n\n";
@@ -632,16 +631,23 @@ TEST(RegistryImport, HostileFilesAreReadInTime)
 
 class RegistryReports : public testing::Test {
 protected:
-    /// Reads a value `times` times. @return the debug output without the library's name and the path of the store
-    std::string Read(int times = 1)
+    static LSTATUS OpenKey(int times)
     {
-        testing::internal::CaptureStderr();
+        LSTATUS result = 0;
         for (int i = 0; i < times; ++i) {
             HKEY key = nullptr;
-            Result = RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"K"_w, 0, KEY_READ, &key);
-            if (Result == 0)
+            result = RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"K"_w, 0, KEY_READ, &key);
+            if (result == 0)
                 RegCloseKey(key);
         }
+        return result;
+    }
+
+    /// Opens a key `times` times. @return the debug output without the library's name and the path of the store
+    std::string Read(int times = 1, bool withDescriptors = true)
+    {
+        testing::internal::CaptureStderr();
+        Result = withDescriptors ? OpenKey(times) : testkit::WithoutDescriptors([times] { return OpenKey(times); });
         std::string output = testing::internal::GetCapturedStderr();
         const std::string start = "tessmarU: " + Machine.Settings.location() + ": ";
         for (std::size_t at = 0; (at = output.find(start)) != std::string::npos;)
@@ -656,6 +662,7 @@ protected:
 
 TEST_F(RegistryReports, StoreThatCannotBeReadIsReportedOnce)
 {
+    std::filesystem::remove(Machine.Settings.location());
     const std::string missing = "cannot be read: No such file or directory\n";
     EXPECT_EQ(Read(3), missing);
     Machine.Settings.Set(Key);
@@ -683,28 +690,8 @@ TEST_F(RegistryReports, ContentThatStaysInForceIsReportedOnce)
     Machine.Settings.Set(Key);
     EXPECT_EQ(Read(), "");
     Machine.Settings.Set(Key + "\"new\"=\"\"\n");
-    struct rlimit before {};
-    getrlimit(RLIMIT_NOFILE, &before);
-    // Capturing the output needs descriptors, reading the store one more.
-    const int next = dup(0);
-    close(next);
-    const struct rlimit few {
-        static_cast<rlim_t>(next), before.rlim_max
-    };
-    std::string output;
-    {
-        testing::internal::CaptureStderr();
-        setrlimit(RLIMIT_NOFILE, &few);
-        for (int i = 0; i < 3; ++i) {
-            HKEY key = nullptr;
-            EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"K"_w, 0, KEY_READ, &key), 0);
-            RegCloseKey(key);
-        }
-        setrlimit(RLIMIT_NOFILE, &before);
-        output = testing::internal::GetCapturedStderr();
-    }
-    EXPECT_EQ(output, "tessmarU: " + Machine.Settings.location() +
-                          ": cannot be read: Too many open files; the content read before stays in force\n");
+    EXPECT_EQ(Read(3, false), "cannot be read: Too many open files; the content read before stays in force\n");
+    EXPECT_EQ(Result, 0);
     EXPECT_EQ(Read(3), "");
 }
 

@@ -4,9 +4,11 @@
 #include "testkit/environment_variable.h"
 #include "testkit/file_content.h"
 #include "testkit/linux/failing_allocation.h"
+#include "testkit/linux/without_descriptors.h"
 #include "testkit/settings_text.h"
 #include "testkit/test_machine.h"
 #include "testkit/text.h"
+#include "testkit/utf16.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +17,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -31,12 +32,10 @@ namespace {
 const std::string Header(testkit::ExportHeading);
 const std::string Key = "[HKEY_LOCAL_MACHINE\\Suite\\Log]\r\n";
 
-std::string Utf16(std::string_view ascii)
+/// A file in UTF-16 with a byte-order mark.
+std::string Utf16(std::string_view text)
 {
-    std::string bytes = "\xFF\xFE";
-    for (const char letter : ascii)
-        bytes += {letter, '\0'};
-    return bytes;
+    return "\xFF\xFE" + testkit::EncodeUtf16(text);
 }
 
 struct Parsed {
@@ -47,7 +46,7 @@ struct Parsed {
         return Store.FindKey(Store.PathOf(*RegistrySnapshot::FindHive(hive)), path);
     }
 
-    /// A value as "type:text" or "type: bytes"; else "none" or "no key".
+    /// A value as "type:text" or "type: bytes"; otherwise "none" or "no key".
     std::string Show(std::string_view path, std::string_view name) const
     {
         const auto key = Find(Wide(path));
@@ -81,9 +80,9 @@ struct Parsed {
 };
 
 struct Line {
-    std::string Body;     // stands behind the key's line, which is the third
+    std::string Body;     // after the line of the key, which is the third
     std::string Value;    // of "v"
-    std::string Dropped;  // numbers of the lines that are left out
+    std::string Dropped;  // numbers of the dropped lines
 };
 
 void CheckInEveryForm(const Line& line, std::string_view path = "Suite\\Log")
@@ -102,7 +101,7 @@ void CheckInEveryForm(const Line& line, std::string_view path = "Suite\\Log")
     EXPECT_EQ(Parsed(lineFeeds).Show(path, "v"), value) << line.Body;
 }
 
-TEST(RegistryFile, SoundLines)
+TEST(RegistryFile, ValidLines)
 {
     const Line lines[] = {
         {"\"v\"=\"text\"", "1:text", ""},
@@ -136,38 +135,38 @@ TEST(RegistryFile, SoundLines)
     CheckInEveryForm({"[HKEY_LOCAL_MACHINE\\a]b] ]\r\n\"v\"=\"brackets\"", "1:brackets", ""}, "a]b] ");
 }
 
-TEST(RegistryFile, BrokenLinesGoAndTheOthersStay)
+TEST(RegistryFile, MalformedLinesAreDropped)
 {
-    const std::string sound = "\"v\"=\"sound\"\r\n";
+    const std::string valid = "\"v\"=\"valid\"\r\n";
     const Line lines[] = {
-        {sound + "\"v\"=\"text\" x", "1:sound", "5"},
-        {sound + "\"v\"", "1:sound", "5"},
-        {sound + "\"v\"=", "1:sound", "5"},
-        {sound + "\"v\"=-x", "1:sound", "5"},
-        {sound + "\"v=\"broken\"", "1:sound", "5"},
-        {sound + "\"v\"=dword:", "1:sound", "5"},
-        {sound + "\"v\"=dword:123456789", "1:sound", "5"},
-        {sound + "\"v\"=dword:12g4", "1:sound", "5"},
-        {sound + "\"v\"=hex:01,,02", "1:sound", "5"},
-        {sound + "\"v\"=hex:01\\\r\n,02", "1:sound", "5 6"},
-        {sound + "\"v\"=hex:123", "1:sound", "5"},
-        {sound + "\"v\"=hex(:01", "1:sound", "5"},
-        {sound + "\"v\"=hex(123456789):01", "1:sound", "5"},
-        {sound + "\"v\"=octal:01", "1:sound", "5"},
-        {sound + "nonsense\r\n=\r\n]", "1:sound", "5 6 7"},
-        // The list breaks off, and the line that it was to go on in counts by itself.
+        {valid + "\"v\"=\"text\" x", "1:valid", "5"},
+        {valid + "\"v\"", "1:valid", "5"},
+        {valid + "\"v\"=", "1:valid", "5"},
+        {valid + "\"v\"=-x", "1:valid", "5"},
+        {valid + "\"v=\"broken\"", "1:valid", "5"},
+        {valid + "\"v\"=dword:", "1:valid", "5"},
+        {valid + "\"v\"=dword:123456789", "1:valid", "5"},
+        {valid + "\"v\"=dword:12g4", "1:valid", "5"},
+        {valid + "\"v\"=hex:01,,02", "1:valid", "5"},
+        {valid + "\"v\"=hex:01\\\r\n,02", "1:valid", "5 6"},
+        {valid + "\"v\"=hex:123", "1:valid", "5"},
+        {valid + "\"v\"=hex(:01", "1:valid", "5"},
+        {valid + "\"v\"=hex(123456789):01", "1:valid", "5"},
+        {valid + "\"v\"=octal:01", "1:valid", "5"},
+        {valid + "nonsense\r\n=\r\n]", "1:valid", "5 6 7"},
+        // The list ends early. The line that should continue it counts as a separate line.
         {"\"u\"=hex:01,\\\r\n\"v\"=\"next\"", "1:next", "4"},
         {"\"u\"=hex:01,\\\r\n" + Key + "\"v\"=\"next\"", "1:next", "4"},
         {"\"u\"=\"no end\r\n\"v\"=\"next\"", "1:next", "4"},
-        // Nobody knows whose values stand behind a broken key.
+        // Values after a malformed key belong to no known key.
         {"[HKEY_LOCAL_MACHINE\\Other\r\n\"v\"=\"whose?\"", "none", "4 5"},
         {"[HKEY_NOWHERE\\Other]\r\n\"v\"=\"whose?\"", "none", "4 5"},
         {"[]\r\n[-HKEY_LOCAL_MACHINE\\Other]\r\n\"v\"=\"whose?\"", "none", "4 6"},
-        {sound + "\"v\"=\"\xFF\"\r\n\"u\"=\"\xED\xA0\x80\"\r\n\"u\"=\"\xF0\x90\x80\xFF\r\n\"", "1:sound", "5 6 7"},
+        {valid + "\"v\"=\"\xFF\"\r\n\"u\"=\"\xED\xA0\x80\"\r\n\"u\"=\"\xF0\x90\x80\xFF\r\n\"", "1:valid", "5 6 7"},
         {"[HKEY_LOCAL_MACHINE\\\xC3]\r\n\"v\"=\"whose?\"", "none", "4 5"},
-        {sound + "\"u\"=\"unclosed\r\n@=-\r\n" + Key + "\"w\"=\"behind\"", "1:sound", "5"},
-        {sound + "\"u\"=\"unclosed\r\n[-hkey_Local_machine\\Suite\\Log]\r\n" + Key + "\"v\"=\"new\"", "1:new", "5"},
-        {sound + "\"v\"=\"never closed\r\n", "1:sound", "5"},
+        {valid + "\"u\"=\"unclosed\r\n@=-\r\n" + Key + "\"w\"=\"after\"", "1:valid", "5"},
+        {valid + "\"u\"=\"unclosed\r\n[-hkey_Local_machine\\Suite\\Log]\r\n" + Key + "\"v\"=\"new\"", "1:new", "5"},
+        {valid + "\"v\"=\"never closed\r\n", "1:valid", "5"},
     };
     for (const Line& line : lines)
         CheckInEveryForm(line);
@@ -188,7 +187,7 @@ TEST(RegistryFile, NamesCompareWithoutCase)
         EXPECT_TRUE(parsed.Store.FindValue(*key, u"\U0001D11E"_w));
         EXPECT_FALSE(parsed.Store.FindValue(*key, u"\u00c4"_w));
     }
-    EXPECT_TRUE(parsed.Find(u"Suite"_w)) << "a key above a key is there too";
+    EXPECT_TRUE(parsed.Find(u"Suite"_w)) << "the key above a key exists too";
     EXPECT_FALSE(parsed.Find(u"Suite\\"_w));
     EXPECT_FALSE(parsed.Find(u"Suite"_w, HKEY_USERS));
     EXPECT_TRUE(parsed.Find({}, HKEY_USERS));
@@ -200,13 +199,13 @@ TEST(RegistryFile, CutAnywhereGivesWholeValuesOnly)
         const char* Name;
         std::string Line;
         std::string Whole;
-        bool MayLoseDigits;  // at the very end of the file nothing tells a number that is cut from a short one
+        bool MayLoseBytes;  // a list that is cut off between two bytes looks like a shorter one
     };
     const Part parts[] = {
         {"path", "\"path\"=\"\\\\var\\\\log\\\\\\\"a\\\".log\"\r\n", "1:\\var\\log\\\"a\".log", false},
         {"lines", "\"lines\"=\"one\r\ntwo\"\r\n", "1:one\r\ntwo", false},
         {"typed", "\"typed\"=hex(2):61,00,\\\r\n  62,00,00,00\r\n", "2: 97 0 98 0 0 0", false},
-        {"number", "\"number\"=dword:00002710\r\n", "4: 16 39 0 0", true},
+        {"number", "\"number\"=dword:00002710\r\n", "4: 16 39 0 0", false},
         {"bytes", "\"bytes\"=hex:01,02,\\\r\n  03\r\n", "3: 1 2 3", true},
         {"", "@=\"last\"\r\n", "1:last", false},
     };
@@ -218,7 +217,7 @@ TEST(RegistryFile, CutAnywhereGivesWholeValuesOnly)
             const Parsed cut(std::string_view(whole).substr(0, length));
             for (const Part& part : parts) {
                 const std::string shown = cut.Show("Suite\\Log", part.Name);
-                const bool atEnd = part.MayLoseDigits && whole.substr(length, 2).find('\n') == std::string::npos &&
+                const bool atEnd = part.MayLoseBytes && whole.substr(length, 2).find('\n') == std::string::npos &&
                                    cut.Show("Suite\\Log", (&part)[1].Name) == "none";
                 EXPECT_TRUE(shown == part.Whole || shown == "none" || shown == "no key" || atEnd)
                     << length << ' ' << part.Name << ' ' << shown;
@@ -248,7 +247,7 @@ protected:
         Result = RegQueryValueExW(key, u"v"_w, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &bytes);
         return Result == 0 ? std::optional(testkit::Narrow(text)) : std::nullopt;
     }
-    static std::optional<std::string> ReadAnew()
+    static std::optional<std::string> ReadAgain()
     {
         const HKEY key = Open();
         if (key == nullptr)
@@ -280,7 +279,7 @@ TEST_F(RegistryStore, OpenKeyShowsAChangeAtItsNextRead)
     DWORD bytes = sizeof(WCHAR);
     EXPECT_EQ(RegQueryValueExW(below, u"v"_w, nullptr, nullptr, reinterpret_cast<BYTE*>(kept), &bytes),
               LSTATUS{ERROR_MORE_DATA});
-    EXPECT_EQ(kept[0], '?') << "a buffer that is too small stays as it was";
+    EXPECT_EQ(kept[0], '?') << "a buffer that is too small is left alone";
 
     Machine.Settings.Set("[HKEY_LOCAL_MACHINE\\Suite\\Other]\r\n[HKEY_USERS]\r\n\"v\"=\"of a hive\"\r\n");
     EXPECT_EQ(Read(below), std::nullopt);
@@ -299,50 +298,37 @@ TEST_F(RegistryStore, OpenKeyShowsAChangeAtItsNextRead)
         EXPECT_EQ(RegCloseKey(key), 0);
 }
 
-TEST_F(RegistryStore, ChangeShowsAtTheNextOpening)
+TEST_F(RegistryStore, ChangeIsReadAfterTheNextOpening)
 {
     for (int i = 0; i < 50; ++i) {
         const std::string text = std::to_string(100 + i);
         if (i % 2 == 0)
             SetText(text);
-        else  // in place, of the same size, within one tick of the file's times
+        else  // in place, with the same size, within one tick of the file's times
             testkit::WriteFile(Machine.Settings.location(), Header + Key + "\"v\"=\"" + text + "\"\r\n");
-        EXPECT_EQ(ReadAnew(), text);
-        EXPECT_EQ(ReadAnew(), text);
+        EXPECT_EQ(ReadAgain(), text);
+        EXPECT_EQ(ReadAgain(), text);
     }
 }
 
 TEST_F(RegistryStore, SettledStoreIsNotReadAgain)
 {
     SetText("kept");
-    usleep(50'000);  // until the file's times are no longer those of now
-    EXPECT_EQ(ReadAnew(), "kept");
-    struct rlimit before {};
-    getrlimit(RLIMIT_NOFILE, &before);
-    const struct rlimit none {
-        0, before.rlim_max
-    };
-    setrlimit(RLIMIT_NOFILE, &none);
-    const auto text = ReadAnew();
-    setrlimit(RLIMIT_NOFILE, &before);
-    EXPECT_EQ(text, "kept");
+    usleep(50'000);  // until the file's times are in the past
+    EXPECT_EQ(ReadAgain(), "kept");
+    EXPECT_EQ(testkit::WithoutDescriptors(ReadAgain), "kept");
 
     SetText("changed");
-    setrlimit(RLIMIT_NOFILE, &none);
-    const auto changed = ReadAnew();
-    setrlimit(RLIMIT_NOFILE, &before);
-    EXPECT_EQ(changed, "kept") << "the content that was read last";
-    EXPECT_EQ(ReadAnew(), "changed");
-    const testkit::EnvironmentVariable other("VELTRIX_REGISTRY", Machine.Settings.location() + ".other");
-    std::filesystem::rename(Machine.Settings.location(), Machine.Settings.location() + ".other");
-    setrlimit(RLIMIT_NOFILE, &none);
-    const auto unread = ReadAnew();
-    setrlimit(RLIMIT_NOFILE, &before);
-    EXPECT_EQ(unread, std::nullopt) << "the content of another file does not count";
+    EXPECT_EQ(testkit::WithoutDescriptors(ReadAgain), "kept") << "the content that was read last";
+    EXPECT_EQ(ReadAgain(), "changed");
+    const std::string otherPath = Machine.Settings.location() + ".other";
+    std::filesystem::rename(Machine.Settings.location(), otherPath);
+    const testkit::EnvironmentVariable other("VELTRIX_REGISTRY", otherPath);
+    EXPECT_EQ(testkit::WithoutDescriptors(ReadAgain), std::nullopt) << "the content of another file does not count";
     EXPECT_EQ(Result, LSTATUS{ERROR_TOO_MANY_OPEN_FILES});
 }
 
-TEST_F(RegistryStore, StoreThatCannotBeReadSaysWhy)
+TEST_F(RegistryStore, UnreadableStoreReportsItsReason)
 {
     const auto codeOf = [](const unsigned short* path) {
         Open(path);
@@ -361,10 +347,10 @@ TEST_F(RegistryStore, StoreThatCannotBeReadSaysWhy)
     EXPECT_EQ(codeOf(u"Suite"_w), ERROR_NOT_SUPPORTED);
     std::filesystem::remove(Machine.Settings.location());
     ASSERT_EQ(mkfifo(Machine.Settings.location().c_str(), 0600), 0);
-    EXPECT_EQ(codeOf(u"Suite"_w), ERROR_ACCESS_DENIED) << "and nobody waits for a writer";
+    EXPECT_EQ(codeOf(u"Suite"_w), ERROR_ACCESS_DENIED) << "without waiting for a writer";
 }
 
-TEST_F(RegistryStore, SaysWhichLinesWereLeftOut)
+TEST_F(RegistryStore, ReportsDroppedLines)
 {
     std::string noise = Key + "\"v\"=dword:x\r\n";
     for (int i = 0; i < 100; ++i)
@@ -373,14 +359,14 @@ TEST_F(RegistryStore, SaysWhichLinesWereLeftOut)
     const testkit::EnvironmentVariable debug("VELTRIX_DEBUG_OUTPUT", "1");
     testing::internal::CaptureStderr();
     RegCloseKey(Open());
-    const std::string said = testing::internal::GetCapturedStderr();
+    const std::string output = testing::internal::GetCapturedStderr();
     const std::string start = "tessmarU: " + Machine.Settings.location() + ": ";
-    EXPECT_TRUE(said.starts_with(start + "line 4 ignored: the number does not have one to eight digits\n")) << said;
-    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 21);
-    EXPECT_TRUE(said.ends_with(start + "81 more lines ignored\n")) << said;
+    EXPECT_TRUE(output.starts_with(start + "line 4 ignored: the number does not have one to eight digits\n")) << output;
+    EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 21);
+    EXPECT_TRUE(output.ends_with(start + "81 more lines ignored\n")) << output;
 }
 
-TEST_F(RegistryStore, ReadersNeverSeeHalfOfAReplacedStore)
+TEST_F(RegistryStore, ReadersNeverMixTwoStatesOfTheStore)
 {
     const auto fill = [](int i) { return std::string(20, static_cast<char>('a' + i % 26)); };
     SetText(fill(0));
@@ -390,7 +376,7 @@ TEST_F(RegistryStore, ReadersNeverSeeHalfOfAReplacedStore)
     for (int i = 0; i < 3; ++i) {
         readers.emplace_back([&] {
             while (!end) {
-                const auto text = ReadAnew();
+                const auto text = ReadAgain();
                 EXPECT_TRUE(text) << Result;
                 EXPECT_EQ(*text, std::string(20, (*text)[0]));
                 ++reads;
@@ -404,11 +390,11 @@ TEST_F(RegistryStore, ReadersNeverSeeHalfOfAReplacedStore)
         reader.join();
 }
 
-TEST_F(RegistryStore, MemoryThatRunsOutIsToldAndForgotten)
+TEST_F(RegistryStore, OutOfMemoryIsReportedAndTheNextReadWorks)
 {
     int failed = 0;
     SetText("round 0");
-    EXPECT_EQ(ReadAnew(), "round 0");
+    EXPECT_EQ(ReadAgain(), "round 0");
     for (int n = 1;; ++n) {
         SetText("round " + std::to_string(n));
         const int before = testkit::LiveBlocks();
@@ -431,14 +417,14 @@ TEST_F(RegistryStore, MemoryThatRunsOutIsToldAndForgotten)
             RegCloseKey(key);
         // What stays is at most a store that was read whole and took the place of an earlier one.
         EXPECT_LE(testkit::LiveBlocks(), before + 8);
-        EXPECT_EQ(ReadAnew(), "round " + std::to_string(n));
+        EXPECT_EQ(ReadAgain(), "round " + std::to_string(n));
     }
     EXPECT_GT(failed, 10);
-    ReadAnew();
+    ReadAgain();
     const int settled = testkit::LiveBlocks();
     for (int i = 0; i < 20; ++i) {
         SetText("x");
-        ReadAnew();
+        ReadAgain();
     }
     EXPECT_EQ(testkit::LiveBlocks(), settled);
 }

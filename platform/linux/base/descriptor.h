@@ -1,9 +1,10 @@
 // A file descriptor with an owner that closes it.
 #pragma once
 
-#include <cerrno>
-#include <unistd.h>
+#include <sys/types.h>
 #include <utility>
+
+struct stat;
 
 namespace layer {
 
@@ -11,26 +12,47 @@ namespace layer {
 /// with the `errno` of the call that failed.
 class Descriptor {
 public:
+    Descriptor() = default;
     /// @param file what `open` or a similar call returned; a negative number means that the call failed
     explicit Descriptor(int file) : File(file) {}
-    Descriptor(Descriptor&& other) noexcept : File(std::exchange(other.File, -1)) {}
+    Descriptor(Descriptor&& other) noexcept : File(other.Release()) {}
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
-    Descriptor& operator=(Descriptor&&) = delete;
-    ~Descriptor()
+    Descriptor& operator=(Descriptor&& other) noexcept
     {
-        const int saved = errno;
-        if (File >= 0)
-            close(File);
-        errno = saved;
+        Descriptor former(std::exchange(File, other.Release()));
+        return *this;
     }
+    ~Descriptor();
 
     int get() const { return File; }
     /// Whether there is a descriptor.
     explicit operator bool() const { return File >= 0; }
 
+    /// Gives up the descriptor without closing it.
+    int Release() noexcept { return std::exchange(File, -1); }
+
 private:
-    int File;
+    int File = -1;
+};
+
+/// Opens a file, with a descriptor of at least 3 and O_CLOEXEC. A process whose standard streams are closed would
+/// otherwise write its messages into the file that gets their numbers. @return no descriptor with `errno` set on
+/// failure
+Descriptor OpenHigh(const char* path, int flags, mode_t mode = 0);
+
+/// Which file a descriptor refers to. A program may close all descriptors, ours among them; the number can then belong
+/// to a file of the program.
+struct FileIdentity {
+    dev_t Device = 0;
+    ino_t Inode = 0;
+
+    FileIdentity() = default;
+    explicit FileIdentity(const struct stat& status);
+    bool operator==(const FileIdentity&) const = default;
+
+    /// Whether `file` still refers to this file.
+    bool IsOf(int file) const;
 };
 
 }  // namespace layer

@@ -42,8 +42,27 @@ void EndProcess(int signal, bool recurs)
         raise(signal);
 }
 
-/// Does what would have happened without the layer's handler. The former handler runs with the signal mask of the
-/// layer's handler; its own `sa_mask` is not applied.
+/// Blocks the signals that the kernel would have blocked for a handler with this action: those that were blocked at the
+/// fault, those of its `sa_mask`, and its own unless it has SA_NODEFER. Ends with the former mask.
+class HandlerMask {
+public:
+    HandlerMask(int signal, const struct sigaction& action, const void* context)
+    {
+        sigset_t mask;
+        sigorset(&mask, &static_cast<const ucontext_t*>(context)->uc_sigmask, &action.sa_mask);
+        if ((static_cast<unsigned>(action.sa_flags) & SA_NODEFER) == 0)
+            sigaddset(&mask, signal);
+        pthread_sigmask(SIG_SETMASK, &mask, &Former);
+    }
+    HandlerMask(const HandlerMask&) = delete;
+    HandlerMask& operator=(const HandlerMask&) = delete;
+    ~HandlerMask() { pthread_sigmask(SIG_SETMASK, &Former, nullptr); }
+
+private:
+    sigset_t Former;
+};
+
+/// Does what would have happened without the layer's handler.
 void ForwardToFormerHandler(int signal, siginfo_t* info, void* context)
 {
     struct sigaction& stored = signalStates[static_cast<unsigned>(signal)].Former;
@@ -60,6 +79,7 @@ void ForwardToFormerHandler(int signal, siginfo_t* info, void* context)
         stored = {};
         stored.sa_handler = SIG_DFL;
     }
+    const HandlerMask mask(signal, former, context);
     if ((former.sa_flags & SA_SIGINFO) != 0)
         former.sa_sigaction(signal, info, context);
     else

@@ -138,7 +138,7 @@ HANDLE OpenHandle(Object* object)
             return reinterpret_cast<HANDLE>(value);
         }
     }
-    Release(object);
+    object->Close();
     return Fail(ERROR_OUTOFMEMORY, HANDLE{nullptr});
 }
 

@@ -16,7 +16,7 @@ std::mutex& TableLock();
 /// The object that a handle refers to. It is deleted with its last reference; the constructor makes the first one.
 class Object {
 public:
-    enum class Kind : unsigned char { file, search, mutex, key, snapshot };
+    enum class Kind : unsigned char { file, mutex, key, snapshot };
 
     explicit Object(Kind kind) : Type(kind) {}
     Object(const Object&) = delete;
@@ -24,8 +24,8 @@ public:
 
     Kind kind() const { return Type; }
 
-    /// Whether CloseHandle accepts a handle of this object. Searches and keys have their own closing functions.
-    bool IsClosedByCloseHandle() const { return Type != Kind::search && Type != Kind::key; }
+    /// Whether CloseHandle accepts a handle of this object. A key has its own closing function.
+    bool IsClosedByCloseHandle() const { return Type != Kind::key; }
 
     /// Releases the reference of a handle that was just closed. A family overrides this if it must do so under the
     /// lock under which it opens objects.

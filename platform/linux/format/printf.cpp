@@ -1,4 +1,4 @@
-// Formats in one pass: runs of literal text are copied; each conversion specification is parsed and written with its
+// Formats in one pass: runs of literal text are copied; each conversion directive is parsed and written with its
 // argument. Padding is counted and never built in memory, so a huge width or precision costs no more than the units
 // that fit. Nothing depends on the locale of the process.
 #include "format/printf.h"
@@ -19,7 +19,7 @@ constexpr std::size_t Unbounded = std::numeric_limits<std::size_t>::max();
 /// The length modifiers, by their effect: `h`, `l` and `w`, `ll` and `I64`, `I` (the size of a pointer), `L`.
 enum class LengthModifier { none, half, wide, int64, word, longDouble };
 
-/// A parsed conversion specification, without its conversion character.
+/// A parsed conversion directive, without its conversion character.
 struct ConversionSpec {
     bool LeftAligned = false;  // flag `-`
     bool ForceSign = false;    // flag `+`
@@ -56,7 +56,7 @@ int ParseNumber(const WCHAR*& at)
     return number;
 }
 
-// Each of these functions parses one part of a conversion specification, which may be missing, and returns the position
+// Each of these functions parses one part of a conversion directive, which may be missing, and returns the position
 // after it.
 
 const WCHAR* ParseFlags(const WCHAR* at, ConversionSpec& spec)

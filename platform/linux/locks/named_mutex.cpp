@@ -4,7 +4,9 @@
 // each other; other processes cannot access it. The word of the shared page excludes the processes from each other. A
 // thread takes LocalLock first and accesses the word only while it holds LocalLock.
 //
-// Order of the locks: opening lock, then table lock. A thread that waits for a mutex holds neither.
+// Order of the locks: a mutex's opening lock, then the list lock, then the table lock. A thread that waits for a mutex
+// holds none of them, and one that waits for other processes while it opens a mutex holds that mutex's opening lock
+// only.
 #include "base/futex.h"
 #include "base/handle.h"
 #include "base/lifecycle.h"
@@ -32,18 +34,22 @@ using layer::TextView;
 constexpr std::int64_t FirstSleep = 5'000'000;
 constexpr std::int64_t LaterSleep = 50'000'000;
 
+// How long an opening waits for other processes. Any account that can reach the file can keep it locked.
+constexpr DWORD OpeningMilliseconds = 5'000;
+
 /// A mutex with or without a name. One without a name uses LocalLock only.
 class NamedMutex final : public layer::Object {
 public:
-    NamedMutex() : Object(Kind::mutex) {}
+    /// @throws std::bad_alloc
+    explicit NamedMutex(TextView name) : Object(Kind::mutex), Name(name) {}
     ~NamedMutex() override;
 
-    /// Opens the mutex, once after construction.
+    /// Opens the mutex, unless an earlier call has done that. Waits for other threads and processes that open it at
+    /// that moment, at most OpeningMilliseconds.
     /// @param owned  whether the calling thread owns a new mutex from the start
     /// @param isNew  receives whether no living process had the mutex open
-    /// @return ERROR_SUCCESS, or the system error
-    /// @throws std::bad_alloc
-    DWORD Open(TextView name, const SECURITY_ATTRIBUTES* attributes, bool owned, bool& isNew);
+    /// @return ERROR_SUCCESS, ERROR_TIMEOUT, or another system error
+    DWORD Open(const SECURITY_ATTRIBUTES* attributes, bool owned, bool& isNew);
 
     /// @return as WaitForSingleObject, with the last error set for WAIT_FAILED
     DWORD Wait(DWORD milliseconds);
@@ -58,11 +64,15 @@ public:
 
     /// Releases the mutex and marks it as abandoned if this thread owns it.
     void AbandonIfOwnedBy(std::uintptr_t thread);
-    bool HasName(TextView name) const { return Opened && !Name.empty() && Name == name; }
+    bool HasName(TextView name) const { return !Name.empty() && Name == name; }
+
+    /// Keeps the process a user of the mutex after it has closed all descriptors. The calling thread owns the mutex.
+    void Restore() { Page.Restore(); }
 
     NamedMutex* Next = nullptr;
 
 private:
+    DWORD OpenLocked(const SECURITY_ATTRIBUTES* attributes, bool owned, Deadline& deadline, bool& isNew);
     DWORD AcquirePage(Deadline& deadline);
     DWORD AcquireContended(std::atomic<std::uint32_t>& word, Deadline& deadline);
     void SetOwner();
@@ -73,28 +83,29 @@ private:
     std::atomic<std::uint32_t> LocalLock{0};
     bool LocallyAbandoned = false;  // for a mutex without a name, which has no word; accessed under LocalLock
     SharedPage Page;
-    Text Name;
-    bool Opened = false;  // a `fork` may leave the child an object whose Open was never completed
+    const Text Name;
+    std::atomic<std::uint32_t> OpeningLock{0};
+    bool Opened = false;  // accessed under OpeningLock
 };
 
-// The list of all mutexes of the process. It is changed under both the opening lock and the table lock, so either of
-// them is enough to read it.
+// The list of all mutexes of the process. It is changed under both the list lock and the table lock, so either of them
+// is enough to read it.
 NamedMutex* mutexes = nullptr;
 
-// The opening lock: serialises opening and closing. It is a lock besides the table lock because opening may wait for
-// other processes, and the table lock must never be held across a wait.
-std::atomic<std::uint32_t> openingWord{0};
+// The list lock keeps a mutex from being found while its last reference is released. It is a lock besides the table
+// lock because a release makes system calls, during which the table lock must not be held.
+std::atomic<std::uint32_t> listWord{0};
 
-class OpeningLock {
+class ListLock {
 public:
-    OpeningLock()
+    ListLock()
     {
         Deadline never(INFINITE);
-        layer::LockWord(openingWord, never);
+        layer::LockWord(listWord, never);
     }
-    OpeningLock(const OpeningLock&) = delete;
-    OpeningLock& operator=(const OpeningLock&) = delete;
-    ~OpeningLock() { layer::UnlockWord(openingWord); }
+    ListLock(const ListLock&) = delete;
+    ListLock& operator=(const ListLock&) = delete;
+    ~ListLock() { layer::UnlockWord(listWord); }
 };
 
 NamedMutex::~NamedMutex()
@@ -109,25 +120,30 @@ NamedMutex::~NamedMutex()
     AbandonIfOwnedBy(Owner.load(std::memory_order_relaxed));
 }
 
-/// Takes the opening lock: a thread that opens the same name may be adding a reference to this object.
+/// Takes the list lock: a thread that opens the same name may be adding a reference to this object.
 void NamedMutex::Close()
 {
-    const OpeningLock guard;
+    const ListLock guard;
     layer::Release(this);
 }
 
-DWORD NamedMutex::Open(TextView name, const SECURITY_ATTRIBUTES* attributes, bool owned, bool& isNew)
+DWORD NamedMutex::Open(const SECURITY_ATTRIBUTES* attributes, bool owned, bool& isNew)
 {
+    Deadline deadline(OpeningMilliseconds);
+    if (!layer::LockWord(OpeningLock, deadline))
+        return ERROR_TIMEOUT;
+    isNew = false;
+    const DWORD error = Opened ? ERROR_SUCCESS : OpenLocked(attributes, owned, deadline, isNew);
+    layer::UnlockWord(OpeningLock);
+    return error;
+}
+
+DWORD NamedMutex::OpenLocked(const SECURITY_ATTRIBUTES* attributes, bool owned, Deadline& deadline, bool& isNew)
+try {
     isNew = true;
-    Name = name;
-    {
-        // Listed before it is open: if the process forks now, the child has to close the half-opened page.
-        const std::lock_guard<std::mutex> guard(layer::TableLock());
-        Next = mutexes;
-        mutexes = this;
-    }
-    if (!name.empty()) {
-        if (const DWORD error = Page.Open(name, layer::ModeOf(attributes), owned, isNew); error != ERROR_SUCCESS)
+    if (!Name.empty()) {
+        const DWORD error = Page.Open(Name, layer::ModeOf(attributes), owned, deadline, isNew);
+        if (error != ERROR_SUCCESS)
             return error;
     }
     if (owned && isNew) {
@@ -137,6 +153,8 @@ DWORD NamedMutex::Open(TextView name, const SECURITY_ATTRIBUTES* attributes, boo
     }
     Opened = true;
     return ERROR_SUCCESS;
+} catch (const std::bad_alloc&) {
+    return ERROR_OUTOFMEMORY;
 }
 
 void NamedMutex::SetOwner()
@@ -262,7 +280,8 @@ NamedMutex* FindMutex(HANDLE handle)
 /// The name without the prefix of a session. Linux has no sessions in this sense, so both prefixes mean the machine.
 TextView BaseName(LPCWSTR name)
 {
-    TextView text = name == nullptr ? TextView() : TextView(name);
+    // A view without data must not be copied into a string.
+    TextView text = name == nullptr ? u""_w : name;
     for (const TextView prefix : {TextView(u"Global\\"_w), TextView(u"Local\\"_w)}) {
         if (text.starts_with(prefix))
             return text.substr(prefix.size());
@@ -270,31 +289,24 @@ TextView BaseName(LPCWSTR name)
     return text;
 }
 
-/// Finds the process's object of a name, or creates it. Called under the opening lock.
-/// @param isNew  receives whether no living process had the mutex open
-/// @return the object with a reference for the caller, or null with the last error set
-NamedMutex* OpenObject(TextView name, const SECURITY_ATTRIBUTES* attributes, bool owned, bool& isNew)
+/// The process's object of a name, or a new one that is not open yet. It is listed before it is open: threads that open
+/// one name at the same time have to share it, and if the process forks now, the child has to close a half-opened page.
+/// @return the object with a reference for the caller
+/// @throws std::bad_alloc
+NamedMutex* FindOrAdd(TextView name)
 {
+    const ListLock guard;
     for (NamedMutex* mutex = mutexes; mutex != nullptr; mutex = mutex->Next) {
         if (mutex->HasName(name)) {
             layer::AddReference(mutex);
-            isNew = false;
             return mutex;
         }
     }
-    auto* const created = new (std::nothrow) NamedMutex;
-    if (created == nullptr)
-        return layer::Fail(ERROR_OUTOFMEMORY, created);
-    DWORD error = ERROR_OUTOFMEMORY;
-    try {
-        error = created->Open(name, attributes, owned, isNew);
-    } catch (const std::bad_alloc&) {
-        error = ERROR_OUTOFMEMORY;
-    }
-    if (error == ERROR_SUCCESS)
-        return created;
-    layer::Release(created);
-    return layer::Fail(error, static_cast<NamedMutex*>(nullptr));
+    auto* const created = new NamedMutex(name);
+    const std::lock_guard<std::mutex> table(layer::TableLock());
+    created->Next = mutexes;
+    mutexes = created;
+    return created;
 }
 
 // The lifecycle holds the table lock here.
@@ -317,7 +329,7 @@ constinit layer::LifecycleHooks hooks{
 }  // namespace
 
 HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initialOwner, LPCWSTR name)
-{
+try {
     const TextView base = BaseName(name);
     if (name != nullptr && *name == '\\')
         return layer::Fail(ERROR_BAD_PATHNAME, HANDLE{nullptr});
@@ -326,15 +338,18 @@ HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initialOwner, LPCWSTR 
     layer::RegisterHooks(hooks);
     if (!layer::WatchForks() || (initialOwner != FALSE && !layer::WatchThreadEnd()))
         return layer::Fail(ERROR_OUTOFMEMORY, HANDLE{nullptr});
-    const OpeningLock guard;
+    NamedMutex* const mutex = FindOrAdd(base);
     bool isNew = false;
-    NamedMutex* const mutex = OpenObject(base, attributes, initialOwner != FALSE, isNew);
-    if (mutex == nullptr)
-        return nullptr;
+    if (const DWORD error = mutex->Open(attributes, initialOwner != FALSE, isNew); error != ERROR_SUCCESS) {
+        mutex->Close();
+        return layer::Fail(error, HANDLE{nullptr});
+    }
     const HANDLE handle = layer::OpenHandle(mutex);
     if (handle != nullptr)
         SetLastError(isNew ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
     return handle;
+} catch (const std::bad_alloc&) {
+    return layer::Fail(ERROR_OUTOFMEMORY, HANDLE{nullptr});
 }
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
@@ -349,4 +364,10 @@ BOOL ReleaseMutex(HANDLE handle)
     if (mutex == nullptr)
         return FALSE;
     return mutex->Release() ? TRUE : layer::Fail(ERROR_NOT_OWNER, FALSE);
+}
+
+void platform::RestoreMutex(HANDLE handle)
+{
+    if (NamedMutex* const mutex = FindMutex(handle))
+        mutex->Restore();
 }

@@ -13,13 +13,17 @@
 #include "locks/shared_page.h"
 
 #include "base/environment.h"
+#include "base/file_size_signal.h"
 #include "base/last_error.h"
 #include "locks/page_arena.h"
+#include "text/debug_output.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -31,7 +35,7 @@ constexpr std::uint32_t SlotCount = 0xFFFF;
 constexpr off_t OpenByte = 0;
 // O_NOFOLLOW, O_NONBLOCK: the folder may be open to every account. A symbolic link must not lead to another file, and a
 // named pipe must not block the caller.
-constexpr int OpenFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+constexpr int OpenFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK;
 
 constexpr std::uint32_t Magic = 0x314D5556;  // "VUM1"
 
@@ -64,14 +68,25 @@ bool TryLockByte(int file, off_t byte)
     return fcntl(file, F_OFD_SETLK, &lock) == 0;
 }
 
-bool WaitForByte(int file, off_t byte)
+/// Waits for a byte until the deadline. Polls, because the kernel's waiting call has no time limit, and any account
+/// that can open the file can hold the byte for ever.
+/// @return false with `errno` set, ETIMEDOUT at the deadline
+bool WaitForByte(int file, off_t byte, layer::Deadline& deadline)
 {
-    struct flock lock = ByteLock(F_WRLCK, byte, 1);
-    int result = 0;
-    do
-        result = fcntl(file, F_OFD_SETLKW, &lock);
-    while (result != 0 && errno == EINTR);
-    return result == 0;
+    constexpr std::int64_t shortest = 100'000;
+    constexpr std::int64_t longest = 10'000'000;
+    for (std::int64_t pause = shortest; !TryLockByte(file, byte); pause = std::min(2 * pause, longest)) {
+        if (errno != EAGAIN && errno != EACCES && errno != EINTR)
+            return false;
+        const std::int64_t left = deadline.Left(pause);
+        if (left == 0) {
+            errno = ETIMEDOUT;
+            return false;
+        }
+        const timespec time{0, static_cast<long>(left)};
+        nanosleep(&time, nullptr);
+    }
+    return true;
 }
 
 void UnlockByte(int file, off_t byte)
@@ -98,14 +113,25 @@ std::uint64_t Hash(layer::TextView name)
     return hash;
 }
 
+/// The folder of the files: the one that the package creates for the accounts of the suite, or the one that every
+/// account may use.
+const char* RuntimeFolder()
+{
+    constexpr const char* ofSuite = "/run/veltrix";
+    const char* const chosen = layer::Environment("VELTRIX_RUNTIME");
+    if (chosen != nullptr && *chosen != '\0')
+        return chosen;
+    struct stat status {};
+    return stat(ofSuite, &status) == 0 && S_ISDIR(status.st_mode) ? ofSuite : "/dev/shm";
+}
+
 /// The path of the file of a mutex: a hash of the whole name, which keeps names apart, and the end of the name for a
-/// reader, with `_` for each character that is unusual in a file name. Two names with one hash are told apart by the
-/// name in the record.
+/// reader, with `_` for each character that is unusual in a file name. Names with one hash and one end share a mutex,
+/// which costs time and nothing else.
 std::string PathOf(layer::TextView name)
 {
     constexpr std::size_t shownUnits = 100;
-    const char* folder = layer::Environment("VELTRIX_RUNTIME");
-    std::string path = folder != nullptr && *folder != '\0' ? folder : "/dev/shm";
+    std::string path = RuntimeFolder();
     path += "/veltrix-mutex-";
     char digits[17];
     std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(Hash(name)));
@@ -137,30 +163,53 @@ bool SetMode(int file, layer::FileMode mode)
 
 /// Creates the file of a page. The file gets its name after its mode (O_TMPFILE and linkat): otherwise a process of
 /// another account could find it before fchmod and be refused. A file system without O_TMPFILE leaves that gap.
-/// @return the descriptor, or -1 with `errno` set
-int CreatePageFile(const std::string& path, layer::FileMode mode)
+/// @return no descriptor with `errno` set on failure
+layer::Descriptor CreatePageFile(const std::string& path, layer::FileMode mode)
 {
     const std::string folder = path.substr(0, path.rfind('/'));
-    int file = open(folder.c_str(), O_RDWR | O_CLOEXEC | O_TMPFILE, mode.Bits);
-    if (file >= 0) {
-        if (SetMode(file, mode) &&
-            linkat(AT_FDCWD, DescriptorPath(file), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0)
-            return file;
-        close(file);
-    }
-    file = open(path.c_str(), O_RDWR | O_CLOEXEC | O_CREAT | O_EXCL, mode.Bits);
-    if (file >= 0)
-        SetMode(file, mode);
+    layer::Descriptor unnamed = layer::OpenHigh(folder.c_str(), O_RDWR | O_TMPFILE, mode.Bits);
+    if (unnamed && SetMode(unnamed.get(), mode) &&
+        linkat(AT_FDCWD, DescriptorPath(unnamed.get()), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0)
+        return unnamed;
+    layer::Descriptor file = layer::OpenHigh(path.c_str(), O_RDWR | O_CREAT | O_EXCL, mode.Bits);
+    if (file)
+        SetMode(file.get(), mode);
     return file;
 }
 
 /// Whether `path` still leads to the open file.
 bool HasPath(int file, const std::string& path)
 {
-    struct stat opened {};
     struct stat named {};
-    return fstat(file, &opened) == 0 && lstat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
-           opened.st_ino == named.st_ino;
+    return lstat(path.c_str(), &named) == 0 && layer::FileIdentity(named).IsOf(file);
+}
+
+/// Removes what is at the path of a page and cannot be one: something else than a regular file, or a file of this
+/// account that does not open. In a folder with the sticky bit only root and the owner succeed.
+bool RemoveObstacle(const std::string& path)
+{
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0)
+        return errno == ENOENT;
+    if (S_ISREG(status.st_mode) && status.st_uid != geteuid())
+        return false;
+    return (S_ISDIR(status.st_mode) ? rmdir(path.c_str()) : unlink(path.c_str())) == 0;
+}
+
+/// Opens a page to the accounts that `mode` names. Its creator may have chosen other bits.
+void RestoreMode(int file, const struct stat& status, layer::FileMode mode)
+{
+    constexpr mode_t permissions = 0777;
+    const uid_t account = geteuid();
+    if (mode.Exact && (status.st_mode & permissions) != mode.Bits && (account == 0 || account == status.st_uid))
+        fchmod(file, mode.Bits);
+}
+
+/// Reports a page that cannot be opened in debug output, since the caller gets only a code. @return the code
+DWORD Refuse(const std::string& path, DWORD error, const char* reason)
+{
+    layer::DebugLine("the mutex " + path + " cannot be opened: " + reason);
+    return error;
 }
 
 }  // namespace
@@ -177,55 +226,61 @@ std::atomic<std::uint32_t>* SharedPage::Word() const
     return Page == nullptr ? nullptr : &static_cast<Record*>(Page)->Word;
 }
 
-DWORD SharedPage::Open(TextView name, FileMode mode, bool owned, bool& isNew)
+DWORD SharedPage::Open(TextView name, FileMode mode, bool owned, Deadline& deadline, bool& isNew)
 {
     if (name.size() > MaxNameUnits)
         return ERROR_FILENAME_EXCED_RANGE;
     Path = PathOf(name);
-    for (;;) {
-        if (const DWORD error = OpenFile(mode); error != ERROR_SUCCESS)
+    do {
+        if (const DWORD error = OpenFile(mode, deadline); error != ERROR_SUCCESS)
             return error;
-        if (!WaitForByte(File, OpenByte)) {
-            const DWORD error = ErrorFromErrno(errno);
-            Close();
-            return error;
+        if (!WaitForByte(File.get(), OpenByte, deadline)) {
+            const int error = errno;
+            File = Descriptor();
+            return error == ETIMEDOUT ? Refuse(Path, ERROR_TIMEOUT, "another process keeps it locked")
+                                      : Refuse(Path, ErrorFromErrno(error), std::strerror(error));
         }
         // While this process waited, the last user may have removed the file. The lock then belongs to a file that no
         // other process can open any more, so start again.
-        if (HasPath(File, Path))
-            break;
-        close(File);
-        File = -1;
-    }
+    } while (!HasPath(File.get(), Path));
     const DWORD error = OpenLocked(name, owned, isNew);
-    if (error == ERROR_SUCCESS)
-        UnlockByte(File, OpenByte);
-    else
-        Close();
-    return error;
+    if (error == ERROR_SUCCESS) {
+        UnlockByte(File.get(), OpenByte);
+        return error;
+    }
+    Close();
+    return Refuse(Path, error, "its content is not usable");
 }
 
 /// Opens the file, or creates it. The first attempt has no O_CREAT: in a sticky folder the kernel may refuse O_CREAT
 /// for an existing file of another account.
 /// @return ERROR_SUCCESS, or the system error; then nothing is open
-DWORD SharedPage::OpenFile(FileMode mode)
+DWORD SharedPage::OpenFile(FileMode mode, Deadline& deadline)
 {
     for (;;) {
-        File = open(Path.c_str(), OpenFlags);
-        if (File < 0 && errno == ENOENT) {
+        File = OpenHigh(Path.c_str(), OpenFlags);
+        if (!File && errno == ENOENT) {
             File = CreatePageFile(Path, mode);
-            if (File < 0 && errno == EEXIST)  // another process created it meanwhile
+            if (!File && errno == EEXIST && deadline.Left(1) != 0)  // another process created it meanwhile
                 continue;
-            if (File < 0 && errno == ENOENT)
-                return ERROR_PATH_NOT_FOUND;
+            if (!File && errno == ENOENT)
+                return Refuse(Path, ERROR_PATH_NOT_FOUND, "its folder does not exist");
         }
-        if (File < 0)
-            return ErrorFromErrno(errno);
+        const int error = errno;
         struct stat status {};
-        if (fstat(File, &status) == 0 && S_ISREG(status.st_mode))
+        if (File && fstat(File.get(), &status) == 0 && S_ISREG(status.st_mode)) {
+            RestoreMode(File.get(), status, mode);
+            Identity = FileIdentity(status);
             return ERROR_SUCCESS;
-        Close();
-        return ERROR_INVALID_HANDLE;
+        }
+        const bool isObstacle = File || error == ELOOP || error == EISDIR || error == EACCES || error == ENXIO;
+        // Another account can put an obstacle there again and again, so the deadline ends this too.
+        if (isObstacle && RemoveObstacle(Path) && deadline.Left(1) != 0)
+            continue;
+        const bool isOpen = static_cast<bool>(File);
+        File = Descriptor();
+        return isOpen ? Refuse(Path, ERROR_INVALID_HANDLE, "it is no regular file")
+                      : Refuse(Path, ErrorFromErrno(error), std::strerror(error));
     }
 }
 
@@ -235,26 +290,21 @@ DWORD SharedPage::OpenLocked(TextView name, bool owned, bool& isNew)
 {
     // Without users the file is new, or its users were killed. What those left is dropped: an owner's number in the
     // word would mean nothing.
-    isNew = !HasUsers(File);
-    if (isNew && ftruncate(File, 0) != 0)
+    isNew = !HasUsers(File.get());
+    if (isNew && ftruncate(File.get(), 0) != 0)
         return ErrorFromErrno(errno);
+    HandleFileSizeSignal();
     // Storage is allocated now. On a full file system a later write to the mapping would raise SIGBUS instead.
-    if (const int error = isNew ? posix_fallocate(File, 0, PageBytes) : 0; error != 0)
+    if (const int error = isNew ? posix_fallocate(File.get(), 0, PageBytes) : 0; error != 0)
         return ErrorFromErrno(error);
-    Page = MapGuardedPage(File);
+    Page = MapGuardedPage(File.get());
     if (Page == nullptr)
         return ErrorFromErrno(errno);
+    // The header is for readers of the file only. It is written again at each opening, so that a damaged one heals.
     auto* const record = static_cast<Record*>(Page);
-    if (isNew) {
-        record->Magic = Magic;
-        record->NameUnits = static_cast<std::uint32_t>(name.size());
-        std::copy(name.begin(), name.end(), record->Name);
-    } else if (record->Magic != Magic || record->NameUnits != name.size() ||
-               !std::equal(name.begin(), name.end(), record->Name)) {
-        // Not a page, or that of another name with the same hash. CreateMutexW reports this code for a name that an
-        // object of another kind has.
-        return ERROR_INVALID_HANDLE;
-    }
+    record->Magic = Magic;
+    record->NameUnits = static_cast<std::uint32_t>(name.size());
+    std::copy(name.begin(), name.end(), record->Name);
     if (const DWORD error = ClaimSlot(); error != ERROR_SUCCESS)
         return error;
     if (isNew && owned)
@@ -270,7 +320,7 @@ DWORD SharedPage::ClaimSlot()
     const auto start = static_cast<std::uint32_t>(getpid());
     for (std::uint32_t i = 0; i < SlotCount; ++i) {
         const std::uint32_t slot = (start + i) % SlotCount + 1;
-        if (!TryLockByte(File, slot)) {
+        if (!TryLockByte(File.get(), slot)) {
             if (errno != EAGAIN && errno != EACCES)
                 return ErrorFromErrno(errno);
             continue;
@@ -287,41 +337,73 @@ DWORD SharedPage::ClaimSlot()
     return ERROR_TOO_MANY_OPEN_FILES;
 }
 
+/// Makes this process a user of the page through another descriptor of its file.
+/// @return false if that fails; the page is then closed
+bool SharedPage::Adopt(Descriptor file)
+{
+    // The former descriptor is closed at the end: if its process died before the new slot is claimed, the page would
+    // have no user, and the next opener would reset it.
+    const Descriptor former = std::exchange(File, std::move(file));
+    Slot = 0;
+    if (File && Identity.IsOf(File.get()) && ClaimSlot() == ERROR_SUCCESS && RemapGuardedPage(Page, File.get()))
+        return true;
+    Close();
+    return false;
+}
+
 void SharedPage::ReopenAfterFork()
 {
     if (Page == nullptr) {
         // A thread that does not exist in the child was opening the page.
-        if (File >= 0)
-            close(std::exchange(File, -1));
+        File = Descriptor();
         return;
     }
+    ForgetLostDescriptor();
     // The inherited open file description holds the parent's slot, so a dead parent would seem alive as long as the
-    // child keeps it. The child needs its own description and a mapping through it. It gives up the inherited one only
-    // after it has claimed a slot: if the parent died in between, the page would have no user and the next opener would
-    // reset it. If no descriptor is free, the inherited one has to be closed first.
-    int inherited = File;
-    const bool hasPath = HasPath(inherited, Path);
-    File = open(DescriptorPath(inherited), O_RDWR | O_CLOEXEC);
-    if (File < 0 && hasPath) {
-        close(std::exchange(inherited, -1));
-        File = open(Path.c_str(), OpenFlags);
+    // child keeps it. The child needs its own description and a mapping through it.
+    Descriptor own = OpenHigh(DescriptorPath(File.get()), O_RDWR);
+    if (!own && HasPath(File.get(), Path)) {
+        // No descriptor is free: the inherited one has to be closed first.
+        File = Descriptor();
+        own = OpenHigh(Path.c_str(), OpenFlags);
     }
-    Slot = 0;
-    const bool reopened = File >= 0 && ClaimSlot() == ERROR_SUCCESS && RemapGuardedPage(Page, File);
-    if (inherited >= 0)
-        close(inherited);
-    if (!reopened)
-        Close();
+    Adopt(std::move(own));
+}
+
+void SharedPage::Restore()
+{
+    if (Page == nullptr || Identity.IsOf(File.get()))
+        return;
+    ForgetLostDescriptor();
+    const std::uint32_t former = Slot;
+    if (!Adopt(OpenHigh(Path.c_str(), OpenFlags)))
+        return;
+    // The word still holds the former slot, which no longer belongs to this process.
+    std::uint32_t seen = Word()->load(std::memory_order_relaxed);
+    while ((seen & SlotMask) == former &&
+           !Word()->compare_exchange_weak(seen, (seen & ~SlotMask) | Slot, std::memory_order_relaxed)) {
+    }
+}
+
+/// A program may close all descriptors. The number of this one can then belong to a file of the program, which must not
+/// be closed or locked.
+void SharedPage::ForgetLostDescriptor()
+{
+    if (File && !Identity.IsOf(File.get()))
+        File.Release();
 }
 
 bool SharedPage::TakeFromDeadOwner(std::uint32_t seen)
 {
+    // Through another file every owner would seem dead.
+    if (!Identity.IsOf(File.get()))
+        return false;
     // The number comes from the untrusted page. A number that no process ever had counts as a dead owner's.
     const off_t ownerByte = seen & SlotMask;
-    if (!TryLockByte(File, ownerByte))
+    if (!TryLockByte(File.get(), ownerByte))
         return false;
     const bool taken = Word()->compare_exchange_strong(seen, Slot | Waiting, std::memory_order_acquire);
-    UnlockByte(File, ownerByte);
+    UnlockByte(File.get(), ownerByte);
     return taken;
 }
 
@@ -331,18 +413,16 @@ void SharedPage::Close()
     if (Page != nullptr)
         UnmapGuardedPage(Page);  // first: the mapping keeps the open file description alive
     Page = nullptr;
-    if (File < 0)
-        return;
-    if (Slot != 0) {
+    ForgetLostDescriptor();
+    if (File && Slot != 0) {
         // If another process holds byte 0, it is opening the page and will be a user, so the file has to stay.
-        if (TryLockByte(File, OpenByte) && !HasUsers(File) && HasPath(File, Path))
+        if (TryLockByte(File.get(), OpenByte) && !HasUsers(File.get()) && HasPath(File.get(), Path))
             unlink(Path.c_str());
         // close(2) alone may not release the locks: a child between `fork` and `exec` shares the open file description.
-        UnlockByte(File, Slot);
-        UnlockByte(File, OpenByte);
+        UnlockByte(File.get(), Slot);
+        UnlockByte(File.get(), OpenByte);
     }
-    close(File);
-    File = -1;
+    File = Descriptor();
     Slot = 0;
 }
 

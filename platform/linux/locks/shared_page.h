@@ -7,6 +7,8 @@
 // compared and never used as an address, an index or a size, and a truncated file is filled up again.
 #pragma once
 
+#include "base/descriptor.h"
+#include "base/futex.h"
 #include "files/security.h"
 #include "text/text.h"
 
@@ -24,16 +26,21 @@ public:
     SharedPage& operator=(const SharedPage&) = delete;
     ~SharedPage();
 
-    /// Opens the page of a name, or creates it. Waits for processes that open or leave the page at that moment.
+    /// Opens the page of a name, or creates it. Waits for processes that open or leave the page at that moment, until
+    /// the deadline. What is no page is removed if this process may do that; a damaged one is repaired.
     /// @param mode   the access to a page that is created
     /// @param owned  whether the caller owns a new page from the start
     /// @param isNew  receives whether no living process was using the page
-    /// @return ERROR_SUCCESS, or the system error; then nothing is open
-    DWORD Open(TextView name, FileMode mode, bool owned, bool& isNew);
+    /// @return ERROR_SUCCESS, ERROR_TIMEOUT, or another system error; then nothing is open
+    DWORD Open(TextView name, FileMode mode, bool owned, Deadline& deadline, bool& isNew);
 
     /// In the child of a `fork`: makes the child a user of the page besides its parent. The parent remains the owner of
     /// what it owns. If the child cannot open the page, Word() is null from then on.
     void ReopenAfterFork();
+
+    /// Opens the file of the page again if the program has closed its descriptor: without it the process seems dead to
+    /// the others. To be called while this process owns the page, which it keeps.
+    void Restore();
 
     /// The lock word of the page, or null if the page is not open. A `fork` may change the result.
     std::atomic<std::uint32_t>* Word() const;
@@ -53,12 +60,15 @@ public:
     static constexpr std::uint32_t SlotMask = Abandoned - 1;
 
 private:
-    DWORD OpenFile(FileMode mode);
+    DWORD OpenFile(FileMode mode, Deadline& deadline);
     DWORD OpenLocked(TextView name, bool owned, bool& isNew);
     DWORD ClaimSlot();
+    bool Adopt(Descriptor file);
+    void ForgetLostDescriptor();
     void Close();
 
-    int File = -1;
+    Descriptor File;
+    FileIdentity Identity;  // of File once the page is open
     void* Page = nullptr;
     std::uint32_t Slot = 0;
     std::string Path;

@@ -23,7 +23,7 @@ using layer::UnitWriter;
 
 constexpr DWORD WidthMask = 0xFF;
 constexpr std::size_t MaxInsert = 99;  // an insert's number has at most two digits
-constexpr std::size_t MaxStars = 2;    // in one conversion specification: width and precision
+constexpr std::size_t MaxStars = 2;    // in one conversion directive: width and precision
 constexpr std::size_t MaxSpecUnits = 31;
 constexpr std::size_t MaxAllocatedUnits = 0x8000;  // the published limit of an allocated text, 64 KB
 
@@ -73,7 +73,7 @@ public:
     {
     }
 
-    /// @return false if the template has an invalid conversion specification, or an insert without arguments
+    /// @return false if the template has an invalid conversion directive, or an insert without arguments
     bool Run(const WCHAR* text)
     {
         while (text != nullptr && *text != 0 && !Out.overrun()) {
@@ -125,7 +125,7 @@ private:
         return ExpandInsert(at);
     }
 
-    /// Expands an insert: its number, and perhaps a conversion specification between exclamation marks (else `!s!`).
+    /// Expands an insert: its number, and perhaps a conversion directive between exclamation marks (else `!s!`).
     /// Width and precision given as stars take the arguments from the insert's number on, and the value follows them:
     /// `%1!*d!` has its width in argument 1 and its value in argument 2.
     /// @return the place after it, or null if the template is invalid
@@ -149,7 +149,7 @@ private:
         return at;
     }
 
-    /// Copies a conversion specification after the percent sign that `spec` already has.
+    /// Copies a conversion directive after the percent sign that `spec` already has.
     /// @param stars  receives the number of stars
     /// @return the place after its closing mark, or null if it is invalid
     static const WCHAR* ReadConversionSpec(const WCHAR* at, WCHAR* spec, std::size_t& stars)

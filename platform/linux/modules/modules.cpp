@@ -9,7 +9,8 @@
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
+#include <cstdio>
+#include <memory>
 #include <new>
 #include <unistd.h>
 
@@ -72,13 +73,29 @@ std::string ProgramPath()
     return WithoutDeletedMark({path, length > 0 ? static_cast<std::size_t>(length) : 0});
 }
 
+/// Reads a line of any length, without its line end. @return false at the end of the file
+bool ReadLine(std::FILE* file, std::string& line)
+{
+    char part[256];
+    line.clear();
+    while (std::fgets(part, sizeof part, file) != nullptr) {
+        line += part;
+        if (line.ends_with('\n')) {
+            line.pop_back();
+            return true;
+        }
+    }
+    return !line.empty();
+}
+
 /// The file that is mapped at an address, from /proc/self/maps, whose lines are `start-end mode offset device inode
 /// path`. Empty if no file is mapped there.
 std::string FileMappedAt(std::uintptr_t address)
 {
-    std::ifstream maps("/proc/self/maps");
+    // "e" closes the descriptor on `exec`, which a stream of the standard library cannot.
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> maps(std::fopen("/proc/self/maps", "re"), std::fclose);
     std::string line;
-    while (std::getline(maps, line)) {
+    while (maps && ReadLine(maps.get(), line)) {
         std::uintptr_t start = 0;
         std::uintptr_t end = 0;
         const char* const lineEnd = line.data() + line.size();

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <limits>
+#include <unistd.h>
 
 namespace layer {
 

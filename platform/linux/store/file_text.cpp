@@ -67,7 +67,7 @@ layer::NarrowDecoder::NarrowDecoder(UINT codePage)
 {
     if (codePage == CP_UTF8)
         return;
-    Page.emplace(WideCharset, layer::CharsetNameOf(codePage).data());
+    Page.emplace(WideCharset, CharsetNameOf(codePage).data());
     if (Page->outOfMemory())
         throw std::bad_alloc();
     if (!Page->open())

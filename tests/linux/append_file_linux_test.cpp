@@ -1,0 +1,156 @@
+// Files that several processes append to, on Linux: mode bits, links and devices, and descriptors that a program
+// closes.
+#include "system.h"
+#include "testkit/file_content.h"
+#include "testkit/linux/child.h"
+#include "testkit/test_machine.h"
+#include "testkit/text.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+using platform::AppendResult;
+using platform::FileState;
+using testkit::Child;
+
+namespace {
+
+class AppendFileOnLinux : public testing::Test {
+protected:
+    HANDLE Open(const std::string& name = "file", SECURITY_ATTRIBUTES* attributes = nullptr) const
+    {
+        return platform::OpenForAppending(Path(name).c_str(), attributes);
+    }
+    static AppendResult Append(HANDLE file, std::string_view text)
+    {
+        return platform::AppendToFile(file, text.data(), static_cast<DWORD>(text.size()));
+    }
+    FileState State(HANDLE file) const { return platform::StateOfFile(file, Path("file").c_str()); }
+
+    std::string Name(const std::string& name = "file") const { return Machine.Folder / name; }
+    utility::wstring Path(const std::string& name) const { return testkit::Wide(Name(name)); }
+    std::string Content(const std::string& name = "file") const { return testkit::ReadFile(Machine.Folder / name); }
+    mode_t Mode(const std::string& name = "file") const
+    {
+        struct stat status {};
+        EXPECT_EQ(stat(Name(name).c_str(), &status), 0);
+        return status.st_mode & 0777;
+    }
+
+    const testkit::TestMachine Machine;
+};
+
+TEST_F(AppendFileOnLinux, NothingButARegularFileWithOneLinkIsALog)
+{
+    testkit::WriteFile(Name("target"), "target");
+    std::filesystem::create_symlink(Name("target"), Name("link"));
+    std::filesystem::create_symlink(Name("nowhere"), Name("dangling"));
+    std::filesystem::create_hard_link(Name("target"), Name("second name"));
+    ASSERT_EQ(mkfifo(Name("pipe").c_str(), 0600), 0);
+    const struct {
+        const char* Name;
+        DWORD Error;
+    } rows[] = {{"link", ERROR_CANT_RESOLVE_FILENAME},
+                {"dangling", ERROR_CANT_RESOLVE_FILENAME},
+                {"second name", ERROR_TOO_MANY_LINKS},
+                {"pipe", ERROR_ACCESS_DENIED}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(Open(row.Name), nullptr) << row.Name;
+        EXPECT_EQ(GetLastError(), row.Error) << row.Name;
+        EXPECT_FALSE(platform::MoveFileAside(Path(row.Name).c_str(), Path("moved").c_str())) << row.Name;
+        EXPECT_TRUE(std::filesystem::symlink_status(Name(row.Name)).type() != std::filesystem::file_type::not_found);
+    }
+    EXPECT_EQ(platform::OpenForAppending(testkit::Wide("/dev/null").c_str(), nullptr), nullptr);
+    EXPECT_EQ(Content("target"), "target");
+    EXPECT_FALSE(std::filesystem::exists(Name("nowhere")));
+}
+
+TEST_F(AppendFileOnLinux, TheAccessListDecidesTheModeWhateverTheUmask)
+{
+    umask(0077);
+    BYTE everyone[] = {1, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0};
+    const struct {
+        std::vector<std::pair<bool, DWORD>> Entries;  // allowed or denied, and the rights
+        mode_t Mode;
+    } rows[] = {{{{false, WRITE_DAC | WRITE_OWNER}, {true, GENERIC_ALL}}, 0666},
+                {{{true, GENERIC_ALL}, {false, GENERIC_WRITE}}, 0666},
+                {{{true, GENERIC_READ | GENERIC_WRITE}}, 0666}};
+    int count = 0;
+    for (const auto& row : rows) {
+        alignas(8) BYTE storage[100]{};
+        auto* const list = reinterpret_cast<ACL*>(storage);
+        InitializeAcl(list, sizeof storage, ACL_REVISION);
+        for (const auto& [allowed, rights] : row.Entries) {
+            EXPECT_TRUE(allowed ? AddAccessAllowedAce(list, ACL_REVISION, rights, everyone)
+                                : AddAccessDeniedAce(list, ACL_REVISION, rights, everyone));
+        }
+        SECURITY_DESCRIPTOR descriptor{};
+        InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
+        SetSecurityDescriptorDacl(&descriptor, TRUE, list, FALSE);
+        SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
+        const std::string name = "file" + std::to_string(count++);
+        CloseHandle(Open(name, &attributes));
+        EXPECT_EQ(Mode(name), row.Mode) << name;
+    }
+    CloseHandle(Open());
+    EXPECT_EQ(Mode(), 0600U) << "without attributes the umask decides";
+}
+
+TEST_F(AppendFileOnLinux, AMovedOrRemovedFileIsNoticed)
+{
+    const HANDLE file = Open();
+    EXPECT_EQ(State(file), FileState::current);
+    std::filesystem::rename(Name(), Name("moved"));
+    EXPECT_EQ(State(file), FileState::moved) << "there is no file any more";
+    testkit::WriteFile(Name(), "another");
+    EXPECT_EQ(State(file), FileState::moved) << "there is another file";
+    CloseHandle(file);
+}
+
+TEST_F(AppendFileOnLinux, ADescriptorOfTheProgramIsNotTakenForTheLog)
+{
+    Child program([&] {
+        for (const int standard : {0, 1, 2})
+            close(standard);
+        const HANDLE file = Open();
+        if (write(1, "printed", 7) >= 0)
+            return 1;
+        // A program that closes everything, and then opens files of its own, gets the number of the log.
+        for (int descriptor = 0; descriptor < 64; ++descriptor)
+            close(descriptor);
+        std::vector<int> own;
+        for (int i = 0; i < 64; ++i)
+            own.push_back(open(Name("own").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+        if (State(file) != FileState::lost)
+            return 2;
+        CloseHandle(file);
+        for (const int descriptor : own) {
+            if (fcntl(descriptor, F_GETFD) < 0)
+                return 3;
+        }
+        return 0;
+    });
+    EXPECT_EQ(program.Wait(), 0);
+    EXPECT_EQ(Content(), "");
+}
+
+TEST_F(AppendFileOnLinux, AFailedAppendLeavesNothing)
+{
+    Child limited([&] {
+        const HANDLE file = Open();
+        const rlimit limit{16, 16};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        if (Append(file, "0123456789") != AppendResult::whole)
+            return 1;
+        if (Append(file, "abcdefghij") != AppendResult::nothing || GetLastError() != ERROR_DISK_FULL)
+            return 2;
+        return Append(file, "klmnop") == AppendResult::whole ? 0 : 3;
+    });
+    EXPECT_EQ(limited.Wait(), 0);
+    EXPECT_EQ(Content(), "0123456789klmnop");
+}
+
+}  // namespace
