@@ -1,12 +1,12 @@
-# tessmaru_add_resources(<target> <script.rc>): compiles a resource script and makes it part of the target, so that
-# the library finds its string table, message table and version block there. For programs, libraries and modules alike.
-# Files that the script includes are looked for beside it, and a change of one compiles it anew.
+# tessmaru_add_resources(<target> <script.rc>): compiles a resource script and adds it to the target, so that the library
+# finds its string table, message table and version block there. The target is a program, a library or a module. Files
+# that the script includes are searched in its folder; if one changes, the script is compiled again.
 #
-# On Windows the toolchain does it. Elsewhere the compiled file (.res) becomes the section `.rsrc` of the ELF file,
-# together with a note that tells where the section lies in memory.
+# On Windows the toolchain does it. Elsewhere the compiled file (.res) becomes the section `.rsrc` of the ELF file, with a
+# note that contains the place of the section in memory.
 
-# The note's descriptor is the distance from itself to the data and the data's size, both in 32 bits. Nothing refers
-# to either section, so both are marked to be kept.
+# The note's descriptor contains the distance from itself to the data, and the size of the data, both in 32 bits. Nothing
+# refers to either section, so both are marked to be kept.
 set(_tessmaru_resource_stub [=[
 // Generated: the compiled resources of a module, and the note by which they are found in memory.
 asm(R"(
@@ -65,7 +65,7 @@ function(tessmaru_add_resources target script)
         COMMENT "Compiling resources ${name}.rc"
         VERBATIM)
 
-    # A static library's resources are linked where something refers to this symbol.
+    # The resources of a static library are linked if something refers to this symbol.
     string(MAKE_C_IDENTIFIER "${target}_resources" symbol)
     file(CONFIGURE OUTPUT "${stub}" CONTENT "${_tessmaru_resource_stub}" @ONLY)
     set_source_files_properties("${stub}" PROPERTIES OBJECT_DEPENDS "${compiled}" SKIP_PRECOMPILE_HEADERS ON)

@@ -127,7 +127,7 @@ TEST_F(LogFailures, WriterKilledWithinItsRecordCostsNoOtherRecord)
     });
     const std::vector<std::string> whole{"----------", "Log opened", "as usual",    "as usual",   "as usual",
                                          "as usual",   "as usual",   "Log closing", "-----------"};
-    // What the killed writers left stays, each as a line of its own.
+    // What the killed writers left stays, each part in a separate line.
     const testkit::LogFile log(Machine.Log);
     std::vector<std::string> texts;
     for (const testkit::Record& record : log.Records())

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Reads a built tessmarU.dll with tools that are not the project's: its exports, the libraries that it needs, and its
-# resources. Prints each fault and fails if there is one.
+# Checks a built tessmarU.dll with independent tools: its exports, the libraries that it needs, and its resources. Prints
+# each fault, and fails if there is one.
 #
 #     tools/check_dll.sh <tessmarU.dll>
 set -euo pipefail
@@ -9,7 +9,7 @@ dll=$1
 folder=$(dirname "${BASH_SOURCE[0]}")
 faults=0
 
-# expect <what> <text> <regular expression ...>: the text has to match each of them.
+# expect <what> <text> <regular expression ...>: the text has to match each expression.
 expect()
 {
     local what=$1 text=$2 pattern
@@ -26,7 +26,7 @@ resource() { wrestool --extract --raw --language=1033 "$@" "$dll"; }
 units() { od -An -v -w2 -tu2 | tr -d ' '; }
 words() { od -An -v -w4 -tx4 | tr -d ' '; }
 
-# The rows of a block of the string table, a line each: the block's rows follow one another, a length before each.
+# The rows of a block of the string table, one per line. In the block each row is preceded by its length.
 rows()
 {
     local -a unit
@@ -55,7 +55,7 @@ expect "the string table" "$(rows 17)" \
     '^256 SOFTWARE\\Orvane Electronics Limited\\Veltrix\\$' '^257 Tag Server\\$' '^258 Protocol\\$' \
     '^259 Log\\Application$' '^260 Token Processing$' '^261 UDP$' '^270 4\.09\.00$' '^271 en$'
 
-# Behind the header and the name VS_VERSION_INFO stands the block of numbers, from its signature on.
+# The block of numbers, from its signature on, follows the header and the name VS_VERSION_INFO.
 expect "the version block" "$(resource --type=16 --name=1 | words | sed -n '11,18p' | paste -sd ' ')" \
     '^feef04bd 00010000 0003000a 00000000 00040009 00000000 '
 expect "the version texts" "$(resource --type=16 --name=1 | iconv -f UTF-16LE -t UTF-8 | tr '\0\n' '|' )" \

@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Compares what the library exports with the list tools/exports.txt: every name of the interface has to be there,
-# and nothing of the inside may show. With --write the list is made anew, from the library for Linux.
+# Compares the exports of the library with the list tools/exports.txt: every name of the interface has to be exported, and
+# no internal name. With --write the list is regenerated from the library for Linux.
 #
 #     tools/check_exports.sh [--write] <libtessmarU.so | tessmarU.dll>
 set -euo pipefail
 
 list=$(dirname "${BASH_SOURCE[0]}")/exports.txt
 
-# Without addresses and kinds. Weak functions (W) are copies of inline ones: which of them a build has is its
-# compiler's choice, and a caller does not depend on them.
+# Without addresses and kinds. Weak functions (W) are copies of inline ones: the compiler decides which of them a build
+# contains, and a caller does not depend on them.
 elf_exports()
 {
     nm -D --defined-only -C "$1" | sed -nE 's/^[0-9a-f]+ [^W] (.*)$/\1/p' | LC_ALL=C sort -u
@@ -21,9 +21,9 @@ dll_exports()
         sed -nE 's/^[[:space:]]*\[ *[0-9]+\] //p' | c++filt | sed 's/\blong\b/int/g' | LC_ALL=C sort -u
 }
 
-# What the list means for Windows: there the platform itself provides its functions and classes, texts behind
-# type information stay inside, classes inside of classes are not exported, and argument lists are plain pointers.
-# Plain names are the platform's but for the library's three.
+# The list for Windows: there the platform provides its own functions and classes, the names in type information and
+# nested classes are not exported, and argument lists are plain pointers. All plain names are the platform's, except the
+# library's three.
 expected_of_dll()
 {
     sed -E '/^GetVersionNumber/b; /^([A-Z][A-Za-z]*|_set_se_translator)$/d' "$list" | grep -vE '^IID_|^_com_|^typeinfo for _com_error|^vtable for _com_error|^_variant_t::|^typeinfo name for |::(InstanceDeleter|Blocks)::' |
@@ -46,6 +46,6 @@ case $1 in
         ;;
 esac
 if ! diff -u --label "exports.txt" --label "the library" <(echo "$expected") <(echo "$exports"); then
-    echo "check_exports: $1 does not export what $list says (./dev exports writes it anew)" >&2
+    echo "check_exports: $1 does not export what $list says (./dev exports regenerates it)" >&2
     exit 1
 fi

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs a program for Windows here, under wine: one for x86-64 as it is, one for x86-32 inside a root of its own,
-# because the packages of the two cannot be mixed. Both keep their registry and drives below the folder `build`.
+# Runs a program for Windows under wine: one for x86-64 directly, one for x86-32 in a chroot, because the packages of the
+# two cannot be mixed. Both have their registry and drives below the folder `build`.
 #
 #     tools/run_windows.sh 64|32 <program.exe> [argument ...]
 #
@@ -13,7 +13,7 @@ build=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)/build
 mkdir -p "$build"
 
 export WINEPREFIX=$build/wine$bits
-# Neither messages of wine itself, nor its debugger, nor its offers to fetch what it would run .NET or web pages with.
+# No messages of wine itself, no debugger, and no offers to download the runtimes of .NET and of web pages.
 export WINEDEBUG=${WINEDEBUG--all}
 export WINEDLLOVERRIDES='mscoree,mshtml,winedbg.exe='
 unset DISPLAY
@@ -22,7 +22,8 @@ if [ "$bits" = 64 ]; then
     exec wine "$@"
 fi
 
-# The mounts end with the process that made them: nothing is left in the root that a removal could follow.
+# The mounts end with the process that made them: no mount is left through which a removal of the root could reach other
+# files.
 root=${TESSMARU_WINE32_ROOT:-$build/wine32-root}
 mkdir -p "$root$build"
 # shellcheck disable=SC2016  # what is inside is expanded there

@@ -6,7 +6,7 @@
 //   - A failed operation sets the thread's last error, unless its comment says that it returns the error.
 //   - Text is 16-bit units with a terminating zero unit. A path may use backslashes or slashes, and a drive letter.
 //   - Any thread may call any operation. One handle or key must not be closed while another thread uses it.
-//   - Handles are closed on `exec`; a child of `fork` has handles of its own to the same objects.
+//   - Handles are closed on `exec`; a child of `fork` has its own handles to the same objects.
 #pragma once
 
 #include "tessmaru/platform.h"

@@ -99,7 +99,7 @@ Failure Identify(DWORD code, DWORD facility)
         return {std::move(name), genStringFromOwnModule(ControlErrorRow)};
     if (facility == FacilityItf && lowWord >= FirstInterfaceError)
         return {std::move(name), genStringFromOwnModule(InterfaceErrorRow)};
-    // A program may have a message table of its own for codes that the system does not know.
+    // A program may have its own message table for codes that the system does not know.
     return {std::move(name),
             Describe(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_FROM_SYSTEM, GetModuleHandleW(nullptr), code)};
 }

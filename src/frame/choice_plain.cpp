@@ -1,4 +1,4 @@
-// The form of the cipher for a processor without a form of its own.
+// The form of the cipher for processors that have no special form.
 #include "frame/cipher.h"
 
 frame::Transforms frame::Chosen()

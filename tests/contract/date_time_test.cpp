@@ -132,7 +132,7 @@ TEST(Time, NullMeansNow)
 {
     unsigned short buffer[32];
     const utility::wstring pattern = Wide("yyyy-MM-dd");
-    // The clock itself: `time` may be behind it.
+    // The clock itself: `time` may be late by a tick.
     const auto now = [] { return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now()); };
     const std::time_t before = now();
     ASSERT_EQ(11, GetDateFormatW(LOCALE_SYSTEM_DEFAULT, 0, nullptr, platform::Wide(pattern.c_str()),

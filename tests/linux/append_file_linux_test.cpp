@@ -118,7 +118,7 @@ TEST_F(AppendFileOnLinux, ADescriptorOfTheProgramIsNotTakenForTheLog)
         const HANDLE file = Open();
         if (write(1, "printed", 7) >= 0)
             return 1;
-        // A program that closes everything, and then opens files of its own, gets the number of the log.
+        // A program that closes all descriptors and then opens its own files gets the number of the log.
         for (int descriptor = 0; descriptor < 64; ++descriptor)
             close(descriptor);
         std::vector<int> own;

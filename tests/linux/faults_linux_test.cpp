@@ -40,7 +40,7 @@ template <class Work>
     _exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
-/// Runs `work` in a process of its own, which has to end with 0.
+/// Runs `work` in a separate process, which has to end with 0.
 template <class Work>
 void RunAlone(Work work)
 {

@@ -46,7 +46,7 @@ int EndUnderBan(Work work)
                    return 2;
                if (!ForbidSystemCalls())
                    return 3;
-               // Not _exit: before a function that does not return, a sanitizer makes system calls of its own.
+               // Not _exit: before a function that does not return, a sanitizer makes its own system calls.
                syscall(SYS_exit_group, work(mutex) ? 0 : 1);
                return 4;
            })

@@ -131,7 +131,7 @@ TEST(TimeOnLinux, LocalePatterns)
     EXPECT_FALSE(layer::TranslateDatePicture(std::string(81, '-').c_str(), pattern));
 }
 
-/// The clock itself: `time` is up to a tick of the kernel behind it.
+/// The clock itself: `time` is late by up to a tick of the kernel.
 std::time_t Now()
 {
     return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
