@@ -116,8 +116,10 @@ TEST_F(AppendFileOnLinux, ADescriptorOfTheProgramIsNotTakenForTheLog)
         for (const int standard : {0, 1, 2})
             close(standard);
         const HANDLE file = Open();
-        if (write(1, "printed", 7) >= 0)
-            return 1;
+        for (const int standard : {0, 1, 2}) {
+            if (write(standard, "printed", 7) >= 0)
+                return 1;
+        }
         // A program that closes all descriptors and then opens its own files gets the number of the log.
         for (int descriptor = 0; descriptor < 64; ++descriptor)
             close(descriptor);

@@ -305,6 +305,29 @@ TEST_F(NamedMutexOnLinux, ADamagedModeIsRestoredByRoot)
     CloseHandle(mutex);
 }
 
+TEST_F(NamedMutexOnLinux, AProcessThatClosesAllDescriptorsStillTakesOverFromADeadOwner)
+{
+    const HANDLE mutex = Create();
+    const Gate restored(Machine.Folder / "restored");
+    const Gate died(Machine.Folder / "died");
+    Child survivor([&] {
+        for (int descriptor = 3; descriptor < 64; ++descriptor)
+            close(descriptor);
+        if (WaitForSingleObject(mutex, INFINITE) != WAIT_OBJECT_0)
+            return 1;
+        platform::RestoreMutex(mutex);
+        ReleaseMutex(mutex);
+        Gate(Machine.Folder / "restored").Open();
+        Gate(Machine.Folder / "died").Pass();
+        return WaitForSingleObject(mutex, 10'000) == WAIT_ABANDONED ? 0 : 2;
+    });
+    restored.Pass();
+    EXPECT_EQ(Child([&] { return WaitForSingleObject(mutex, INFINITE) == WAIT_OBJECT_0 ? 0 : 1; }).Wait(), 0);
+    died.Open();
+    EXPECT_EQ(survivor.Wait(), 0);
+    CloseHandle(mutex);
+}
+
 TEST_F(NamedMutexOnLinux, NoDescriptorSurvivesExec)
 {
     const HANDLE mutex = Create();
