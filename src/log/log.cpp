@@ -18,9 +18,6 @@ namespace utilities {
 
 namespace {
 
-/// A record that has waited for this time is lost, so that its caller can go on.
-constexpr DWORD RecordWaitMilliseconds = 1000;
-
 // What a process with one log keeps besides its handles. LogMutex guards both.
 constinit logging::TimeStamp stamp;
 constinit logging::LineAppender appender;
@@ -90,7 +87,7 @@ LONG CLog::Log(std::basic_string_view<unsigned short> tag, std::basic_string_vie
     if (!call.isAdmitted())
         return logging::Closed;
     // The mutex belongs to one thread of one process, so it keeps apart the threads of this process too.
-    const MutexHold hold(LogMutex, RecordWaitMilliseconds);
+    const MutexHold hold(LogMutex, logging::RecordWaitMilliseconds);
     if (hold.result() == WAIT_TIMEOUT)
         return logging::NotObtained;
     if (!hold.isObtained())

@@ -9,6 +9,9 @@
 
 namespace logging {
 
+/// How long a record waits for the mutex of the file. After this time it is lost, so that its caller can go on.
+constexpr DWORD RecordWaitMilliseconds = 1000;
+
 /// Opens the file at `path`, or makes it with these attributes. Other processes may have it open too.
 /// @return no handle with the reason in GetLastError if that fails.
 UniqueHandle OpenFile(const utility::wstring& path, SECURITY_ATTRIBUTES* attributes);

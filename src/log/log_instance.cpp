@@ -1,6 +1,7 @@
 // The lifetime of the process's log: the first GetInstance makes it, the unloading of the library closes it.
 #include "log/call_gate.h"
 #include "log/codes.h"
+#include "log/log_file.h"
 #include "primitives/mutex_hold.h"
 #include "primitives/section_hold.h"
 #include "settings/tag_specification.h"
@@ -31,9 +32,8 @@ CLog::log_exception::~log_exception() = default;
 namespace {
 
 // The time that the calls inside the log get to finish when the process ends. Each waits for the mutex of the file for
-// at most one second.
-constexpr DWORD ClosingMilliseconds = 2000;
-constexpr DWORD RecordWaitMilliseconds = 1000;
+// at most half of it.
+constexpr DWORD ClosingMilliseconds = 2 * logging::RecordWaitMilliseconds;
 
 }  // namespace
 
@@ -88,7 +88,7 @@ CLog::InstanceDeleter::~InstanceDeleter()
     InitError = logging::Closed;
     if (_instance != nullptr) {
         {
-            const MutexHold hold(_instance->LogMutex, RecordWaitMilliseconds);
+            const MutexHold hold(_instance->LogMutex, logging::RecordWaitMilliseconds);
             if (hold.isObtained()) {
                 constexpr const unsigned short* source = u"Log"_w;
                 _instance->WriteLine(_instance->InfoTag, source, u"Log closing"_w);

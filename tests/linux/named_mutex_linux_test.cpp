@@ -211,6 +211,11 @@ TEST_F(NamedMutexOnLinux, ObstaclesAtItsPathAreRemovedByWhoMay)
     EXPECT_TRUE(opens());
     std::filesystem::create_directory(file);
     EXPECT_TRUE(opens());
+    // A link to a file of another program must not truncate that.
+    testkit::WriteFile(Machine.Folder / "another", "content");
+    std::filesystem::create_hard_link(Machine.Folder / "another", file);
+    EXPECT_TRUE(opens());
+    EXPECT_EQ(testkit::ReadFile(Machine.Folder / "another"), "content");
     // What this account may not remove keeps it out.
     std::filesystem::create_directory(file);
     testkit::WriteFile(file + "/content", "");

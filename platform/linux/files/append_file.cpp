@@ -115,7 +115,9 @@ Descriptor CreateNew(const std::string& path, layer::FileMode mode)
 /// @param status receives the status of the file
 DWORD OpenOrCreate(const std::string& path, layer::FileMode mode, Descriptor& file, struct stat& status)
 {
-    for (;;) {
+    // Another process may create and remove the file again and again, and a file system may count no links.
+    constexpr int attempts = 100;
+    for (int i = 0; i < attempts; ++i) {
         // Before the opening too: to open a device can have an effect.
         if (lstat(path.c_str(), &status) == 0) {
             if (const DWORD error = CheckKind(status); error != ERROR_SUCCESS)
@@ -135,6 +137,8 @@ DWORD OpenOrCreate(const std::string& path, layer::FileMode mode, Descriptor& fi
         const DWORD error = CheckKind(status);
         return error == ERROR_SUCCESS ? error : Refuse(path, error, 0);
     }
+    file = Descriptor();
+    return Refuse(path, ERROR_BUSY, EBUSY);
 }
 
 /// Takes the shared lock that marks a file as open.

@@ -184,14 +184,21 @@ bool HasPath(int file, const std::string& path)
     return lstat(path.c_str(), &named) == 0 && layer::FileIdentity(named).IsOf(file);
 }
 
-/// Removes what is at the path of a page and cannot be one: something else than a regular file, or a file of this
-/// account that does not open. In a folder with the sticky bit only root and the owner succeed.
+/// Whether a page can be this file. A file with a second link may be another program's, and must be neither truncated
+/// nor opened to more accounts.
+bool IsUsable(const struct stat& status)
+{
+    return S_ISREG(status.st_mode) && status.st_nlink <= 1;
+}
+
+/// Removes what is at the path of a page and cannot be one: something else than a regular file with one link, or a file
+/// of this account that does not open. In a folder with the sticky bit only root and the owner succeed.
 bool RemoveObstacle(const std::string& path)
 {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0)
         return errno == ENOENT;
-    if (S_ISREG(status.st_mode) && status.st_uid != geteuid())
+    if (IsUsable(status) && status.st_uid != geteuid())
         return false;
     return (S_ISDIR(status.st_mode) ? rmdir(path.c_str()) : unlink(path.c_str())) == 0;
 }
@@ -232,6 +239,11 @@ DWORD SharedPage::Open(TextView name, FileMode mode, bool owned, Deadline& deadl
         return ERROR_FILENAME_EXCED_RANGE;
     Path = PathOf(name);
     do {
+        // Another account may remove the file again and again.
+        if (deadline.Left(1) == 0) {
+            File = Descriptor();
+            return Refuse(Path, ERROR_TIMEOUT, "it is removed again and again");
+        }
         if (const DWORD error = OpenFile(mode, deadline); error != ERROR_SUCCESS)
             return error;
         if (!WaitForByte(File.get(), OpenByte, deadline)) {
@@ -268,7 +280,7 @@ DWORD SharedPage::OpenFile(FileMode mode, Deadline& deadline)
         }
         const int error = errno;
         struct stat status {};
-        if (File && fstat(File.get(), &status) == 0 && S_ISREG(status.st_mode)) {
+        if (File && fstat(File.get(), &status) == 0 && IsUsable(status)) {
             RestoreMode(File.get(), status, mode);
             Identity = FileIdentity(status);
             return ERROR_SUCCESS;
@@ -279,7 +291,7 @@ DWORD SharedPage::OpenFile(FileMode mode, Deadline& deadline)
             continue;
         const bool isOpen = static_cast<bool>(File);
         File = Descriptor();
-        return isOpen ? Refuse(Path, ERROR_INVALID_HANDLE, "it is no regular file")
+        return isOpen ? Refuse(Path, ERROR_INVALID_HANDLE, "it is no regular file with one link")
                       : Refuse(Path, ErrorFromErrno(error), std::strerror(error));
     }
 }
@@ -375,8 +387,10 @@ void SharedPage::Restore()
     if (Page == nullptr || Identity.IsOf(File.get()))
         return;
     ForgetLostDescriptor();
+    // Without the file, for lack of a free descriptor for example, the page stays mapped and the next call tries again.
+    Descriptor again = OpenHigh(Path.c_str(), OpenFlags);
     const std::uint32_t former = Slot;
-    if (!Adopt(OpenHigh(Path.c_str(), OpenFlags)))
+    if (!again || !Identity.IsOf(again.get()) || !Adopt(std::move(again)))
         return;
     // The word still holds the former slot, which no longer belongs to this process.
     std::uint32_t seen = Word()->load(std::memory_order_relaxed);
