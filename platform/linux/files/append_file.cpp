@@ -33,7 +33,6 @@ using layer::Descriptor;
 using layer::Fail;
 using layer::FileIdentity;
 using platform::AppendResult;
-using platform::FileState;
 
 // O_NONBLOCK: a named pipe must not wait for its other end. O_NOCTTY: a terminal must not become the process's
 // controlling terminal. Both are refused, but only after they were opened.
