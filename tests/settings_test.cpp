@@ -173,6 +173,9 @@ TEST(Strings, RowsOfTheLibraryAndOfOthers)
     EXPECT_EQ(Narrow(utility::genStringFromResourceModule(library, 260, nullptr)), "Token Processing");
     EXPECT_EQ(Narrow(utility::genStringFromResourceModule(library, 999, nullptr)), "");
     EXPECT_EQ(Narrow(utility::genStringFromResourceModule(testkit::SystemModule(), 260, nullptr)), "");
+    const HINSTANCE program = GetModuleHandleW(nullptr);
+    EXPECT_EQ(Narrow(utility::genStringFromResourceModule(program, 100, nullptr)), std::string(1022, 'x'));
+    EXPECT_EQ(Narrow(utility::genStringFromResourceModule(program, 101, nullptr)), std::string(1022, 'y')) << "cut";
 }
 
 }  // namespace

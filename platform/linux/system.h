@@ -91,13 +91,14 @@ namespace platform {
 /// process.
 /// @return a handle that the caller must close with CloseHandle, or null with ERROR_PATH_NOT_FOUND (no folder, or an
 ///         unmapped drive), ERROR_ACCESS_DENIED (also for what is no regular file), ERROR_CANT_RESOLVE_FILENAME (a
-///         symbolic link), ERROR_TOO_MANY_LINKS, ERROR_INVALID_NAME, another system error
+///         symbolic link), ERROR_TOO_MANY_LINKS, ERROR_INVALID_NAME, ERROR_TIMEOUT (another process keeps it locked for
+///         more than a second), another system error
 HANDLE OpenForAppending(LPCWSTR path, SECURITY_ATTRIBUTES* attributes);
 
 enum class AppendResult {
     whole,    ///< all bytes are in the file, one after another
     nothing,  ///< none of them is
-    part,     ///< the first of them are, since they could not be removed again
+    part,     ///< the first of them are: another process has the file open, or they could not be removed
 };
 
 /// Puts bytes at the end of a file in one step, wherever other processes have moved the end. Bytes of several processes
@@ -127,6 +128,10 @@ bool MoveFileAside(LPCWSTR from, LPCWSTR to);
 /// Keeps a named mutex that the calling thread owns valid after the program has closed all descriptors. To be called
 /// now and then: until then, other processes take this one for dead.
 void RestoreMutex(HANDLE mutex);
+
+/// Makes the release of a named mutex that the calling thread owns look like the death of its owner: the next wait, in
+/// any process, returns WAIT_ABANDONED. For an owner that leaves something incomplete.
+void AbandonAtRelease(HANDLE mutex);
 
 }  // namespace platform
 

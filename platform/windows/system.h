@@ -40,6 +40,9 @@ bool MoveFileAside(LPCWSTR from, LPCWSTR to);
 /// Has nothing to do: a handle cannot be closed by its number alone.
 inline void RestoreMutex(HANDLE) {}
 
+/// Has nothing to do: the system leaves no part of a write.
+inline void AbandonAtRelease(HANDLE) {}
+
 }  // namespace platform
 
 /// Sets the translator of the calling thread, or none for null, and gives the one that it had before. Called at each

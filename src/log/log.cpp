@@ -5,11 +5,10 @@
 #include "log/call_gate.h"
 #include "log/codes.h"
 #include "log/debug_mask.h"
-#include "log/log_file.h"
 #include "log/record.h"
 #include "log/record_text.h"
 #include "log/time_stamp.h"
-#include "primitives/mutex_hold.h"
+#include "log/writer_hold.h"
 #include "settings/tag_specification.h"
 
 #include <cstdarg>
@@ -18,9 +17,8 @@ namespace utilities {
 
 namespace {
 
-// What a process with one log keeps besides its handles. LogMutex guards both.
+// Kept by a process with one log besides its handles. LogMutex guards it.
 constinit logging::TimeStamp stamp;
-constinit logging::LineAppender appender;
 
 }  // namespace
 
@@ -87,14 +85,11 @@ LONG CLog::Log(std::basic_string_view<unsigned short> tag, std::basic_string_vie
     if (!call.isAdmitted())
         return logging::Closed;
     // The mutex belongs to one thread of one process, so it keeps apart the threads of this process too.
-    const MutexHold hold(LogMutex, logging::RecordWaitMilliseconds);
+    const logging::WriterHold hold(LogMutex);
     if (hold.result() == WAIT_TIMEOUT)
         return logging::NotObtained;
     if (!hold.isObtained())
         return LastErrorCode();
-    // The last writer was killed, perhaps in the middle of its record.
-    if (hold.isAbandoned())
-        appender.DistrustEnd();
     return WriteLine(tag, source, text);
 }
 
@@ -107,14 +102,15 @@ LONG CLog::WriteLine(std::basic_string_view<unsigned short> tag, std::basic_stri
     // Nothing is written before the whole line exists, so an exception leaves no part of it in the file.
     try {
         GetDateTime();
-        if (stamp.isNewSecond() || appender.IsAway()) {
+        if (stamp.isNewSecond() || logging::appender.IsAway()) {
             platform::RestoreMutex(LogMutex);
-            const LONG code = appender.CheckFile(LogFile, LogFileName, SecurityDescriptor.getSecurityAttributes());
+            const LONG code =
+                logging::appender.CheckFile(LogFile, LogFileName, SecurityDescriptor.getSecurityAttributes());
             if (code < 0)
                 return code;
         }
         const logging::Record record(DateTime, GetCurrentProcessId(), GetCurrentThreadId(), tag, source, text);
-        return appender.Append(LogFile, record.line());
+        return logging::appender.Append(LogFile, record.line());
     } catch (const log_exception& failure) {
         return failure.ErrorCode;
     } catch (const std::exception&) {

@@ -35,6 +35,9 @@ public:
     /// @return 0, or why the path cannot be opened; the next Append tries again.
     LONG CheckFile(HANDLE& file, const utility::wstring& path, SECURITY_ATTRIBUTES* attributes);
 
+    /// Whether the end is still to be checked.
+    bool IsEndUnsure() const { return EndIsUnsure; }
+
     /// Whether CheckFile has to be called before the next line.
     bool IsAway() const { return FileIsAway; }
 
@@ -45,5 +48,8 @@ private:
     bool FileIsAway = false;
     bool EndIsUnsure = false;
 };
+
+/// The appender of the process's one log, guarded by its mutex.
+inline constinit LineAppender appender;
 
 }  // namespace logging

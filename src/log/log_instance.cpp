@@ -1,8 +1,7 @@
 // The lifetime of the process's log: the first GetInstance makes it, the unloading of the library closes it.
 #include "log/call_gate.h"
 #include "log/codes.h"
-#include "log/log_file.h"
-#include "primitives/mutex_hold.h"
+#include "log/writer_hold.h"
 #include "primitives/section_hold.h"
 #include "settings/tag_specification.h"
 #include "system.h"
@@ -88,7 +87,7 @@ CLog::InstanceDeleter::~InstanceDeleter()
     InitError = logging::Closed;
     if (_instance != nullptr) {
         {
-            const MutexHold hold(_instance->LogMutex, logging::RecordWaitMilliseconds);
+            const logging::WriterHold hold(_instance->LogMutex);
             if (hold.isObtained()) {
                 constexpr const unsigned short* source = u"Log"_w;
                 _instance->WriteLine(_instance->InfoTag, source, u"Log closing"_w);

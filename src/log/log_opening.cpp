@@ -94,9 +94,9 @@ LONG CLog::initLogFile()
         logging::ReportFailure(u"the file does not open: "_w, LogFileName, code);
         return code;
     }
-    // The last writer may have been killed in the middle of a record. A failure leaves the end as it is.
-    if (firstOpener != 0 || hold.isAbandoned())
-        logging::EndLastLine(file.get());
+    // The last writer may have been killed in the middle of a record. After a failure the next writer tries again.
+    if ((firstOpener != 0 || hold.isAbandoned()) && !logging::EndLastLine(file.get()))
+        platform::AbandonAtRelease(LogMutex);
     LogFile = file.release();
     return 0;
 }

@@ -8,7 +8,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <functional>
+
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -16,7 +22,49 @@ using platform::AppendResult;
 using platform::FileState;
 using testkit::Child;
 
+// The linker redirects the library's calls of ftruncate to the wrappers (--wrap); off_t has 64 bits in both.
+extern "C" {
+int __real_ftruncate(int file, off_t size);
+int __wrap_ftruncate(int file, off_t size);
+int __real_ftruncate64(int file, off_t size);
+int __wrap_ftruncate64(int file, off_t size);
+}
+
 namespace {
+
+/// What happens before a file is cut. @return whether the cut may succeed
+std::function<bool()> beforeCut;
+
+bool MayCut()
+{
+    if (!beforeCut || beforeCut())
+        return true;
+    errno = EIO;
+    return false;
+}
+
+}  // namespace
+
+int __wrap_ftruncate(int file, off_t size)
+{
+    return MayCut() ? __real_ftruncate(file, size) : -1;
+}
+
+int __wrap_ftruncate64(int file, off_t size)
+{
+    return MayCut() ? __real_ftruncate64(file, size) : -1;
+}
+
+namespace {
+
+/// The file size limit of this process, which makes an append fail after a part.
+void LimitFiles(rlim_t bytes)
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = std::min(bytes, limit.rlim_max);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+}
 
 class AppendFileOnLinux : public testing::Test {
 protected:
@@ -139,20 +187,78 @@ TEST_F(AppendFileOnLinux, ADescriptorOfTheProgramIsNotTakenForTheLog)
     EXPECT_EQ(Content(), "");
 }
 
-TEST_F(AppendFileOnLinux, AFailedAppendLeavesNothing)
+TEST_F(AppendFileOnLinux, AFailedAppendLeavesNothingAndRemovesNothingOfOthers)
 {
-    Child limited([&] {
+    const HANDLE file = Open();
+    EXPECT_EQ(Append(file, "0123456789"), AppendResult::whole);
+    LimitFiles(16);
+    EXPECT_EQ(Append(file, "abcdefghij"), AppendResult::nothing);
+    EXPECT_EQ(GetLastError(), ERROR_DISK_FULL);
+    EXPECT_EQ(Content(), "0123456789");
+
+    // Another writer, with another mutex, arrives at the worst moment.
+    HANDLE other = nullptr;
+    std::string acknowledged;
+    beforeCut = [&] {
+        other = Open();
+        EXPECT_EQ(GetLastError(), ERROR_TIMEOUT);
+        LimitFiles(RLIM_INFINITY);
+        if (other != nullptr && Append(other, "<other>") == AppendResult::whole)
+            acknowledged = "<other>";
+        return true;
+    };
+    EXPECT_EQ(Append(file, "abcdefghij"), AppendResult::nothing);
+    beforeCut = nullptr;
+    EXPECT_NE(Content().find(acknowledged), std::string::npos);
+    if (other == nullptr)
+        other = Open();
+    EXPECT_EQ(Append(other, "<after>"), AppendResult::whole);
+    EXPECT_EQ(Content(), "0123456789<after>");
+    CloseHandle(other);
+    CloseHandle(file);
+}
+
+TEST_F(AppendFileOnLinux, APartStaysIfAnotherProcessCouldAppendOrItCannotBeRemoved)
+{
+    enum class Reason { anotherOpener, fork, failure };
+    for (const Reason reason : {Reason::anotherOpener, Reason::fork, Reason::failure}) {
         const HANDLE file = Open();
-        const rlimit limit{16, 16};
-        setrlimit(RLIMIT_FSIZE, &limit);
-        if (Append(file, "0123456789") != AppendResult::whole)
-            return 1;
-        if (Append(file, "abcdefghij") != AppendResult::nothing || GetLastError() != ERROR_DISK_FULL)
-            return 2;
-        return Append(file, "klmnop") == AppendResult::whole ? 0 : 3;
-    });
-    EXPECT_EQ(limited.Wait(), 0);
-    EXPECT_EQ(Content(), "0123456789klmnop");
+        const HANDLE other = reason == Reason::anotherOpener ? Open() : nullptr;
+        if (reason == Reason::fork)
+            Child([] {}).Wait();
+        beforeCut = [reason] { return reason != Reason::failure; };
+        EXPECT_EQ(Append(file, "0123456789"), AppendResult::whole);
+        LimitFiles(16);
+        EXPECT_EQ(Append(file, "abcdefghij"), AppendResult::part);
+        EXPECT_EQ(GetLastError(), ERROR_DISK_FULL);
+        LimitFiles(RLIM_INFINITY);
+        beforeCut = nullptr;
+        EXPECT_EQ(Append(file, "klm"), AppendResult::whole);
+        EXPECT_EQ(Content(), "0123456789abcdefklm") << static_cast<int>(reason);
+        EXPECT_FALSE(platform::MoveFileAside(Path("file").c_str(), Path("moved").c_str())) << "it is still open";
+        CloseHandle(file);
+        CloseHandle(other);
+        std::filesystem::remove(Name());
+    }
+}
+
+TEST_F(AppendFileOnLinux, AnAppendOnlyFileIsALog)
+{
+    testkit::WriteFile(Name(), "old,");
+    const int flagged = open(Name().c_str(), O_RDONLY | O_CLOEXEC);
+    int before = 0;
+    int flags = ioctl(flagged, FS_IOC_GETFLAGS, &before) == 0 ? before | FS_APPEND_FL : 0;
+    if (flags == 0 || ioctl(flagged, FS_IOC_SETFLAGS, &flags) != 0) {
+        close(flagged);
+        GTEST_SKIP() << "this account or this file system has no append-only files";
+    }
+    const HANDLE file = Open();
+    EXPECT_EQ(Append(file, "new"), AppendResult::whole);
+    CloseHandle(file);
+    EXPECT_FALSE(platform::MoveFileAside(Path("file").c_str(), Path("moved").c_str()));
+    EXPECT_EQ(ioctl(flagged, FS_IOC_SETFLAGS, &before), 0);
+    close(flagged);
+    EXPECT_EQ(Content(), "old,new");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "testkit/debug_output.h"
 #include "testkit/environment_variable.h"
 #include "testkit/file_content.h"
+#include "testkit/gate.h"
 #include "testkit/linux/child.h"
 #include "testkit/log_machine.h"
 #include "testkit/test_process.h"
@@ -17,7 +18,9 @@
 
 using namespace utility::literals;
 using testkit::Child;
+using testkit::Gate;
 using testkit::LogMachine;
+using testkit::TestProcess;
 using testkit::Texts;
 using utilities::CLog;
 
@@ -101,6 +104,39 @@ TEST(LogFileOnLinux, AFileSizeLimitIsAFullDisk)
         return CLog::GetInitError() == static_cast<LONG>(0x80070070) ? 0 : 2;
     });
     EXPECT_EQ(limited.Wait(), 0);
+}
+
+TEST(LogFileOnLinux, APartThatStaysIsEndedByTheNextWriter)
+{
+    // The part ends after a whole unit, or after half of one.
+    for (const unsigned part : {20U, 21U}) {
+        const LogMachine machine;
+        const Gate opened(machine.Folder / "opened");
+        const Gate failed(machine.Folder / "failed");
+        TestProcess next(machine, [](const LogMachine& same) {
+            CLog* const log = CLog::GetInstance();
+            Gate(same.Folder / "opened").Open();
+            Gate(same.Folder / "failed").Pass();
+            EXPECT_EQ(log->LogInfo(u"after the part"_w, u"Test"_w), 0);
+        });
+        opened.Pass();
+        Child writer([&] {
+            CLog* const log = CLog::GetInstance();
+            const rlimit full{std::filesystem::file_size(machine.Log) + part, RLIM_INFINITY};
+            setrlimit(RLIMIT_FSIZE, &full);
+            const LONG diskFull = static_cast<LONG>(0x80070070);
+            // The second call cannot end the line of the first one.
+            return log->LogInfo(u"lost"_w, u"Test"_w) == diskFull && log->LogInfo(u"lost"_w, u"Test"_w) == diskFull ? 0
+                                                                                                                    : 1;
+        });
+        EXPECT_EQ(writer.Wait(), 0);
+        failed.Open();
+        EXPECT_EQ(next.Wait(), 0);
+        const testkit::LogFile log(machine.Log);
+        ASSERT_EQ(log.Records().size(), 7U) << part;
+        EXPECT_EQ(log.Records()[4].Text, "after the part");
+        EXPECT_EQ(log.Torn().size(), 1U);
+    }
 }
 
 TEST(LogFileOnLinux, ThreadsMayLogUntilTheProcessHasEnded)

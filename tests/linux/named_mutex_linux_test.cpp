@@ -1,5 +1,6 @@
 // Named mutexes on Linux: the file of the shared page, fork, death of the owner, and foreign writes to the page.
 #include "locks/page_arena.h"
+#include "locks/shared_page.h"
 #include "system.h"
 #include "tessmaru/structured_exception.h"
 #include "tessmaru/text.h"
@@ -288,26 +289,73 @@ TEST_F(NamedMutexOnLinux, AHandlerOfTheProgramRunsAsItWasInstalled)
     EXPECT_EQ(program.Wait(), 0);
 }
 
-TEST_F(NamedMutexOnLinux, ADamagedModeIsRestoredByRoot)
+TEST_F(NamedMutexOnLinux, ADamagedModeIsRestoredByRootAndByTheOwner)
 {
     if (geteuid() != 0)
-        GTEST_SKIP() << "only root opens a file that its mode closes";
+        GTEST_SKIP() << "only root can give a file to another account";
     SECURITY_DESCRIPTOR descriptor{};
     InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
     SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE);
     SECURITY_ATTRIBUTES everyone{sizeof everyone, &descriptor, FALSE};
     const HANDLE mutex = CreateMutexW(&everyone, FALSE, u"App.log.Mutex"_w);
     const std::string file = File();
-    ASSERT_EQ(chmod(file.c_str(), 0), 0);
-    Child opener([&] {
-        CloseHandle(mutex);
-        return CreateMutexW(&everyone, FALSE, u"App.log.Mutex"_w) != nullptr ? 0 : 1;
-    });
-    EXPECT_EQ(opener.Wait(), 0);
-    struct stat status {};
-    ASSERT_EQ(stat(file.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0666U);
+    constexpr uid_t owner = 65533;
+    ASSERT_EQ(chown(file.c_str(), owner, owner), 0);
+    std::filesystem::permissions(Machine.Folder.path(), std::filesystem::perms::all);
+    const struct {
+        uid_t Account;
+        mode_t Before;
+        mode_t After;
+    } rows[] = {{0, 0, 0666}, {owner, 0600, 0666}, {65532, 0606, 0606}};
+    for (const auto& row : rows) {
+        ASSERT_EQ(chmod(file.c_str(), row.Before), 0);
+        Child opener([&] {
+            if (setresuid(row.Account, row.Account, row.Account) != 0)
+                return 2;
+            CloseHandle(mutex);
+            return CreateMutexW(&everyone, FALSE, u"App.log.Mutex"_w) != nullptr ? 0 : 1;
+        });
+        EXPECT_EQ(opener.Wait(), 0) << row.Account;
+        struct stat status {};
+        ASSERT_EQ(stat(file.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777, row.After) << row.Account;
+    }
     CloseHandle(mutex);
+}
+
+TEST(SharedPage, IsTakenFromADeadOwnerOnlyIfItsWordIsUnchanged)
+{
+    const testkit::TestMachine machine;
+    layer::SharedPage page;
+    layer::Deadline deadline(INFINITE);
+    bool isNew = false;
+    ASSERT_EQ(page.Open(u"Page"_w, {0600, false}, false, deadline, isNew), ERROR_SUCCESS);
+    const std::uint32_t dead = page.slot() ^ 1U;
+    // The owner that the caller saw has died, but the page was released or taken over meanwhile.
+    for (const std::uint32_t now : {0U, layer::SharedPage::Abandoned, dead | layer::SharedPage::Waiting, 77U}) {
+        page.Word()->store(now);
+        EXPECT_FALSE(page.TakeFromDeadOwner(dead));
+        EXPECT_EQ(page.Word()->load(), now);
+    }
+    page.Word()->store(dead);
+    EXPECT_TRUE(page.TakeFromDeadOwner(dead));
+    EXPECT_EQ(page.Word()->load(), page.slot() | layer::SharedPage::Waiting);
+}
+
+TEST_F(NamedMutexOnLinux, AReleaseCanPassOnThatSomethingIsIncomplete)
+{
+    for (const HANDLE mutex : {Create(), CreateMutexW(nullptr, FALSE, nullptr)}) {
+        for (const DWORD result : {WAIT_OBJECT_0, WAIT_ABANDONED}) {
+            EXPECT_EQ(WaitForSingleObject(mutex, 0), result);
+            EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_OBJECT_0);
+            if (result == WAIT_OBJECT_0)
+                platform::AbandonAtRelease(mutex);
+            EXPECT_TRUE(ReleaseMutex(mutex));
+            EXPECT_TRUE(ReleaseMutex(mutex));
+        }
+        EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_OBJECT_0);
+        CloseHandle(mutex);
+    }
 }
 
 TEST_F(NamedMutexOnLinux, AProcessThatClosesAllDescriptorsStillTakesOverFromADeadOwner)

@@ -13,6 +13,7 @@ namespace {
 using layer::LifecycleHooks;
 
 std::atomic<std::uint32_t> forkGeneration{0};
+std::atomic<std::uint32_t> forkCount{0};
 
 // A singly linked list; the hooks registered last come first. Entries are added under the table lock and never removed,
 // so reading needs no lock.
@@ -31,6 +32,7 @@ void RunHooks(void (*LifecycleHooks::*event)())
 void BeforeFork()
 {
     layer::TableLock().lock();
+    forkCount.fetch_add(1, std::memory_order_relaxed);
 }
 
 void AfterForkInParent()
@@ -107,6 +109,11 @@ bool WatchForks()
 std::uint32_t ForkGeneration()
 {
     return forkGeneration.load(std::memory_order_relaxed);
+}
+
+std::uint32_t ForkCount()
+{
+    return forkCount.load(std::memory_order_relaxed);
 }
 
 bool StartWatchingThreadEnd()

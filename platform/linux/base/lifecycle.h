@@ -34,6 +34,10 @@ bool WatchForks();
 /// thread that does not exist in this process.
 std::uint32_t ForkGeneration();
 
+/// The number of forks that this process and those that it was forked from have made. After a fork the two processes
+/// share the open file descriptions of before, with their locks.
+std::uint32_t ForkCount();
+
 /// Whether the hooks will run at the end of the calling thread. Each acquisition of a lock reads it, hence the
 /// initial-exec model: an access is one instruction instead of a call.
 extern constinit thread_local bool threadEndWatched __attribute__((tls_model("initial-exec")));

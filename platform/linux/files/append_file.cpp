@@ -3,12 +3,14 @@
 // A log must not lead anywhere else: it is a regular file with one link, and the last component of its path is no
 // symbolic link. Whatever else is at the path stays untouched.
 //
-// On the platform an open file cannot be moved. An open file therefore holds a shared `flock` here, and a move fails
-// while any process has the file open. Nothing in a file is ever removed or rewritten, except the part of a write that
-// failed.
+// On the platform an open file cannot be moved. An open file therefore holds a shared lock of its byte 0 here, and a
+// move needs the exclusive lock. Nothing in a file is ever removed or rewritten, except the part of a write that
+// failed, and this only under the exclusive lock: no other process has the file open then, whatever mutex it uses.
+#include "base/byte_lock.h"
 #include "base/descriptor.h"
 #include "base/file_size_signal.h"
 #include "base/handle.h"
+#include "base/lifecycle.h"
 #include "files/paths.h"
 #include "files/security.h"
 #include "text/debug_output.h"
@@ -16,8 +18,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <sched.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,6 +29,7 @@
 
 namespace {
 
+using layer::ByteLock;
 using layer::Descriptor;
 using layer::Fail;
 using layer::FileIdentity;
@@ -38,10 +39,16 @@ using platform::AppendResult;
 // controlling terminal. Both are refused, but only after they were opened.
 constexpr int CommonFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
 
+constexpr off_t OpenByte = 0;
+
+// How long an opening waits for a process that moves the file or takes a part back. Both take no longer than a few
+// calls of the system, but any account that can write to the file can hold the lock for ever.
+constexpr DWORD OpeningMilliseconds = 1'000;
+
 class OpenFile final : public layer::Object {
 public:
     OpenFile(Descriptor file, const FileIdentity& identity)
-        : Object(Kind::file), File(std::move(file)), Identity(identity)
+        : Object(Kind::file), File(std::move(file)), Identity(identity), Forks(layer::ForkCount())
     {
     }
     OpenFile(const OpenFile&) = delete;
@@ -56,9 +63,13 @@ public:
     int descriptor() const { return File.get(); }
     const FileIdentity& identity() const { return Identity; }
 
+    /// Whether another process shares the open file description, and with it the lock.
+    bool isShared() const { return Forks != layer::ForkCount(); }
+
 private:
     Descriptor File;
     const FileIdentity Identity;
+    const std::uint32_t Forks;
 };
 
 OpenFile* FindFile(HANDLE handle)
@@ -88,6 +99,7 @@ const char* ReasonOf(DWORD error, int number)
     switch (error) {
         case ERROR_CANT_RESOLVE_FILENAME: return "it is a symbolic link";
         case ERROR_TOO_MANY_LINKS: return "it has more than one link";
+        case ERROR_TIMEOUT: return "another process keeps it locked";
         default: return number != 0 ? std::strerror(number) : "it is no regular file";
     }
 }
@@ -140,40 +152,52 @@ DWORD OpenOrCreate(const std::string& path, layer::FileMode mode, Descriptor& fi
     return Refuse(path, ERROR_BUSY, EBUSY);
 }
 
-/// Takes the shared lock that marks a file as open.
-///
-/// A move briefly holds the exclusive lock, so a few attempts may be needed. On a file system without locks the file
-/// opens all the same; it can then be moved while it is open.
-void LockShared(int file)
+/// Takes the shared lock that marks a file as open. A file system without locks opens the file all the same: there it
+/// can be moved while it is open, and no part is taken back.
+/// @return false if another process keeps the file locked
+bool LockShared(int file)
 {
-    constexpr int attempts = 100;
-    for (int i = 0; i < attempts && flock(file, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK; ++i)
-        sched_yield();
+    layer::Deadline deadline(OpeningMilliseconds);
+    return layer::WaitForByteLock(file, OpenByte, ByteLock::shared, deadline) || errno != ETIMEDOUT;
 }
 
-/// Takes back the first `done` bytes of a write that failed, unless another process has appended after them.
+/// Takes back the first `done` bytes of a write that failed, which start at `start`. They stay if another process could
+/// append after them, because it has the file open or shares the lock of this process.
 /// @return whether they are gone
-bool TakeBack(int file, std::size_t done)
+bool TakeBack(const OpenFile& open, off_t start, std::size_t done)
 {
-    const off_t end = lseek(file, 0, SEEK_CUR);
+    const int file = open.descriptor();
+    if (!open.identity().IsOf(file) || open.isShared() || !layer::SetByteLock(file, OpenByte, ByteLock::exclusive))
+        return false;
     struct stat status {};
-    return fstat(file, &status) == 0 && status.st_size == end && ftruncate(file, end - static_cast<off_t>(done)) == 0;
+    const bool isGone =
+        fstat(file, &status) == 0 && status.st_size == start + static_cast<off_t>(done) && ftruncate(file, start) == 0;
+    layer::SetByteLock(file, OpenByte, ByteLock::shared);
+    return isGone;
 }
 
 /// Writes the rest of an append whose first write returned `count`.
-AppendResult FinishAppend(int file, const char* data, std::size_t bytes, ssize_t count)
+AppendResult FinishAppend(const OpenFile& open, const char* data, std::size_t bytes, ssize_t count)
 {
+    const int file = open.descriptor();
     std::size_t done = 0;
+    off_t start = 0;
     for (;;) {
-        if (count > 0)
+        if (count > 0) {
+            const off_t end = lseek(file, 0, SEEK_CUR);
+            if (done == 0)
+                start = end - count;
             done += static_cast<std::size_t>(count);
+            // A process with another mutex has appended between two writes.
+            if (end != start + static_cast<off_t>(done))
+                return Fail(ERROR_IO_DEVICE, AppendResult::part);
+        }
         if (done == bytes)
             return AppendResult::whole;
         if (count == 0 || (count < 0 && errno != EINTR)) {
             const int error = count == 0 ? ENOSPC : errno;  // a write of nothing sets no error
-            const bool partIsLeft = done > 0 && !TakeBack(file, done);
-            SetLastError(layer::ErrorFromErrno(error));
-            return partIsLeft ? AppendResult::part : AppendResult::nothing;
+            const bool partIsLeft = done > 0 && !TakeBack(open, start, done);
+            return Fail(layer::ErrorFromErrno(error), partIsLeft ? AppendResult::part : AppendResult::nothing);
         }
         count = write(file, data + done, bytes - done);
     }
@@ -190,14 +214,16 @@ DWORD PrepareMove(const std::string& path, Descriptor& file)
         return error;
     if (status.st_size == 0)
         return ERROR_FILE_NOT_FOUND;
-    // Opened for writing, since a network file system grants an exclusive lock only then.
+    // Opened for writing, since only then it can get the exclusive lock.
     file = layer::OpenHigh(path.c_str(), CommonFlags | O_APPEND);
     if (!file)
         return layer::ErrorFromErrno(errno);
     if (!FileIdentity(status).IsOf(file.get()))
         return ERROR_SHARING_VIOLATION;
-    // A file system without locks cannot tell; there the mutex of the log is the only protection.
-    return flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
+    // On a file system without locks the mutex of the log is the only protection.
+    return !layer::SetByteLock(file.get(), OpenByte, ByteLock::exclusive) && layer::IsLockConflict(errno)
+               ? ERROR_SHARING_VIOLATION
+               : ERROR_SUCCESS;
 }
 
 }  // namespace
@@ -213,8 +239,11 @@ HANDLE OpenForAppending(LPCWSTR path, SECURITY_ATTRIBUTES* attributes)
     struct stat status {};
     if (const DWORD error = OpenOrCreate(translated, layer::ModeOf(attributes), file, status); error != ERROR_SUCCESS)
         return Fail(error, HANDLE{nullptr});
-    LockShared(file.get());
+    if (!LockShared(file.get()))
+        return Fail(Refuse(translated, ERROR_TIMEOUT, 0), HANDLE{nullptr});
     layer::HandleFileSizeSignal();
+    if (!layer::WatchForks())
+        return Fail(ERROR_OUTOFMEMORY, HANDLE{nullptr});
     auto* const object = new (std::nothrow) OpenFile(std::move(file), FileIdentity(status));
     return object != nullptr ? layer::OpenHandle(object) : Fail(ERROR_OUTOFMEMORY, HANDLE{nullptr});
 }
@@ -227,7 +256,7 @@ AppendResult AppendToFile(HANDLE handle, LPCVOID data, DWORD bytes)
     const ssize_t count = write(file->descriptor(), data, bytes);
     if (count == static_cast<ssize_t>(bytes))
         return AppendResult::whole;
-    return FinishAppend(file->descriptor(), static_cast<const char*>(data), bytes, count);
+    return FinishAppend(*file, static_cast<const char*>(data), bytes, count);
 }
 
 bool ReadEndOfFile(HANDLE handle, void* buffer, DWORD bytes, ULONGLONG* size)

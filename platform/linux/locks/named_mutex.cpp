@@ -69,6 +69,9 @@ public:
     /// Keeps the process a user of the mutex after it has closed all descriptors. The calling thread owns the mutex.
     void Restore() { Page.Restore(); }
 
+    /// Makes the release of the calling thread, which owns the mutex, abandon it.
+    void AbandonAtRelease() { IsToAbandon = true; }
+
     NamedMutex* Next = nullptr;
 
 private:
@@ -79,7 +82,8 @@ private:
     void ReleaseOwnership(bool abandoned);
 
     std::atomic<std::uintptr_t> Owner{0};
-    std::uint32_t Recursion = 0;  // accessed by the owner only
+    std::uint32_t Recursion = 0;  // this and the next: accessed by the owner only
+    bool IsToAbandon = false;
     std::atomic<std::uint32_t> LocalLock{0};
     bool LocallyAbandoned = false;  // for a mutex without a name, which has no word; accessed under LocalLock
     SharedPage Page;
@@ -161,6 +165,7 @@ void NamedMutex::SetOwner()
 {
     Owner.store(layer::CurrentThread(), std::memory_order_relaxed);
     Recursion = 1;
+    IsToAbandon = false;
 }
 
 DWORD NamedMutex::Wait(DWORD milliseconds)
@@ -254,7 +259,7 @@ bool NamedMutex::Release()
     if (Owner.load(std::memory_order_relaxed) != layer::CurrentThread())
         return false;
     if (--Recursion == 0)
-        ReleaseOwnership(false);
+        ReleaseOwnership(IsToAbandon);
     return true;
 }
 
@@ -370,4 +375,10 @@ void platform::RestoreMutex(HANDLE handle)
 {
     if (NamedMutex* const mutex = FindMutex(handle))
         mutex->Restore();
+}
+
+void platform::AbandonAtRelease(HANDLE handle)
+{
+    if (NamedMutex* const mutex = FindMutex(handle))
+        mutex->AbandonAtRelease();
 }

@@ -12,6 +12,7 @@
 // claim the slot, so the word can be taken over safely.
 #include "locks/shared_page.h"
 
+#include "base/byte_lock.h"
 #include "base/environment.h"
 #include "base/file_size_signal.h"
 #include "base/last_error.h"
@@ -23,7 +24,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -50,55 +50,14 @@ static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
 
 constexpr std::size_t MaxNameUnits = (layer::PageBytes - offsetof(Record, Name)) / sizeof(WCHAR);
 
-/// An exclusive lock (F_WRLCK) or a release (F_UNLCK) of a range of bytes.
-struct flock ByteLock(short type, off_t start, off_t length)
-{
-    struct flock lock {};
-    lock.l_type = type;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = start;
-    lock.l_len = length;
-    return lock;
-}
-
-/// @return false with `errno` set: EAGAIN or EACCES if another open file description holds the byte
-bool TryLockByte(int file, off_t byte)
-{
-    struct flock lock = ByteLock(F_WRLCK, byte, 1);
-    return fcntl(file, F_OFD_SETLK, &lock) == 0;
-}
-
-/// Waits for a byte until the deadline. Polls, because the kernel's waiting call has no time limit, and any account
-/// that can open the file can hold the byte for ever.
-/// @return false with `errno` set, ETIMEDOUT at the deadline
-bool WaitForByte(int file, off_t byte, layer::Deadline& deadline)
-{
-    constexpr std::int64_t shortest = 100'000;
-    constexpr std::int64_t longest = 10'000'000;
-    for (std::int64_t pause = shortest; !TryLockByte(file, byte); pause = std::min(2 * pause, longest)) {
-        if (errno != EAGAIN && errno != EACCES && errno != EINTR)
-            return false;
-        const std::int64_t left = deadline.Left(pause);
-        if (left == 0) {
-            errno = ETIMEDOUT;
-            return false;
-        }
-        const timespec time{0, static_cast<long>(left)};
-        nanosleep(&time, nullptr);
-    }
-    return true;
-}
-
-void UnlockByte(int file, off_t byte)
-{
-    struct flock lock = ByteLock(F_UNLCK, byte, 1);
-    fcntl(file, F_OFD_SETLK, &lock);
-}
-
 /// Whether another open file description holds a slot. The caller's own locks never conflict with its query.
 bool HasUsers(int file)
 {
-    struct flock lock = ByteLock(F_WRLCK, 1, SlotCount);
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = 1;
+    lock.l_len = SlotCount;
     return fcntl(file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
@@ -246,7 +205,7 @@ DWORD SharedPage::Open(TextView name, FileMode mode, bool owned, Deadline& deadl
         }
         if (const DWORD error = OpenFile(mode, deadline); error != ERROR_SUCCESS)
             return error;
-        if (!WaitForByte(File.get(), OpenByte, deadline)) {
+        if (!WaitForByteLock(File.get(), OpenByte, ByteLock::exclusive, deadline)) {
             const int error = errno;
             File = Descriptor();
             return error == ETIMEDOUT ? Refuse(Path, ERROR_TIMEOUT, "another process keeps it locked")
@@ -257,7 +216,7 @@ DWORD SharedPage::Open(TextView name, FileMode mode, bool owned, Deadline& deadl
     } while (!HasPath(File.get(), Path));
     const DWORD error = OpenLocked(name, owned, isNew);
     if (error == ERROR_SUCCESS) {
-        UnlockByte(File.get(), OpenByte);
+        SetByteLock(File.get(), OpenByte, ByteLock::none);
         return error;
     }
     Close();
@@ -332,8 +291,8 @@ DWORD SharedPage::ClaimSlot()
     const auto start = static_cast<std::uint32_t>(getpid());
     for (std::uint32_t i = 0; i < SlotCount; ++i) {
         const std::uint32_t slot = (start + i) % SlotCount + 1;
-        if (!TryLockByte(File.get(), slot)) {
-            if (errno != EAGAIN && errno != EACCES)
+        if (!SetByteLock(File.get(), slot, ByteLock::exclusive)) {
+            if (!IsLockConflict(errno))
                 return ErrorFromErrno(errno);
             continue;
         }
@@ -414,10 +373,10 @@ bool SharedPage::TakeFromDeadOwner(std::uint32_t seen)
         return false;
     // The number comes from the untrusted page. A number that no process ever had counts as a dead owner's.
     const off_t ownerByte = seen & SlotMask;
-    if (!TryLockByte(File.get(), ownerByte))
+    if (!SetByteLock(File.get(), ownerByte, ByteLock::exclusive))
         return false;
     const bool taken = Word()->compare_exchange_strong(seen, Slot | Waiting, std::memory_order_acquire);
-    UnlockByte(File.get(), ownerByte);
+    SetByteLock(File.get(), ownerByte, ByteLock::none);
     return taken;
 }
 
@@ -430,11 +389,12 @@ void SharedPage::Close()
     ForgetLostDescriptor();
     if (File && Slot != 0) {
         // If another process holds byte 0, it is opening the page and will be a user, so the file has to stay.
-        if (TryLockByte(File.get(), OpenByte) && !HasUsers(File.get()) && HasPath(File.get(), Path))
+        if (SetByteLock(File.get(), OpenByte, ByteLock::exclusive) && !HasUsers(File.get()) &&
+            HasPath(File.get(), Path))
             unlink(Path.c_str());
         // close(2) alone may not release the locks: a child between `fork` and `exec` shares the open file description.
-        UnlockByte(File.get(), Slot);
-        UnlockByte(File.get(), OpenByte);
+        SetByteLock(File.get(), Slot, ByteLock::none);
+        SetByteLock(File.get(), OpenByte, ByteLock::none);
     }
     File = Descriptor();
     Slot = 0;
