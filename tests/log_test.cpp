@@ -11,6 +11,8 @@
 #include "testkit/whole_log.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <chrono>
 #include <map>
 #include <regex>
@@ -35,6 +37,16 @@ struct LateWriter {
     }
     bool Armed = false;
 } lateWriter;
+
+/// Expects a wait of one second; the upper limit only tells it from a wait without end.
+template <class Work>
+void ExpectASecond(Work work)
+{
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - start;
+    EXPECT_TRUE(waited.count() > 0.7 && waited.count() < 30) << waited.count();
+}
 
 class Log : public testing::Test {
 protected:
@@ -287,11 +299,79 @@ TEST_F(Log, KeyOfThePathStaysWhileAnotherProcessChangesIts)
             Gate(sameMachine.Folder / "never").Pass();
         });
         held.Pass();
-        CLog::SetRegLogfilePath(u"Other"_w);
+        ExpectASecond([] { CLog::SetRegLogfilePath(u"Other"_w); });
         log->Initialise();
         log->LogInfo(u"not moved"_w, u"Test"_w);
     });
     EXPECT_FALSE(std::filesystem::exists(Machine.Folder / "Other.log"));
+}
+
+TEST_F(Log, KeyOfThePathChangesAfterAProcessDiedChangingIts)
+{
+    NameOther();
+    RunAlone(Machine, [](const LogMachine& machine) {
+        CLog* const log = CLog::GetInstance();
+        const int handles = testkit::OpenHandles();
+        CLog::SetRegLogfilePath(u""_w);
+        EXPECT_EQ(testkit::OpenHandles(), handles);
+        // The handle keeps the mutex, so that it is abandoned when its owner dies.
+        const HANDLE mutex = CreateMutexW(nullptr, FALSE, platform::Wide(u"SetRegLogfilePath.Mutex"_w));
+        TestProcess holder(machine, [](const LogMachine&) {
+            WaitForSingleObject(CreateMutexW(nullptr, FALSE, platform::Wide(u"SetRegLogfilePath.Mutex"_w)), INFINITE);
+            testkit::Die();
+        });
+        EXPECT_NE(holder.Wait(), 0);
+        CLog::SetRegLogfilePath(u"Other"_w);
+        CloseHandle(mutex);
+        log->Initialise();
+    });
+    EXPECT_TRUE(std::filesystem::exists(Machine.Folder / "Other.log"));
+}
+
+TEST_F(Log, ThreadsThatOpenItAtOnceShareOneInstance)
+{
+    RunAlone(Machine, [](const LogMachine& machine) {
+        constexpr int threads = 16;
+        // The first of them cannot finish before the others have called.
+        const HANDLE mutex = CreateMutexW(nullptr, TRUE, platform::Wide(machine.MutexName().c_str()));
+        std::atomic<int> ready{0};
+        std::array<CLog*, threads> found{};
+        std::vector<std::thread> openers;
+        for (CLog*& instance : found) {
+            openers.emplace_back([&ready, &instance] {
+                ++ready;
+                instance = CLog::GetInstance();
+            });
+        }
+        while (ready < threads)
+            std::this_thread::yield();
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_TRUE(ReleaseMutex(mutex));
+        for (std::thread& opener : openers)
+            opener.join();
+        EXPECT_NE(found[0], nullptr);
+        EXPECT_EQ(std::count(found.begin(), found.end(), found[0]), threads);
+    });
+    EXPECT_EQ(testkit::Texts(Machine.Log), Strings({"----------", "Log opened", "Log closing", "-----------"}));
+}
+
+TEST_F(Log, ALaterOpenerWaitsUntilTheFirstHasOpenedIt)
+{
+    RunAlone(Machine, [](const LogMachine& machine) {
+        // Like a first opener that takes longer to roll the file over than a record waits.
+        const HANDLE mutex = CreateMutexW(nullptr, TRUE, platform::Wide(machine.MutexName().c_str()));
+        const Gate started(machine.Folder / "started");
+        TestProcess later(machine, [](const LogMachine& sameMachine) {
+            Gate(sameMachine.Folder / "started").Open();
+            EXPECT_NE(CLog::GetInstance(), nullptr);
+        });
+        started.Pass();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1300));
+        EXPECT_FALSE(std::filesystem::exists(machine.Log));
+        EXPECT_TRUE(ReleaseMutex(mutex));
+        EXPECT_EQ(later.Wait(), 0);
+    });
+    EXPECT_EQ(testkit::Texts(Machine.Log).size(), 4U);
 }
 
 TEST_F(Log, RecordsOfThreadsAndProcessesNeverMix)
@@ -351,7 +431,7 @@ TEST_F(Log, GivesARecordUpAfterASecondWithoutTheLock)
             ReleaseMutex(mutex);
         });
         held.Pass();
-        EXPECT_EQ(log->LogInfo(u"lost"_w, u"Test"_w), static_cast<LONG>(0x80040302));
+        ExpectASecond([log] { EXPECT_EQ(log->LogInfo(u"lost"_w, u"Test"_w), static_cast<LONG>(0x80040302)); });
         go.Open();
         EXPECT_EQ(holder.Wait(), 0);
         EXPECT_EQ(log->LogInfo(u"continues"_w, u"Test"_w), 0);

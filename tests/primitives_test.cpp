@@ -57,6 +57,28 @@ TEST(CriticalSection, CountsItsLocksThoughItsFlagDoesNot)
     contender.wait();
 }
 
+TEST(CriticalSection, AnAttemptIsALock)
+{
+    class CountingSection : public CCriticalSection {
+    public:
+        LONG Lock() override
+        {
+            ++Locks;
+            return CCriticalSection::Lock();
+        }
+        int Locks = 0;
+    } section;
+    EXPECT_EQ(section.AttemptLock(), 0);
+    EXPECT_EQ(section.AttemptLock(), 0) << "its thread may lock it again";
+    EXPECT_EQ(section.Locks, 2) << "an override counts";
+    EXPECT_TRUE(section.IsLocked());
+    const std::future<void> contender = Contend(section);
+    EXPECT_TRUE(Waits(contender)) << "it waits, in spite of its name";
+    section.Unlock();
+    section.Unlock();
+    contender.wait();
+}
+
 TEST(CriticalSection, CopiesShareTheLockAndTheLastReleasesIt)
 {
     auto first = std::make_optional<OpenSection>();
@@ -90,6 +112,7 @@ TEST(SecurityDescriptor, HasTheDocumentedAccessList)
 
     const auto* const dacl = object.getNewDacl();
     ASSERT_EQ(dacl->AceCount, 2);
+    EXPECT_EQ(dacl->AclSize, 2 * GetLengthSid(object.getEveryone()) + 32);
     const BYTE sid[] = {1, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0};
     EXPECT_EQ(std::memcmp(object.getEveryone(), sid, sizeof sid), 0);
     const BYTE denied[] = {1, 0, 20, 0, 0, 0, 0x0C, 0};
@@ -142,6 +165,21 @@ TEST(StopWatch, MeasuresSecondsSinceItsStartAndItsMark)
     EXPECT_LT(sinceMark, seconds(watch.strElapsedTime()));
     EXPECT_GE(watch.ElapsedTime() - sinceMark, first) << "a mark does not move the start";
     EXPECT_GE(sinceMark, 0);
+}
+
+TEST(StopWatch, CountsSeconds)
+{
+    using std::chrono::steady_clock;
+    const auto seconds = [](steady_clock::duration span) { return std::chrono::duration<double>(span).count(); };
+    constexpr double tick = 0.05;  // no platform's clock has a longer one
+    const auto before = steady_clock::now();
+    const CStopWatch watch;
+    const auto start = steady_clock::now();
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    const double least = seconds(steady_clock::now() - start) - tick;
+    const double measured = watch.ElapsedTime();
+    EXPECT_GE(measured, least);
+    EXPECT_LE(measured, seconds(steady_clock::now() - before) + tick);
 }
 
 TEST(StopWatch, MeasuresAcrossTheOverflowOfTheClock)

@@ -1,5 +1,7 @@
 // Failures of the log that tests can cause on Linux only.
 #include "tessmaru/log.h"
+#include "tessmaru/settings.h"
+#include "tessmaru/version.h"
 #include "testkit/file_content.h"
 #include "testkit/gate.h"
 #include "testkit/linux/child.h"
@@ -231,6 +233,33 @@ TEST_F(LogFailuresOnLinux, OutOfMemoryAtAnyPointOfOpening)
         EXPECT_GT(allocation, 10) << "failures must reach the opening";
         // Only the mask may be missing. The log is open.
         EXPECT_EQ(log->LogInfo(u"opened at allocation %d"_w, u"Test"_w, allocation), 0);
+    });
+}
+
+TEST_F(LogFailuresOnLinux, CallsLeaveNoObjectOpen)
+{
+    Machine.SetLog((Machine.Folder.path() / "missing" / "App.log").string());
+    RunAlone([] {
+        const struct {
+            const char* Name;
+            void (*Call)();
+        } rows[] = {
+            {"a log that does not open", [] { EXPECT_EQ(CLog::GetInstance(), nullptr); }},
+            {"the key of its path", [] { CLog::SetRegLogfilePath(u""_w); }},
+            {"a setting", [] { CSettingsRegistry().getLogDebugMask(); }},
+            {"a setting without a key", [] { CSettingsRegistry().getUDPPortNumber(); }},
+            {"the version of a module", [] { utility::CVersionInfo().setModule(u"/proc/self/exe"_w); }},
+            {"the version of no module", [] { utility::CVersionInfo().setModule(u"/missing"_w); }},
+        };
+        for (const auto& row : rows) {
+            row.Call();  // what the library keeps for later calls comes with the first one
+            const int blocks = testkit::LiveBlocks();
+            const int descriptors = testkit::OpenHandles();
+            row.Call();
+            row.Call();
+            EXPECT_EQ(testkit::LiveBlocks(), blocks) << row.Name;
+            EXPECT_EQ(testkit::OpenHandles(), descriptors) << row.Name;
+        }
     });
 }
 

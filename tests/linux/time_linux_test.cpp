@@ -144,6 +144,7 @@ int LocalTimeAgrees()
     SYSTEMTIME time{};
     GetLocalTime(&time);
     const std::time_t after = Now();
+    tzset();  // only now: the library itself has to notice a change
     char shown[64];
     std::snprintf(shown, sizeof shown, "%04d-%02d-%02d %d %02d:%02d:%02d", time.wYear, time.wMonth, time.wDay,
                   time.wDayOfWeek, time.wHour, time.wMinute, time.wSecond);
@@ -163,6 +164,20 @@ TEST(TimeOnLinux, LocalTimeFollowsTheZone)
         const testkit::EnvironmentVariable variable("TZ", zone);
         EXPECT_EQ(0, testkit::Child(LocalTimeAgrees).Wait()) << zone;
     }
+}
+
+TEST(TimeOnLinux, LocalTimeFollowsAChangeOfTheZone)
+{
+    const testkit::EnvironmentVariable variable("TZ", "UTC");
+    EXPECT_EQ(0, testkit::Child([] {
+                     SYSTEMTIME inUtc;
+                     GetLocalTime(&inUtc);
+                     setenv("TZ", "<+0530>-5:30", 1);
+                     // The first thread may show the change up to a minute later.
+                     int result = 1;
+                     std::thread([&result] { result = LocalTimeAgrees(); }).join();
+                     return result;
+                 }).Wait());
 }
 
 TEST(TimeOnLinux, ClockCountsFromTheStartOfTheProcess)
