@@ -75,7 +75,9 @@ Comparison CompareWays(const Way& subject, const Way& floor)
 
 void MeasureShape(const Shape& shape, const Plan& plan, const testkit::ScratchFolder& scratch)
 {
-    Way bare{"writer_floor", "seek and write"};
+    const bool alone = shape.Processes * shape.Threads == 1;
+    // A seek and a write of several writers overwrite each other's records, so their floor is an append.
+    Way bare = alone ? Way{"writer_seek", "a bare seek and write"} : Way{"writer_append", "a bare append"};
     Way log{"writer_tessmaru", "the log"};
     Way peers[] = {{"writer_log4cplus", "log4cplus"}, {"writer_spdlog", "spdlog"}};
     std::vector<Way*> ways = {&bare, &log};
@@ -97,9 +99,9 @@ void MeasureShape(const Shape& shape, const Plan& plan, const testkit::ScratchFo
     for (const Way* way : ways)
         std::printf("  %s %.0f", way->Name, way->Bytes);
     std::printf("\n");
-    const bool alone = shape.Processes * shape.Threads == 1;
-    PrintRow("a record, to a bare seek and write", CompareWays(log, bare), alone ? Goal{1.25, 0} : Goal{});
-    const Goal goals[] = {{0, 2.8}, {0, 1}};
+    PrintRow(std::string("a record, to ") + bare.Name, CompareWays(log, bare), alone ? Goal{1.08, 0} : Goal{});
+    // spdlog takes no lock between processes.
+    const Goal goals[] = {{0, 2.8}, {0, shape.Processes > 1 ? 0.75 : 1}};
     for (std::size_t i = 0; i < std::size(peers); ++i) {
         if (peers[i].Nanoseconds.empty())
             std::printf("%s is not here\n", peers[i].Name);

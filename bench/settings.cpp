@@ -31,7 +31,7 @@ void MeasureSettings(const Plan& plan, const testkit::ScratchFolder& scratch)
         const std::filesystem::path store = scratch / "registry.reg";
         MakeStore(store, scratch / "App.log", values - 3);
         PrintRow("a number, to a stat; store of " + std::to_string(values) + " values",
-                 InOwnProcess([&] { return CompareRead(plan, store); }), {1.3, 0});
+                 InOwnProcess([&] { return CompareRead(plan, store); }), {1.2, 0});
     }
 }
 

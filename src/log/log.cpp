@@ -78,8 +78,10 @@ LONG CLog::LogDebug(LONG bit, const unsigned short* format, const unsigned short
     return code;
 }
 
-LONG CLog::Log(std::basic_string_view<unsigned short> tag, std::basic_string_view<unsigned short> source,
-               std::basic_string_view<unsigned short> text)
+// Flattened, because the processor mispredicts each return after a system call: 5 ns for each level of calls.
+[[gnu::flatten]] LONG CLog::Log(std::basic_string_view<unsigned short> tag,
+                                std::basic_string_view<unsigned short> source,
+                                std::basic_string_view<unsigned short> text)
 {
     const logging::Call call;
     if (!call.isAdmitted())

@@ -53,15 +53,8 @@ LONG LineAppender::CheckFile(HANDLE& file, const utility::wstring& path, SECURIT
     return 0;
 }
 
-LONG LineAppender::Append(HANDLE file, std::basic_string_view<unsigned short> line)
+LONG LineAppender::FailureCode(platform::AppendResult result)
 {
-    // If the end cannot be repaired the line is written all the same: a record at a wrong place is better than none.
-    if (EndIsUnsure)
-        EndIsUnsure = !EndLastLine(file);
-    const platform::AppendResult result =
-        platform::AppendToFile(file, line.data(), static_cast<DWORD>(line.size() * sizeof line[0]));
-    if (result == platform::AppendResult::whole)
-        return 0;
     const LONG code = LastErrorCode();
     if (result == platform::AppendResult::part)
         DistrustEnd();

@@ -42,9 +42,22 @@ public:
     bool IsAway() const { return FileIsAway; }
 
     /// Appends a whole line. @return 0; any other code: nothing of the line counts as written.
-    LONG Append(HANDLE file, std::basic_string_view<unsigned short> line);
+    ///
+    /// Inline for the same reason as CLog::Log is flattened.
+    LONG Append(HANDLE file, std::basic_string_view<unsigned short> line)
+    {
+        // If the end cannot be repaired the line is written all the same: a record at a wrong place is better than
+        // none.
+        if (EndIsUnsure)
+            EndIsUnsure = !EndLastLine(file);
+        const auto result = platform::AppendToFile(file, line.data(), static_cast<DWORD>(line.size() * sizeof line[0]));
+        return result == platform::AppendResult::whole ? 0 : FailureCode(result);
+    }
 
 private:
+    /// The code of an append that has just failed.
+    LONG FailureCode(platform::AppendResult result);
+
     bool FileIsAway = false;
     bool EndIsUnsure = false;
 };

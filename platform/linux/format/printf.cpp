@@ -211,11 +211,11 @@ std::size_t LeadingZeros(const ConversionSpec& spec, std::string_view digits)
 
 void PutInteger(UnitWriter& out, const ConversionSpec& spec, std::string_view prefix, std::string_view digits)
 {
-    const Numeral numeral{.Prefix = prefix,
-                          .LeadingZeros = LeadingZeros(spec, digits),
-                          .Digits = digits,
-                          .TrailingZeros = 0,
-                          .Suffix = {}};
+    const std::size_t zeros = LeadingZeros(spec, digits);
+    // Most numbers are nothing but their digits. Writing the empty parts too takes twice the instructions.
+    if (spec.Width == 0 && zeros == 0 && prefix.empty())
+        return out.Put(digits);
+    const Numeral numeral{.Prefix = prefix, .LeadingZeros = zeros, .Digits = digits, .TrailingZeros = 0, .Suffix = {}};
     // A precision disables the flag `0` of integers, as C demands.
     PutNumeral(out, spec, numeral, spec.ZeroFilled && spec.Precision < 0);
 }

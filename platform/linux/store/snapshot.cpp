@@ -111,17 +111,25 @@ RegistrySnapshot::KeyPath RegistrySnapshot::PathOf(Key key) const
 std::optional<RegistrySnapshot::Key> RegistrySnapshot::FindKey(const KeyPath& base, TextView path) const
 {
     const std::uint32_t hash = path.empty() ? base.Hash : HashOfChild(base.Hash, path);
-    const auto found = KeyIndex.Find(hash, [&](Key key) {
-        // The two parts of the requested path are compared one by one, because joining them would need memory.
-        const TextView whole = PathOf(key).FullPath;
-        if (path.empty())
-            return EqualsIgnoringCase(whole, base.FullPath);
-        const std::size_t length = base.FullPath.size();
-        return whole.size() == length + 1 + path.size() && whole[length] == PathSeparator &&
-               EqualsIgnoringCase(whole.substr(length + 1), path) &&
-               EqualsIgnoringCase(whole.substr(0, length), base.FullPath);
-    });
+    const auto found = KeyIndex.Find(hash, [&](Key key) { return HasPath(key, base, path); });
     return found && Keys[*found].Exists ? found : std::nullopt;
+}
+
+bool RegistrySnapshot::IsKeyAt(Key key, const KeyPath& base, TextView path) const
+{
+    return key < Keys.size() && Keys[key].Exists && HasPath(key, base, path);
+}
+
+// The two parts of the path are compared one by one, because joining them would need memory.
+bool RegistrySnapshot::HasPath(Key key, const KeyPath& base, TextView path) const
+{
+    const TextView whole = PathOf(key).FullPath;
+    if (path.empty())
+        return EqualsIgnoringCase(whole, base.FullPath);
+    const std::size_t length = base.FullPath.size();
+    return whole.size() == length + 1 + path.size() && whole[length] == PathSeparator &&
+           EqualsIgnoringCase(whole.substr(length + 1), path) &&
+           EqualsIgnoringCase(whole.substr(0, length), base.FullPath);
 }
 
 std::optional<RegistrySnapshot::Value> RegistrySnapshot::FindValue(Key key, TextView name) const

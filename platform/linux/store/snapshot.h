@@ -77,6 +77,8 @@ public:
     /// Finds the key at `path` below `base`, or `base` itself if the path is empty. `base` may come from another
     /// snapshot.
     std::optional<Key> FindKey(const KeyPath& base, TextView path) const;
+    /// Whether `key` exists and FindKey would find it. `key` may be any number.
+    bool IsKeyAt(Key key, const KeyPath& base, TextView path) const;
     /// The full path of a key. It refers to the snapshot's memory.
     KeyPath PathOf(Key key) const;
     /// Finds a value of a key. The default value has the empty name.
@@ -118,6 +120,7 @@ private:
         bool Exists;
     };
 
+    bool HasPath(Key key, const KeyPath& base, TextView path) const;
     std::optional<Key> FindChild(Key parent, std::uint32_t hash, TextView part) const;
     Key AddKeyEntry(Key parent, std::uint32_t hash, std::uint32_t path, std::size_t length);
     std::optional<std::uint32_t> FindValueEntry(std::uint32_t owner, std::uint32_t hash, TextView name) const;

@@ -1,4 +1,4 @@
-// The machine's own limit: a seek to the end and a write of the size of a record. Several writers are not synchronised.
+// The machine's own limit for one writer: a seek to the end and a write of the size of a record.
 #include "writer.h"
 
 #include <fcntl.h>
@@ -7,10 +7,10 @@
 namespace bench {
 namespace {
 
-class FloorWriter : public Writer {
+class SeekWriter : public Writer {
 public:
-    explicit FloorWriter(const std::string& path) : File(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {}
-    ~FloorWriter() override { close(File); }
+    explicit SeekWriter(const std::string& path) : File(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {}
+    ~SeekWriter() override { close(File); }
 
     bool Write(int) override
     {
@@ -26,7 +26,7 @@ private:
 
 std::unique_ptr<Writer> MakeWriter(const std::string& path)
 {
-    return std::make_unique<FloorWriter>(path);
+    return std::make_unique<SeekWriter>(path);
 }
 
 }  // namespace bench
