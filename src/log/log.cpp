@@ -13,11 +13,13 @@
 
 #include <cstdarg>
 
+using logging::appender;
+
 namespace utilities {
 
 namespace {
 
-// Kept by a process with one log besides its handles. LogMutex guards it.
+// What a process with one log keeps besides its handles and the appender. LogMutex guards it.
 constinit logging::TimeStamp stamp;
 
 }  // namespace

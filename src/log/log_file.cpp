@@ -17,6 +17,8 @@ constexpr unsigned char LineEnd[] = {'\r', 0, '\n', 0};
 
 namespace logging {
 
+constinit LineAppender appender;
+
 UniqueHandle OpenFile(const utility::wstring& path, SECURITY_ATTRIBUTES* attributes)
 {
     return UniqueHandle(platform::OpenForAppending(platform::Wide(path.c_str()), attributes));
@@ -37,6 +39,12 @@ bool EndLastLine(HANDLE file)
     const DWORD half = isOdd ? 1 : 0;
     std::copy(std::begin(LineEnd), std::end(LineEnd), missing + half);
     return platform::AppendToFile(file, missing, half + sizeof LineEnd) == platform::AppendResult::whole;
+}
+
+void LineAppender::RepairEnd(HANDLE file)
+{
+    if (EndIsUnsure)
+        EndIsUnsure = !EndLastLine(file);
 }
 
 LONG LineAppender::CheckFile(HANDLE& file, const utility::wstring& path, SECURITY_ATTRIBUTES* attributes)

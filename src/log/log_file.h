@@ -29,6 +29,9 @@ public:
     /// The last writer ended in the middle of something: the end of the file is checked before the next line.
     void DistrustEnd() { EndIsUnsure = true; }
 
+    /// Ends an incomplete last line if the end is to be checked. After a failure the next Append tries again.
+    void RepairEnd(HANDLE file);
+
     /// Checks whether `file` is still the file at `path`. If an administrator has moved or removed that, or the program
     /// has closed its descriptor, the path is opened again; nothing is rolled over. To be called once a second.
     /// @param file replaced by the new handle
@@ -48,8 +51,7 @@ public:
     {
         // If the end cannot be repaired the line is written all the same: a record at a wrong place is better than
         // none.
-        if (EndIsUnsure)
-            EndIsUnsure = !EndLastLine(file);
+        RepairEnd(file);
         const auto result = platform::AppendToFile(file, line.data(), static_cast<DWORD>(line.size() * sizeof line[0]));
         return result == platform::AppendResult::whole ? 0 : FailureCode(result);
     }
@@ -62,7 +64,7 @@ private:
     bool EndIsUnsure = false;
 };
 
-/// The appender of the process's one log, guarded by its mutex.
-inline constinit LineAppender appender;
+/// The appender of the process's log. The mutex of the file guards it.
+extern LineAppender appender;
 
 }  // namespace logging

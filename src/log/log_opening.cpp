@@ -6,7 +6,7 @@
 #include "log/log_file.h"
 #include "log/report.h"
 #include "log/rollover.h"
-#include "primitives/mutex_hold.h"
+#include "log/writer_hold.h"
 #include "primitives/unique_handle.h"
 #include "settings/tag_specification.h"
 #include "system.h"
@@ -85,7 +85,11 @@ LONG CLog::initLogFile()
         return code;
     }
     // A later opener reaches the file only after the first one has rolled it over, opened it and released the mutex.
-    const MutexHold hold = firstOpener != 0 ? MutexHold::OfOwner(LogMutex) : MutexHold(LogMutex, INFINITE);
+    const logging::WriterHold hold(LogMutex, firstOpener != 0);
+    // The last writer of an earlier family may have been killed in the middle of a record. Set before anything can fail,
+    // so that otherwise the next owner of the mutex checks the end.
+    if (firstOpener != 0)
+        logging::appender.DistrustEnd();
     if (firstOpener != 0)
         logging::MoveOldFileAside(LogFileName);
     UniqueHandle file = logging::OpenFile(LogFileName, SecurityDescriptor.getSecurityAttributes());
@@ -94,9 +98,7 @@ LONG CLog::initLogFile()
         logging::ReportFailure(u"the file does not open: "_w, LogFileName, code);
         return code;
     }
-    // The last writer may have been killed in the middle of a record. After a failure the next writer tries again.
-    if ((firstOpener != 0 || hold.isAbandoned()) && !logging::EndLastLine(file.get()))
-        platform::AbandonAtRelease(LogMutex);
+    logging::appender.RepairEnd(file.get());
     LogFile = file.release();
     return 0;
 }

@@ -25,6 +25,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -51,14 +52,17 @@ static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
 constexpr std::size_t MaxNameUnits = (layer::PageBytes - offsetof(Record, Name)) / sizeof(WCHAR);
 
 /// Whether another open file description holds a slot. The caller's own locks never conflict with its query.
-bool HasUsers(int file)
+/// @return nothing with `errno` set if the query fails: the page of living users must be neither reset nor removed
+std::optional<bool> HasUsers(int file)
 {
     struct flock lock {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
     lock.l_start = 1;
     lock.l_len = SlotCount;
-    return fcntl(file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+    if (fcntl(file, F_OFD_GETLK, &lock) != 0)
+        return std::nullopt;
+    return lock.l_type != F_UNLCK;
 }
 
 std::uint64_t Hash(layer::TextView name)
@@ -141,6 +145,14 @@ bool HasPath(int file, const std::string& path)
 {
     struct stat named {};
     return lstat(path.c_str(), &named) == 0 && layer::FileIdentity(named).IsOf(file);
+}
+
+/// Whether a descriptor no longer refers to the file of a page: it was closed, or its number belongs to another file. A
+/// status that cannot be read proves neither. To give the descriptor up then would keep its byte locks for ever.
+bool IsLost(int file, const layer::FileIdentity& identity)
+{
+    struct stat status {};
+    return fstat(file, &status) == 0 ? layer::FileIdentity(status) != identity : errno == EBADF;
 }
 
 /// Whether a page can be this file. A file with a second link may be another program's, and must be neither truncated
@@ -239,7 +251,13 @@ DWORD SharedPage::OpenFile(FileMode mode, Deadline& deadline)
         }
         const int error = errno;
         struct stat status {};
-        if (File && fstat(File.get(), &status) == 0 && IsUsable(status)) {
+        if (File && fstat(File.get(), &status) != 0) {
+            // Not an obstacle, perhaps the page of living users.
+            const int unknown = errno;
+            File = Descriptor();
+            return Refuse(Path, ErrorFromErrno(unknown), std::strerror(unknown));
+        }
+        if (File && IsUsable(status)) {
             RestoreMode(File.get(), status, mode);
             Identity = FileIdentity(status);
             return ERROR_SUCCESS;
@@ -261,7 +279,10 @@ DWORD SharedPage::OpenLocked(TextView name, bool owned, bool& isNew)
 {
     // Without users the file is new, or its users were killed. What those left is dropped: an owner's number in the
     // word would mean nothing.
-    isNew = !HasUsers(File.get());
+    const std::optional<bool> hasUsers = HasUsers(File.get());
+    if (!hasUsers)
+        return ErrorFromErrno(errno);
+    isNew = !*hasUsers;
     if (isNew && ftruncate(File.get(), 0) != 0)
         return ErrorFromErrno(errno);
     HandleFileSizeSignal();
@@ -343,7 +364,7 @@ void SharedPage::ReopenAfterFork()
 
 void SharedPage::Restore()
 {
-    if (Page == nullptr || Identity.IsOf(File.get()))
+    if (Page == nullptr || !IsLost(File.get(), Identity))
         return;
     ForgetLostDescriptor();
     // Without the file, for lack of a free descriptor for example, the page stays mapped and the next call tries again.
@@ -362,7 +383,7 @@ void SharedPage::Restore()
 /// be closed or locked.
 void SharedPage::ForgetLostDescriptor()
 {
-    if (File && !Identity.IsOf(File.get()))
+    if (File && IsLost(File.get(), Identity))
         File.Release();
 }
 
@@ -387,9 +408,10 @@ void SharedPage::Close()
         UnmapGuardedPage(Page);  // first: the mapping keeps the open file description alive
     Page = nullptr;
     ForgetLostDescriptor();
-    if (File && Slot != 0) {
+    // Without a slot too: a failed opening leaves neither a new file nor a lock, even if the page stayed mapped.
+    if (File) {
         // If another process holds byte 0, it is opening the page and will be a user, so the file has to stay.
-        if (SetByteLock(File.get(), OpenByte, ByteLock::exclusive) && !HasUsers(File.get()) &&
+        if (SetByteLock(File.get(), OpenByte, ByteLock::exclusive) && HasUsers(File.get()) == false &&
             HasPath(File.get(), Path))
             unlink(Path.c_str());
         // close(2) alone may not release the locks: a child between `fork` and `exec` shares the open file description.
