@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
 
 namespace testkit {
 namespace {
@@ -43,6 +42,8 @@ bool IsNumber(std::string_view field)
     return field.size() == 8 && field.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
+}  // namespace
+
 std::optional<Record> ReadRecord(std::string_view line)
 {
     std::string_view rest = line;
@@ -59,8 +60,6 @@ std::optional<Record> ReadRecord(std::string_view line)
         return std::nullopt;
     return Record{line, *time, *process, *thread, *level, *source, rest};
 }
-
-}  // namespace
 
 LogFile::LogFile(const std::filesystem::path& path)
     : Content(std::make_unique<const std::string>(DecodeUtf16(ReadFile(path))))

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,6 +23,9 @@ struct Record {
     std::string_view Source;
     std::string_view Text;
 };
+
+/// Reads a line without its line end, in UTF-8. The record refers to the line. @return no record if a field is missing
+std::optional<Record> ReadRecord(std::string_view line);
 
 /// A log file, read once. A record whose text holds line ends counts as torn.
 class LogFile {

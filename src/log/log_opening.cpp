@@ -86,8 +86,8 @@ LONG CLog::initLogFile()
     }
     // A later opener reaches the file only after the first one has rolled it over, opened it and released the mutex.
     const logging::WriterHold hold(LogMutex, firstOpener != 0);
-    // The last writer of an earlier family may have been killed in the middle of a record. Set before anything can fail,
-    // so that otherwise the next owner of the mutex checks the end.
+    // The last writer of an earlier family may have been killed in the middle of a record. Set before anything can
+    // fail, so that otherwise the next owner of the mutex checks the end.
     if (firstOpener != 0)
         logging::appender.DistrustEnd();
     if (firstOpener != 0)

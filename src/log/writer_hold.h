@@ -13,7 +13,8 @@ public:
     /// Waits as long as a record does.
     explicit WriterHold(HANDLE mutex) : Mutex(mutex), Hold(mutex, RecordWaitMilliseconds) { LearnOfEnd(); }
 
-    /// For the opening of the log: takes over the mutex if the calling thread owns it already, else waits without limit.
+    /// For the opening of the log: takes over the mutex if the calling thread owns it already, else waits without
+    /// limit.
     WriterHold(HANDLE mutex, bool isOwned)
         : Mutex(mutex), Hold(isOwned ? MutexHold::OfOwner(mutex) : MutexHold(mutex, INFINITE))
     {

@@ -8,15 +8,18 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <functional>
-
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <functional>
+#include <thread>
+#include <vector>
 
 using platform::AppendResult;
 using platform::FileState;
@@ -158,6 +161,26 @@ TEST_F(AppendFileOnLinux, AMovedOrRemovedFileIsNoticed)
     CloseHandle(file);
 }
 
+TEST_F(AppendFileOnLinux, AnOpenFileIsNotMovedByAUserWithAnotherMutex)
+{
+    std::atomic<int> moved{0};
+    std::vector<std::thread> users;
+    for (int i = 0; i < 4; ++i) {
+        users.emplace_back([&] {
+            for (int round = 0; round < 500; ++round) {
+                platform::MoveFileAside(Path("file").c_str(), Path("old").c_str());
+                const HANDLE file = Open();
+                Append(file, "content");
+                moved += State(file) != FileState::current;
+                CloseHandle(file);
+            }
+        });
+    }
+    for (std::thread& user : users)
+        user.join();
+    EXPECT_EQ(moved, 0);
+}
+
 TEST_F(AppendFileOnLinux, ADescriptorOfTheProgramIsNotTakenForTheLog)
 {
     Child program([&] {
@@ -169,11 +192,10 @@ TEST_F(AppendFileOnLinux, ADescriptorOfTheProgramIsNotTakenForTheLog)
                 return 1;
         }
         // A program that closes all descriptors and then opens its own files gets the number of the log.
-        for (int descriptor = 0; descriptor < 64; ++descriptor)
-            close(descriptor);
-        std::vector<int> own;
+        close_range(0, ~0U, 0);
+        std::vector<int> own = {open(Name("own").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)};
         for (int i = 0; i < 64; ++i)
-            own.push_back(open(Name("own").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+            own.push_back(fcntl(own[0], F_DUPFD_CLOEXEC, 512));
         if (State(file) != FileState::lost)
             return 2;
         CloseHandle(file);

@@ -77,10 +77,10 @@ TEST(LogFileOnLinux, AProgramThatClosesAllDescriptorsKeepsItsLogAndItsFiles)
     const std::string own = machine.Folder / "own";
     Child program([&] {
         CLog* const log = CLog::GetInstance();
-        for (int descriptor = 3; descriptor < 64; ++descriptor)
-            close(descriptor);
+        close_range(3, ~0U, 0);
+        const int file = open(own.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
         for (int i = 0; i < 64; ++i)
-            static_cast<void>(open(own.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+            static_cast<void>(fcntl(file, F_DUPFD_CLOEXEC, 512));
         WaitForTheNextSecond();
         const LONG code = log->LogInfo(u"still here"_w, u"Test"_w);
         // Another thread and another process get the mutex afterwards.
@@ -90,6 +90,33 @@ TEST(LogFileOnLinux, AProgramThatClosesAllDescriptorsKeepsItsLogAndItsFiles)
     });
     EXPECT_EQ(program.Wait(), 0);
     EXPECT_EQ(Texts(machine.Log), Strings({"----------", "Log opened", "still here", "a thread"}));
+    EXPECT_EQ(testkit::ReadFile(own), "");
+}
+
+TEST(LogFileOnLinux, ADaemonThatClosesAllDescriptorsLosesNoAcknowledgedRecord)
+{
+    const LogMachine machine;
+    const std::string own = machine.Folder / "own";
+    Child program([&] {
+        CLog* const log = CLog::GetInstance();
+        close_range(0, ~0U, 0);
+        static_cast<void>(open(own.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+        // In the same second the call may fail, but its record does not go to another file.
+        const LONG atOnce = log->LogInfo(u"at once"_w, u"Test"_w);
+        WaitForTheNextSecond();
+        // The log is opened again under the number that it had before. It has to stay open.
+        for (const unsigned short* const text : {u"first"_w, u"second"_w}) {
+            if (log->LogInfo(text, u"Test"_w) != 0)
+                return 2;
+        }
+        return atOnce == 0 ? 1 : 0;
+    });
+    const int wasWrittenAtOnce = program.Wait();
+    Strings expected = {"----------", "Log opened", "first", "second"};
+    if (wasWrittenAtOnce == 1)
+        expected.insert(expected.begin() + 2, "at once");
+    EXPECT_NE(wasWrittenAtOnce, 2) << "the log was not opened again";
+    EXPECT_EQ(Texts(machine.Log), expected);
     EXPECT_EQ(testkit::ReadFile(own), "");
 }
 

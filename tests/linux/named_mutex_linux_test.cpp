@@ -137,7 +137,8 @@ TEST_F(NamedMutexOnLinux, ForkWithoutFreeDescriptors)
 {
     const HANDLE mutex = Create();
     Child child([&] {
-        const rlimit few{static_cast<rlim_t>(dup(0) + 8), static_cast<rlim_t>(dup(0) + 8)};
+        // More than the number of the mutex's own descriptor.
+        const rlimit few{600, 600};
         setrlimit(RLIMIT_NOFILE, &few);
         while (dup(0) >= 0) {
         }
@@ -364,8 +365,7 @@ TEST_F(NamedMutexOnLinux, AProcessThatClosesAllDescriptorsStillTakesOverFromADea
     const Gate restored(Machine.Folder / "restored");
     const Gate died(Machine.Folder / "died");
     Child survivor([&] {
-        for (int descriptor = 3; descriptor < 64; ++descriptor)
-            close(descriptor);
+        close_range(3, ~0U, 0);
         if (WaitForSingleObject(mutex, INFINITE) != WAIT_OBJECT_0)
             return 1;
         platform::RestoreMutex(mutex);
@@ -387,7 +387,7 @@ TEST_F(NamedMutexOnLinux, NoDescriptorSurvivesExec)
     struct stat file {};
     ASSERT_EQ(stat(File().c_str(), &file), 0);
     int found = 0;
-    for (int descriptor = 3; descriptor < 64; ++descriptor) {
+    for (int descriptor = 3; descriptor < 1024; ++descriptor) {
         struct stat opened {};
         if (fstat(descriptor, &opened) != 0 || opened.st_ino != file.st_ino || opened.st_dev != file.st_dev)
             continue;

@@ -19,10 +19,14 @@ Descriptor::~Descriptor()
 
 Descriptor OpenHigh(const char* path, int flags, mode_t mode)
 {
+    constexpr int farFromOthers = 512;
     constexpr int firstFree = STDERR_FILENO + 1;
     Descriptor opened(open(path, flags | O_CLOEXEC, mode));
-    if (!opened || opened.get() >= firstFree)
+    if (!opened)
         return opened;
+    Descriptor high(fcntl(opened.get(), F_DUPFD_CLOEXEC, farFromOthers));
+    if (high || opened.get() >= firstFree)
+        return high ? std::move(high) : std::move(opened);
     return Descriptor(fcntl(opened.get(), F_DUPFD_CLOEXEC, firstFree));
 }
 
@@ -32,6 +36,12 @@ bool FileIdentity::IsOf(int file) const
 {
     struct stat status {};
     return fstat(file, &status) == 0 && FileIdentity(status) == *this;
+}
+
+bool IsLost(int file, const FileIdentity& identity)
+{
+    struct stat status {};
+    return fstat(file, &status) == 0 ? FileIdentity(status) != identity : errno == EBADF;
 }
 
 }  // namespace layer

@@ -36,9 +36,10 @@ private:
     int File = -1;
 };
 
-/// Opens a file, with a descriptor of at least 3 and O_CLOEXEC. A process whose standard streams are closed would
-/// otherwise write its messages into the file that gets their numbers. @return no descriptor with `errno` set on
-/// failure
+/// Opens a file with O_CLOEXEC and a descriptor of at least 512, or of at least 3 if the process may not have so many.
+/// A program that closes all descriptors and opens files of its own gets the lowest numbers: its files must not get the
+/// number of a log that is still written, and its messages must not go into a log that has the number of a standard
+/// stream. @return no descriptor with `errno` set on failure
 Descriptor OpenHigh(const char* path, int flags, mode_t mode = 0);
 
 /// Which file a descriptor refers to. A program may close all descriptors, ours among them; the number can then belong
@@ -54,5 +55,9 @@ struct FileIdentity {
     /// Whether `file` still refers to this file.
     bool IsOf(int file) const;
 };
+
+/// Whether a descriptor no longer refers to the file that it was opened for: it was closed, or its number belongs to
+/// another file. A status that cannot be read proves neither. To give the descriptor up then would keep its locks.
+bool IsLost(int file, const FileIdentity& identity);
 
 }  // namespace layer

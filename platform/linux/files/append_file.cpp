@@ -23,6 +23,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <ctime>
 #include <new>
 #include <string>
 #include <utility>
@@ -53,11 +54,16 @@ public:
     }
     OpenFile(const OpenFile&) = delete;
     OpenFile& operator=(const OpenFile&) = delete;
-    ~OpenFile() override
+    ~OpenFile() override { ForgetLostDescriptor(); }
+
+    /// A program may close all descriptors. The number of this one can then belong to a file of the program, or to the
+    /// same log that was opened again, and must not be closed. @return whether the descriptor is lost
+    bool ForgetLostDescriptor()
     {
-        // A descriptor that now belongs to the program must not be closed.
-        if (!Identity.IsOf(File.get()))
-            File.Release();
+        if (!layer::IsLost(File.get(), Identity))
+            return false;
+        File.Release();
+        return true;
     }
 
     int descriptor() const { return File.get(); }
@@ -161,6 +167,23 @@ bool LockShared(int file)
     return layer::WaitForByteLock(file, OpenByte, ByteLock::shared, deadline) || errno != ETIMEDOUT;
 }
 
+/// Opens the file at `path` and marks it as open. A process with another mutex for the same file may move the file away
+/// before it is marked; then the path is opened again.
+DWORD OpenAndLock(const std::string& path, layer::FileMode mode, Descriptor& file, struct stat& status)
+{
+    constexpr int attempts = 10;
+    for (int i = 0; i < attempts; ++i) {
+        if (const DWORD error = OpenOrCreate(path, mode, file, status); error != ERROR_SUCCESS)
+            return error;
+        if (!LockShared(file.get()))
+            return Refuse(path, ERROR_TIMEOUT, 0);
+        struct stat named {};
+        if (lstat(path.c_str(), &named) == 0 && FileIdentity(named) == FileIdentity(status))
+            break;
+    }
+    return ERROR_SUCCESS;
+}
+
 /// Takes back the first `done` bytes of a write that failed, which start at `start`. They stay if another process could
 /// append after them, because it has the file open or shares the lock of this process.
 /// @return whether they are gone
@@ -218,12 +241,13 @@ DWORD PrepareMove(const std::string& path, Descriptor& file)
     file = layer::OpenHigh(path.c_str(), CommonFlags | O_APPEND);
     if (!file)
         return layer::ErrorFromErrno(errno);
-    if (!FileIdentity(status).IsOf(file.get()))
-        return ERROR_SHARING_VIOLATION;
     // On a file system without locks the mutex of the log is the only protection.
-    return !layer::SetByteLock(file.get(), OpenByte, ByteLock::exclusive) && layer::IsLockConflict(errno)
-               ? ERROR_SHARING_VIOLATION
-               : ERROR_SUCCESS;
+    if (!layer::SetByteLock(file.get(), OpenByte, ByteLock::exclusive) && layer::IsLockConflict(errno))
+        return ERROR_SHARING_VIOLATION;
+    // Compared under the lock: before, a process with another mutex for the same file may have moved it and opened a
+    // new one, which this process must not move.
+    const bool isAtPath = lstat(path.c_str(), &status) == 0 && FileIdentity(status).IsOf(file.get());
+    return isAtPath ? ERROR_SUCCESS : ERROR_SHARING_VIOLATION;
 }
 
 }  // namespace
@@ -237,10 +261,8 @@ HANDLE OpenForAppending(LPCWSTR path, SECURITY_ATTRIBUTES* attributes)
         return Fail(error, HANDLE{nullptr});
     Descriptor file;
     struct stat status {};
-    if (const DWORD error = OpenOrCreate(translated, layer::ModeOf(attributes), file, status); error != ERROR_SUCCESS)
+    if (const DWORD error = OpenAndLock(translated, layer::ModeOf(attributes), file, status); error != ERROR_SUCCESS)
         return Fail(error, HANDLE{nullptr});
-    if (!LockShared(file.get()))
-        return Fail(Refuse(translated, ERROR_TIMEOUT, 0), HANDLE{nullptr});
     layer::HandleFileSizeSignal();
     if (!layer::WatchForks())
         return Fail(ERROR_OUTOFMEMORY, HANDLE{nullptr});
@@ -275,8 +297,9 @@ bool ReadEndOfFile(HANDLE handle, void* buffer, DWORD bytes, ULONGLONG* size)
 
 FileState StateOfFile(HANDLE handle, LPCWSTR path)
 {
-    const OpenFile* const file = FindFile(handle);
-    if (file == nullptr || !file->identity().IsOf(file->descriptor()))
+    OpenFile* const file = FindFile(handle);
+    // Forgotten now: when the path is opened again, the new descriptor can get the same number.
+    if (file == nullptr || file->ForgetLostDescriptor())
         return FileState::lost;
     std::string translated;
     struct stat status {};

@@ -147,14 +147,6 @@ bool HasPath(int file, const std::string& path)
     return lstat(path.c_str(), &named) == 0 && layer::FileIdentity(named).IsOf(file);
 }
 
-/// Whether a descriptor no longer refers to the file of a page: it was closed, or its number belongs to another file. A
-/// status that cannot be read proves neither. To give the descriptor up then would keep its byte locks for ever.
-bool IsLost(int file, const layer::FileIdentity& identity)
-{
-    struct stat status {};
-    return fstat(file, &status) == 0 ? layer::FileIdentity(status) != identity : errno == EBADF;
-}
-
 /// Whether a page can be this file. A file with a second link may be another program's, and must be neither truncated
 /// nor opened to more accounts.
 bool IsUsable(const struct stat& status)
