@@ -1,5 +1,5 @@
-// Fuzzes message templates: any template with inserts that are valid for every conversion, each the address of a
-// terminated text.
+// Fuzzes message templates: any template and line width, with inserts that are valid for every conversion, each the
+// address of a terminated text.
 #include "system.h"
 #include "testkit/exact_copy.h"
 #include "testkit/require.h"
@@ -7,12 +7,13 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <vector>
 
 namespace {
 
 constexpr DWORD MaxRoom = 200;
 constexpr WCHAR Guard = 0xBEEF;
-constexpr std::size_t Inserts = 99 + 2;  // the highest number, and two stars in its conversion
+constexpr std::size_t MaxInsert = 99;  // the highest number; each star may take one more insert
 
 const WCHAR text[] = {'i', 'n', 0x00E4, '%', '1', 0, 0};
 
@@ -23,16 +24,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size < 2)
         return 0;
     const DWORD room = data[0] % MaxRoom;
+    const DWORD width = (data[1] & 2) != 0 ? 0xFFU : data[1] >> 3U;
     const DWORD flags = FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY |
-                        ((data[1] & 1) != 0 ? FORMAT_MESSAGE_IGNORE_INSERTS : 0) | ((data[1] & 2) != 0 ? 0xFFU : 0U);
+                        ((data[1] & 1) != 0 ? FORMAT_MESSAGE_IGNORE_INSERTS : 0) | width;
     const bool given = (data[1] & 4) == 0;
     data += 2;
     size -= 2;
 
     const testkit::ExactCopy<WCHAR> source(size + 1);  // with a terminator
     std::copy_n(data, size, source.data());
-    std::array<DWORD_PTR, Inserts> values;
-    values.fill(reinterpret_cast<DWORD_PTR>(text));
+    const auto stars = static_cast<std::size_t>(std::count(data, data + size, '*'));
+    std::vector<DWORD_PTR> values(MaxInsert + stars, reinterpret_cast<DWORD_PTR>(text));
     std::array<WCHAR, MaxRoom + 4> buffer;
     buffer.fill(Guard);
 

@@ -50,7 +50,7 @@ constexpr DWORD REG_BINARY = 3;
 constexpr DWORD REG_DWORD = 4;
 
 /// Opens the key at `path` below `key`, an open key or a predefined one. Options and access are ignored. The caller
-/// must close `*opened` with RegCloseKey. An empty or null path opens `key` again.
+/// must close `*opened` with RegCloseKey; it is null after a failure. An empty or null path opens `key` again.
 /// @return 0, ERROR_FILE_NOT_FOUND (no such key, or no store), ERROR_KEY_DELETED (`key` was removed since it was
 ///         opened), ERROR_INVALID_HANDLE, ERROR_BAD_PATHNAME (a leading backslash), ERROR_INVALID_PARAMETER, or why the
 ///         store cannot be read: ERROR_ACCESS_DENIED, ERROR_NOT_SUPPORTED (larger than 32 MiB), another system error.
@@ -59,8 +59,8 @@ constexpr DWORD REG_DWORD = 4;
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD options, DWORD access, HKEY* opened);
 
 /// Reads a value; a null or empty name means the unnamed one. `type` and `data` may be null. `bytes` holds the size of
-/// `data` and receives the size of the value, also where the value does not fit. Data are not terminated if the value
-/// is not.
+/// `data` and receives the size of the value, also where the value does not fit; without `data` that of a missing value
+/// is 0. Data are not terminated if the value is not.
 /// @return 0, ERROR_FILE_NOT_FOUND (no such value, or no store), ERROR_KEY_DELETED (the key was removed since it was
 ///         opened), ERROR_MORE_DATA (`data` is unchanged), ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER (a reserved
 ///         pointer, or `data` without `bytes`), or why the store cannot be read, as for RegOpenKeyExW
@@ -310,10 +310,13 @@ constexpr DWORD FORMAT_MESSAGE_ARGUMENT_ARRAY = 0x2000;
 /// Formats a message: the text `source` (FROM_STRING), the text of number `message` in a module's message table
 /// (FROM_HMODULE; null: the program), or the system's sentence for it (FROM_SYSTEM), with inserts from the list or the
 /// array `arguments`. With ALLOCATE_BUFFER `buffer` is a pointer to a pointer, which receives memory that the caller
-/// must release with LocalFree. The low byte of the flags is a line width, of which 0 and 255 (no line ends) count.
+/// must release with LocalFree. The low byte of the flags is the width of a line: 0 keeps the line ends of the message,
+/// 255 makes them blanks, and any other number wraps lines at it; `%n` always ends a line.
 /// @return the units written without the terminator, or 0 with ERROR_INSUFFICIENT_BUFFER (`buffer` is unchanged),
+///         ERROR_MORE_DATA (more than 65,536 units to allocate or to wrap), ERROR_OUTOFMEMORY,
 ///         ERROR_MR_MID_NOT_FOUND, ERROR_RESOURCE_LANG_NOT_FOUND, ERROR_RESOURCE_TYPE_NOT_FOUND,
-///         ERROR_RESOURCE_DATA_NOT_FOUND, ERROR_INVALID_PARAMETER (also for inserts that were not given)
+///         ERROR_RESOURCE_DATA_NOT_FOUND, ERROR_INVALID_PARAMETER (also for inserts that were not given, and for a
+///         message that ends in a lone percent sign)
 DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD message, DWORD language, LPWSTR buffer, DWORD size,
                      va_list* arguments);
 constexpr DWORD LANG_USER_DEFAULT = 0x400;
@@ -368,8 +371,8 @@ BOOL Module32NextW(HANDLE snapshot, MODULEENTRY32W* entry);
 // --- Version blocks of files: PE files, and ELF files with compiled resources in the section `.rsrc` ---
 
 /// The size of a file's version block, at most 65,535 bytes. `handle` may be null; it receives 0.
-/// @return 0 with ERROR_RESOURCE_DATA_NOT_FOUND or ERROR_RESOURCE_TYPE_NOT_FOUND (no block), ERROR_BAD_EXE_FORMAT (no
-///         module), ERROR_FILE_NOT_FOUND, another system error
+/// @return 0 with ERROR_RESOURCE_DATA_NOT_FOUND (no module, or none with resources), ERROR_RESOURCE_TYPE_NOT_FOUND (no
+///         block), ERROR_FILE_NOT_FOUND, another system error
 DWORD GetFileVersionInfoSizeW(LPCWSTR path, DWORD* handle);
 
 /// Copies a file's version block, cut to `size` bytes, and makes it safe for VerQueryValueW. The handle is ignored.

@@ -74,10 +74,12 @@ TEST(ModuleMessages, OfTheProgram)
     EXPECT_EQ(LookUp(FromModule, 0x80051003).Text, "Plain") << "null is the program";
     EXPECT_EQ(LookUp(FromModule, 0x80052001, program).Text, "narrow\r\n");
     unsigned short text[64];
-    EXPECT_EQ(FormatMessageW(FromModule, program, 0x80051001, 0, platform::Wide(text), 64, nullptr), 0U)
-        << "its insert is missing";
+    // The insert of the first one is missing, and the second one ends in a percent sign. Only the result is checked,
+    // because the code and the buffer differ.
+    for (const DWORD code : {0x80051001U, 0x80052002U})
+        EXPECT_EQ(FormatMessageW(FromModule, program, code, 0, platform::Wide(text), 64, nullptr), 0U) << code;
     EXPECT_EQ(LookUp(FromModule | FORMAT_MESSAGE_IGNORE_INSERTS, 0x80051001, program).Text, "Site %1 is lost\r\n");
-    for (const DWORD code : {0x80050FFFU, 0x80051004U, 0x80052002U, 5U})
+    for (const DWORD code : {0x80050FFFU, 0x80051004U, 0x80052003U, 5U})
         EXPECT_EQ(LookUp(FromModule, code, program).Error, ERROR_MR_MID_NOT_FOUND) << code;
 }
 

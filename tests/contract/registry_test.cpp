@@ -113,6 +113,8 @@ TEST_F(Registry, QueryRefusesMissingValuesAndBadArguments)
     EXPECT_EQ(Query(key, u"absent"_w, nullptr, data, &bytes), LSTATUS{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(Query(key, u"text\\"_w, nullptr, data, &bytes), LSTATUS{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(data[0], 9) << "a failed read leaves the buffer alone";
+    EXPECT_EQ(Query(key, u"absent"_w, nullptr, nullptr, &bytes), LSTATUS{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(bytes, 0U) << "a missing value has no size";
     EXPECT_EQ(Query(key, u"text"_w, nullptr, data, nullptr), LSTATUS{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(RegQueryValueExW(key, Wide(u"text"_w), &bytes, nullptr, nullptr, &bytes),
               LSTATUS{ERROR_INVALID_PARAMETER});
@@ -135,6 +137,8 @@ TEST_F(Registry, PathsLeadToKeys)
         {u"Suite\\\\Log"_w, ERROR_SUCCESS},
         {u"suite\\\u00c4\u00f6\u4e2d"_w, ERROR_SUCCESS},
         {u"\\Suite"_w, DWORD{ERROR_BAD_PATHNAME}},
+        {u"\\None"_w, DWORD{ERROR_BAD_PATHNAME}},
+        {u"\\"_w, DWORD{ERROR_BAD_PATHNAME}},
         {u"Log"_w, ERROR_FILE_NOT_FOUND},
         {u"Suit"_w, ERROR_FILE_NOT_FOUND},
         {u"Suite\\Log\\More"_w, ERROR_FILE_NOT_FOUND},
@@ -144,7 +148,7 @@ TEST_F(Registry, PathsLeadToKeys)
         {u"Suite "_w, ERROR_FILE_NOT_FOUND},
     };
     for (const auto& row : rows) {
-        HKEY key = nullptr;
+        HKEY key = HKEY_LOCAL_MACHINE;  // a failure replaces it by null
         const LSTATUS result = Open(row.Path, HKEY_LOCAL_MACHINE, key);
         EXPECT_EQ(static_cast<DWORD>(result), row.Result) << testkit::Narrow(row.Path);
         EXPECT_EQ(key != nullptr, row.Result == 0) << testkit::Narrow(row.Path);
@@ -193,6 +197,7 @@ TEST_F(Registry, ClosedKeyIsRefused)
     const HKEY closed = OpenLog();
     EXPECT_EQ(RegCloseKey(closed), 0);
     EXPECT_EQ(RegCloseKey(closed), LSTATUS{ERROR_INVALID_HANDLE}) << "a key closes once";
+    key = HKEY_LOCAL_MACHINE;
     EXPECT_EQ(Open(u"Log"_w, closed, key), LSTATUS{ERROR_INVALID_HANDLE});
     EXPECT_EQ(key, nullptr);
 }

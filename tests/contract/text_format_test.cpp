@@ -90,6 +90,8 @@ TEST(TextFormat, SizePrefixesTakeWholeArguments)
     EXPECT_EQ(zeros + "ABC 7", Print("%p %d", reinterpret_cast<void*>(0xABC), 7));
     EXPECT_EQ("  " + zeros + "ABC|",
               Print("%*p|", static_cast<int>(2 * sizeof(void*) + 2), reinterpret_cast<void*>(0xABC)));
+    EXPECT_EQ("  0X" + zeros + "ABC|" + zeros + "000",
+              Print("%#0*p|%#p", static_cast<int>(2 * sizeof(void*) + 4), reinterpret_cast<void*>(0xABC), nullptr));
 }
 
 TEST(TextFormat, FloatingPoint)
@@ -126,11 +128,16 @@ TEST(TextFormat, FloatingPoint)
         {1.0, "%#g|%.20f", "1.00000|1.00000000000000000000"},
         {999.6, "%.3g", "1e+003"},
         {12.0, "%.0g", "1e+001"},
-        {0.1, "%.17g|%.25f", "0.10000000000000001|0.1000000000000000055511151"},
+        {0.1, "%.17g", "0.10000000000000001"},
         {infinity, "%f|%g|%10.4f|%.0f", "1.#INF00|1.#INF|    1.#INF|1"},
         {-infinity, "%e", "-1.#INF00e+000"},
         {quiet, "%f", "1.#QNAN0"},
         {-quiet, "%f", "-1.#IND00"},
+        // What does not fit into the precision is rounded; each letter rounds up.
+        {infinity, "%.1f|%.2f|%.3f|%.4f", "1.$|1.#J|1.#IO|1.#INF"},
+        {-infinity, "%8.2f|%.2e|%.2g|%.1g", "   -1.#J|-1.#Je+000|-1.$|-1"},
+        {quiet, "%.2f|%.3f|%.4f|%.3g", "1.#R|1.#QO|1.#QNB|1.#R"},
+        {-quiet, "%.2f|%.3f|%.4f", "-1.#J|-1.#IO|-1.#IND"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(row.Expected, Print(row.Format, row.Value, row.Value, row.Value, row.Value)) << row.Value;
@@ -164,6 +171,9 @@ TEST(TextFormat, StarsAndTheirSigns)
 {
     EXPECT_EQ("   42", Print("%*d", 5, 42));
     EXPECT_EQ("42   |", Print("%*d|", -5, 42));
+    // Digits after a star continue its number.
+    EXPECT_EQ(std::string(29, ' ') + "42|", Print("%*1d|", 3, 42));
+    EXPECT_EQ("42" + std::string(28, ' ') + "|", Print("%-*0d|", 3, 42));
     EXPECT_EQ("0042", Print("%.*d", 4, 42));
     EXPECT_EQ("42", Print("%.*d", -4, 42));
     EXPECT_EQ("   wi|", Print("%*.*s|", 5, 2, Wide("wide").c_str()));

@@ -108,13 +108,20 @@ TEST(VersionBlocks, AreMissingInOtherFiles)
     testkit::WriteFile(folder / "text.dll", "no module at all");
     testkit::WriteFile(folder / "empty.dll", "");
     char block[64];
-    for (const std::string& path : {(folder / "text.dll").string(), (folder / "empty.dll").string(),
-                                    (folder / "missing.dll").string(), folder.path().string()}) {
-        const utility::wstring wide = testkit::Wide(path);
+    const struct {
+        std::string Path;
+        DWORD Error;
+    } files[] = {{(folder / "text.dll").string(), ERROR_RESOURCE_DATA_NOT_FOUND},
+                 {(folder / "empty.dll").string(), ERROR_RESOURCE_DATA_NOT_FOUND},
+                 {(folder / "missing.dll").string(), ERROR_FILE_NOT_FOUND},
+                 {folder.path().string(), ERROR_ACCESS_DENIED}};
+    for (const auto& file : files) {
+        const utility::wstring wide = testkit::Wide(file.Path);
         SetLastError(0);
-        EXPECT_EQ(GetFileVersionInfoSizeW(platform::Wide(wide.c_str()), nullptr), 0U) << path;
-        EXPECT_NE(GetLastError(), 0U) << path;
-        EXPECT_FALSE(GetFileVersionInfoW(platform::Wide(wide.c_str()), 0, sizeof block, block)) << path;
+        EXPECT_EQ(GetFileVersionInfoSizeW(platform::Wide(wide.c_str()), nullptr), 0U) << file.Path;
+        EXPECT_EQ(GetLastError(), file.Error) << file.Path;
+        EXPECT_FALSE(GetFileVersionInfoW(platform::Wide(wide.c_str()), 0, sizeof block, block)) << file.Path;
+        EXPECT_EQ(GetLastError(), file.Error) << file.Path;
     }
 }
 

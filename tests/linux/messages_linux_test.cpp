@@ -5,6 +5,7 @@ namespace {
 
 using contract::Expanded;
 using contract::FromArray;
+using testkit::Wide;
 
 /// On Linux a failure leaves the buffer alone.
 Expanded Expand(DWORD flags, const std::string& text, DWORD size, va_list* arguments)
@@ -22,10 +23,68 @@ TEST(MessagesOnLinux, LimitsOfTemplates)
     EXPECT_EQ((Expanded{"", ERROR_INSUFFICIENT_BUFFER}), Expand(FORMAT_MESSAGE_FROM_STRING, "abc", 3, nullptr));
     EXPECT_EQ((Expanded{"", ERROR_INSUFFICIENT_BUFFER}), Expand(FORMAT_MESSAGE_FROM_STRING, "abc", 0, nullptr));
     EXPECT_EQ((Expanded{""}), Expand(FORMAT_MESSAGE_FROM_STRING, "", 64, nullptr));
-    EXPECT_EQ((Expanded{"end"}), Expand(FORMAT_MESSAGE_FROM_STRING, "end%", 64, nullptr));
     EXPECT_EQ((Expanded{"%1 %"}),
               Expand(FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_IGNORE_INSERTS, "%1 %%", 64, nullptr));
     EXPECT_EQ((Expanded{"", ERROR_INSUFFICIENT_BUFFER}), ExpandArray("%1!2147483647d!", {1}));
+    EXPECT_EQ((Expanded{"", ERROR_MORE_DATA}),
+              Expand(FORMAT_MESSAGE_FROM_STRING | 40, std::string(65'537, 'a'), 9, nullptr));
+}
+
+TEST(MessagesOnLinux, LinesAreWrapped)
+{
+    const utility::wstring words = Wide("one two\nthree four");
+    const struct {
+        DWORD Width;
+        const char* Template;
+        const char* Expected;
+    } rows[] = {
+        {9, "1234 6789", "1234 6789"},
+        {8, "1234 6789", "1234\r\n6789"},
+        {1, "a b", "a\r\nb"},
+        {4, "longer than it", "longer\r\nthan\r\nit"},
+        {4, "     longer", "longer"},
+        {8, "1 \t 3   89%n   8 0", "1 \t 3\r\n89\r\n   8 0"},
+        {4, "1234   ", "1234"},
+        {5, "123    %nab\r\n", "123  \r\nab "},
+        {8, "a %1 b", "a one\r\ntwo\nthree\r\nfour b"},
+        {254, "%1%n", "one two\nthree four\r\n"},
+        {4, "", ""},
+        {4, "a%", nullptr},
+        {4, "a%1!*", nullptr},
+    };
+    for (const auto& row : rows) {
+        DWORD_PTR values[] = {reinterpret_cast<DWORD_PTR>(words.c_str())};
+        const Expanded expected =
+            row.Expected != nullptr ? Expanded{row.Expected} : Expanded{"", ERROR_INVALID_PARAMETER};
+        EXPECT_EQ(expected, Expand(FromArray | row.Width, row.Template, 64, reinterpret_cast<va_list*>(values)))
+            << row.Width << row.Template;
+    }
+    for (const DWORD size : {10U, 11U})
+        EXPECT_EQ(size == 11 ? Expanded{"1234\r\n6789"} : (Expanded{"", ERROR_INSUFFICIENT_BUFFER}),
+                  Expand(FORMAT_MESSAGE_FROM_STRING | 8, "1234 6789", size, nullptr));
+}
+
+TEST(MessagesOnLinux, AllocatedTextsHaveALimit)
+{
+    const auto units = [](const char* text, DWORD size) {
+        LPWSTR allocated = nullptr;
+        DWORD_PTR values[] = {65'536, 7};
+        SetLastError(ERROR_SUCCESS);
+        const DWORD count =
+            FormatMessageW(FromArray | FORMAT_MESSAGE_ALLOCATE_BUFFER, Wide(text).c_str(), 0, 0,
+                           reinterpret_cast<LPWSTR>(&allocated), size, reinterpret_cast<va_list*>(values));
+        EXPECT_EQ(allocated != nullptr, count != 0);
+        LocalFree(allocated);
+        return count;
+    };
+    EXPECT_EQ(units("%1!*d!", 0), 65'536U);
+    EXPECT_EQ(units("%1!*d!%n", 0), 0U);
+    EXPECT_EQ(GetLastError(), ERROR_MORE_DATA);
+    // On 32 bits this many units have more bytes than a size can count.
+    if (sizeof(void*) == 4) {
+        EXPECT_EQ(units("a", 0x80000001), 0U);
+        EXPECT_EQ(GetLastError(), ERROR_OUTOFMEMORY);
+    }
 }
 
 TEST(MessagesOnLinux, CallersArgumentListIsNotAdvanced)

@@ -124,7 +124,6 @@ TEST(RegistryFile, ValidLines)
         {"; \"v\"=\"comment\"\r\n\r\n  ; more", "none", ""},
         {"[HKEY_LOCAL_MACHINE\\Suite] ; [other]\r\n[hkey_local_machine\\SUITE\\log\\]\r\n\"v\"=\"x\"", "1:x", ""},
         {"\"v\"=\"old\"\r\n[-HKEY_LOCAL_MACHINE\\suite]", "no key", ""},
-        {"\"v\"=\"old\"\r\n[-HKEY_LOCAL_MACHINE]", "no key", ""},
         {"\"v\"=\"old\"\r\n[-HKEY_LOCAL_MACHINE\\Sui]", "1:old", ""},
         {"\"v\"=\"old\"\r\n[-HKEY_LOCAL_MACHINE\\Suite]\r\n[HKEY_LOCAL_MACHINE\\Suite]", "no key", ""},
         {"\"v\"=\"old\"\r\n[-HKEY_LOCAL_MACHINE\\Suite]\r\n" + Key, "none", ""},
@@ -153,6 +152,7 @@ TEST(RegistryFile, MalformedLinesAreDropped)
         {valid + "\"v\"=hex(:01", "1:valid", "5"},
         {valid + "\"v\"=hex(123456789):01", "1:valid", "5"},
         {valid + "\"v\"=octal:01", "1:valid", "5"},
+        {valid + "[-HKEY_LOCAL_MACHINE]\r\n[-HKEY_LOCAL_MACHINE\\]", "1:valid", "5 6"},
         {valid + "nonsense\r\n=\r\n]", "1:valid", "5 6 7"},
         // The list ends early. The line that should continue it counts as a separate line.
         {"\"u\"=hex:01,\\\r\n\"v\"=\"next\"", "1:next", "4"},

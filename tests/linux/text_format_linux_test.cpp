@@ -69,6 +69,8 @@ TEST(TextFormatOnLinux, HugeWidthsAndPrecisionsTakeNoTime)
         ASSERT_EQ(blanks, Counted(10, "%2147483647d", 5));
         ASSERT_EQ(blanks, Counted(10, "%99999999999999999999s", Wide("a").c_str()));
         ASSERT_EQ("5         ", Counted(10, "%*d", INT_MIN, 5));
+        ASSERT_EQ(blanks, Counted(10, "%*99999999d", INT_MAX, 5));
+        ASSERT_EQ("5         ", Counted(10, "%*1d", INT_MIN, 5));
         ASSERT_EQ(zeros, Counted(10, "%.*d", INT_MAX, 5));
         ASSERT_EQ("1.00000000", Counted(10, "%.*f", INT_MAX, 1.0));
         ASSERT_EQ("1.00000000", Counted(10, "%#.*g", INT_MAX, 1.0));
@@ -82,6 +84,7 @@ TEST(TextFormatOnLinux, ResultsThatTheContractLeavesOpen)
     EXPECT_EQ("    0042", Counted(8, "%08.4d", 42));
     EXPECT_EQ("+3.14 %", Counted(16, "%+.2F %5%", 3.14159));
     EXPECT_EQ("6d", Counted(8, "%I6d"));
+    EXPECT_EQ("0.1000000000000000055511151", Counted(32, "%.25f", 0.1)) << "all digits are those of the value";
     va_list none{};
     EXPECT_EQ(-1, _vsnwprintf(nullptr, 5, Wide("a").c_str(), none));
     EXPECT_EQ("2.5 7", Counted(8, "%Lg %d", 2.5L, 7)) << "a long double has the compiler's size";

@@ -234,7 +234,7 @@ TEST(VersionFiles, OfOtherKindsAreRefused)
     } paths[] = {{folder / "pipe", ERROR_GEN_FAILURE},
                  {folder.path().string(), ERROR_ACCESS_DENIED},
                  {folder / "missing", ERROR_FILE_NOT_FOUND},
-                 {"/dev/null", ERROR_BAD_EXE_FORMAT},
+                 {"/dev/null", ERROR_RESOURCE_DATA_NOT_FOUND},
                  {"", ERROR_PATH_NOT_FOUND}};
     for (const auto& path : paths) {
         EXPECT_EQ(GetFileVersionInfoSizeW(testkit::Wide(path.Path).c_str(), nullptr), 0U) << path.Path;

@@ -128,8 +128,8 @@ int DoubleText::RenderScientific(double value, int precision, bool upper)
     return exponent;
 }
 
-/// Renders infinity and NaN like the Windows C runtime: "1." and a word, which is cut or filled up with zeros to the
-/// precision like decimals.
+/// Renders infinity and NaN like the Windows C runtime: "1." and a word, which is rounded or filled up with zeros to
+/// the precision like decimals. Each letter rounds up: two decimals of "1.#INF" are "1.#J".
 void DoubleText::RenderSpecial(double value, int precision)
 {
     // The NaN that the processor produces for an invalid operation.
@@ -143,6 +143,8 @@ void DoubleText::RenderSpecial(double value, int precision)
     if (decimals > 0)
         Text[Length++] = '.';
     Length += word.copy(Text + Length, decimals);
+    if (decimals > 0 && decimals < word.size())
+        ++Text[Length - 1];
     Zeros = decimals > word.size() ? decimals - word.size() : 0;
     ExponentLength = 0;
 }

@@ -46,11 +46,11 @@ bool IsDigit(WCHAR unit)
 }
 
 /// Parses a number and moves `at` to the unit after it. Numbers above INT_MAX count as INT_MAX.
-int ParseNumber(const WCHAR*& at)
+/// @param number  the value of the digits before
+std::uint32_t ParseNumber(const WCHAR*& at, std::uint32_t number = 0)
 {
-    int number = 0;
     for (; IsDigit(*at); ++at) {
-        const int digit = *at - '0';
+        const auto digit = static_cast<std::uint32_t>(*at - '0');
         number = number > (INT_MAX - digit) / 10 ? INT_MAX : number * 10 + digit;
     }
     return number;
@@ -76,14 +76,17 @@ const WCHAR* ParseFlags(const WCHAR* at, ConversionSpec& spec)
 const WCHAR* ParseWidth(const WCHAR* at, ConversionSpec& spec, FormatArguments& arguments)
 {
     if (*at != '*') {
-        spec.Width = static_cast<std::uint32_t>(ParseNumber(at));
+        spec.Width = ParseNumber(at);
         return at;
     }
     const int width = arguments.NextInt();
     if (width < 0)  // C defines this as the flag `-` and the absolute value
         spec.LeftAligned = true;
     spec.Width = width < 0 ? 0U - static_cast<std::uint32_t>(width) : static_cast<std::uint32_t>(width);
-    return at + 1;
+    ++at;
+    // Digits after the star continue the number, as in the Windows C runtime.
+    spec.Width = ParseNumber(at, spec.Width);
+    return at;
 }
 
 const WCHAR* ParsePrecision(const WCHAR* at, ConversionSpec& spec, FormatArguments& arguments)
@@ -92,7 +95,7 @@ const WCHAR* ParsePrecision(const WCHAR* at, ConversionSpec& spec, FormatArgumen
         return at;
     ++at;
     if (*at != '*') {
-        spec.Precision = ParseNumber(at);
+        spec.Precision = static_cast<int>(ParseNumber(at));
         return at;
     }
     spec.Precision = std::max(arguments.NextInt(), -1);  // any negative number means none
@@ -243,12 +246,13 @@ void PutUnsigned(UnitWriter& out, const ConversionSpec& spec, FormatArguments& a
     PutInteger(out, spec, prefix, digits);
 }
 
-/// Writes a pointer: always all digits, in capitals and without a prefix.
+/// Writes a pointer: always all digits, in capitals.
 void PutPointer(UnitWriter& out, ConversionSpec spec, FormatArguments& arguments)
 {
     spec.Precision = 2 * sizeof(void*);
+    const DWORD_PTR value = arguments.NextWord();
     Digits digits;
-    PutInteger(out, spec, "", WriteDigits(digits, arguments.NextWord(), 16, true));
+    PutInteger(out, spec, spec.Alternate && value != 0 ? "0X" : "", WriteDigits(digits, value, 16, true));
 }
 
 void PutDouble(UnitWriter& out, const ConversionSpec& spec, FormatArguments& arguments, WCHAR kind)

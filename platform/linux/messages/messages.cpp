@@ -1,10 +1,11 @@
 // Formats messages: finds a template and expands its inserts.
 //
 // A template is expanded twice: the first pass measures, the second one writes. So a text that does not fit leaves the
-// caller's buffer unchanged, and no intermediate text is needed. A va_list can be read only once, so the first pass
-// stores the arguments that it fetches.
+// caller's buffer unchanged. Each pass reads its own copy of the caller's argument list. An intermediate text is needed
+// only if the lines have a limited width.
 #include "base/last_error.h"
 #include "format/printf.h"
+#include "messages/line_wrap.h"
 #include "messages/message_table.h"
 #include "messages/system_messages.h"
 #include "resources/module_resources.h"
@@ -13,6 +14,7 @@
 #include <array>
 #include <cstdarg>
 #include <cstring>
+#include <limits>
 #include <new>
 #include <span>
 #include <string_view>
@@ -25,9 +27,10 @@ constexpr DWORD WidthMask = 0xFF;
 constexpr std::size_t MaxInsert = 99;  // an insert's number has at most two digits
 constexpr std::size_t MaxStars = 2;    // in one conversion directive: width and precision
 constexpr std::size_t MaxSpecUnits = 31;
-constexpr std::size_t MaxAllocatedUnits = 0x8000;  // the published limit of an allocated text, 64 KB
+constexpr std::size_t MaxAllocatedUnits = 0x10000;  // the published limit of an allocated text, 128 KB
 
-/// The arguments of one call: an array, or a va_list that is read up to the highest number in use.
+/// The arguments of one expansion: an array, or a va_list that is read as far as needed. They are numbered from 1 in
+/// the order in which they are passed.
 class Inserts {
 public:
     Inserts(DWORD flags, va_list* arguments)
@@ -48,20 +51,38 @@ public:
     /// Whether the caller has passed arguments.
     bool available() const { return Array != nullptr || Listed; }
 
-    /// The arguments `first` to `first + count - 1`; the first one has number 1.
-    std::span<const DWORD_PTR> Fetch(std::size_t first, std::size_t count)
+    /// The argument of this number, which is at most MaxInsert.
+    DWORD_PTR Get(std::size_t number)
     {
-        for (; Fetched < first - 1 + count; ++Fetched)
-            Values[Fetched] = Listed ? va_arg(List, DWORD_PTR) : Array[Fetched];
-        return {Values.data() + first - 1, count};
+        while (Used < number)
+            Next();
+        return Listed ? Values[number - 1] : Array[number - 1];
     }
+
+    /// The argument after the highest number in use, which is in use then.
+    DWORD_PTR Next()
+    {
+        if (!Listed)
+            return Array[Used++];
+        const DWORD_PTR value = NextUnnumbered();
+        if (Used < MaxInsert)
+            Values[Used] = value;
+        ++Used;
+        return value;
+    }
+
+    /// The argument after the last one that was read from the list. It gets no number.
+    DWORD_PTR NextUnnumbered() { return va_arg(List, DWORD_PTR); }
+
+    /// Whether the arguments are a list.
+    bool listed() const { return Listed; }
 
 private:
     const DWORD_PTR* const Array;
     const bool Listed;
     va_list List;
-    std::array<DWORD_PTR, MaxInsert + MaxStars> Values;
-    std::size_t Fetched = 0;
+    std::array<DWORD_PTR, MaxInsert> Values;  // of a list; they can be read only once
+    std::size_t Used = 0;                     // the highest number in use
 };
 
 /// Expands one template. Each step returns the place in the template where the next one continues.
@@ -69,19 +90,19 @@ class Expansion {
 public:
     Expansion(UnitWriter& out, DWORD flags, Inserts& inserts)
         : Out(out), Values(inserts), IgnoreInserts((flags & FORMAT_MESSAGE_IGNORE_INSERTS) != 0),
-          JoinLines((flags & WidthMask) == WidthMask)
+          JoinLines((flags & WidthMask) != 0)
     {
     }
 
-    /// @return false if the template has an invalid conversion directive, or an insert without arguments
+    /// @return false if the template ends in a percent sign, has an invalid conversion directive, or has an insert
+    ///         without arguments
     bool Run(const WCHAR* text)
     {
         while (text != nullptr && *text != 0 && !Out.overrun()) {
             if (*text == '%') {
                 text = ExpandEscape(text + 1);
             } else if (*text == '\r' || *text == '\n') {
-                // With all bits of the width set, a line end in the template is a space; `%n` still ends a line. Other
-                // widths have no effect: no text is wrapped.
+                // With a width, a line end in the template is a space; `%n` still ends a line.
                 text += text[0] == '\r' && text[1] == '\n' ? 2 : 1;
                 Out.Put(std::string_view(JoinLines ? " " : "\r\n"));
             } else {
@@ -101,17 +122,18 @@ private:
         return end;
     }
 
-    /// Expands what follows a percent sign: 0 ends the text, n is a line end, r a carriage return, a digit starts an
-    /// insert, and any other character means itself.
+    /// Expands what follows a percent sign: 0 ends the text, n is a line end, r a carriage return, t a tab, a digit
+    /// starts an insert, and any other character means itself.
     /// @return the place after it, or null if the template is invalid
     const WCHAR* ExpandEscape(const WCHAR* at)
     {
         static constexpr WCHAR end = 0;
         switch (*at) {
-            case 0: return at;
+            case 0: return nullptr;
             case '0': return &end;
             case 'n': Out.Put(std::string_view("\r\n")); return at + 1;
             case 'r': Out.Put('\r'); return at + 1;
+            case 't': Out.Put('\t'); return at + 1;
             default: break;
         }
         if (*at < '1' || *at > '9') {
@@ -126,8 +148,6 @@ private:
     }
 
     /// Expands an insert: its number, and perhaps a conversion directive between exclamation marks (else `!s!`).
-    /// Width and precision given as stars take the arguments from the insert's number on, and the value follows them:
-    /// `%1!*d!` has its width in argument 1 and its value in argument 2.
     /// @return the place after it, or null if the template is invalid
     const WCHAR* ExpandInsert(const WCHAR* at)
     {
@@ -144,9 +164,22 @@ private:
         }
         if (!Values.available())
             return nullptr;
-        layer::FormatArguments arguments(Values.Fetch(number, 1 + stars));
-        layer::Format(Out, spec, arguments);
+        PutInsert(number, spec, stars);
         return at;
+    }
+
+    /// Writes an insert. If its width or precision is a star, its number is that of the first star. The second star and
+    /// the value take the next arguments that have no number yet; only in a list the value itself gets no number. So
+    /// the arguments 4, 2, "Bill", "Bob" belong to `%1!*.*s! %4` as an array and to `%1!*.*s! %3` as a list.
+    void PutInsert(std::size_t number, const WCHAR* spec, std::size_t stars)
+    {
+        std::array<DWORD_PTR, MaxStars + 1> values{Values.Get(number)};
+        if (stars == MaxStars)
+            values[1] = Values.Next();
+        if (stars > 0)
+            values[stars] = Values.listed() ? Values.NextUnnumbered() : Values.Next();
+        layer::FormatArguments arguments(std::span(values.data(), stars + 1));
+        layer::Format(Out, spec, arguments);
     }
 
     /// Copies a conversion directive after the percent sign that `spec` already has.
@@ -172,47 +205,81 @@ private:
     const bool JoinLines;
 };
 
-/// Expands a template into the caller's buffer or an allocated one.
+/// Allocates room for a text. @return null if memory is exhausted
+void* AllocateUnits(std::size_t units)
+{
+    constexpr std::size_t most = std::numeric_limits<std::size_t>::max() / sizeof(WCHAR);
+    return units <= most ? LocalAlloc(0, units * sizeof(WCHAR)) : nullptr;
+}
+
+/// Writes a text into the caller's buffer or an allocated one.
+/// @param render  writes the text to the writer that it is called with; returns false if the template is invalid
 /// @param buffer  with FORMAT_MESSAGE_ALLOCATE_BUFFER the address of a pointer, which receives the text
 /// @param size    the buffer's units, or the minimum for an allocated one
 /// @return the number of units without the terminator, or 0 with the last error set
-DWORD FormatTemplate(const WCHAR* text, DWORD flags, LPWSTR buffer, DWORD size, va_list* arguments)
+template <class Render>
+DWORD Deliver(const Render& render, DWORD flags, LPWSTR buffer, DWORD size)
 {
     const bool allocate = (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0;
-    Inserts inserts(flags, arguments);
-    const std::size_t room = allocate ? MaxAllocatedUnits - 1 : size > 0 ? size - 1 : 0;
+    const std::size_t room = allocate ? MaxAllocatedUnits : size > 0 ? size - 1 : 0;
     UnitWriter measure(nullptr, room);
-    if (!Expansion(measure, flags, inserts).Run(text))
+    if (!render(measure))
         return layer::Fail(ERROR_INVALID_PARAMETER, DWORD{0});
     if ((size == 0 && !allocate) || measure.overrun())
-        return layer::Fail(ERROR_INSUFFICIENT_BUFFER, DWORD{0});
+        return layer::Fail(allocate ? DWORD{ERROR_MORE_DATA} : DWORD{ERROR_INSUFFICIENT_BUFFER}, DWORD{0});
     if (allocate) {
-        void* const allocated = LocalAlloc(0, std::max<std::size_t>(size, measure.used() + 1) * sizeof(WCHAR));
+        void* const allocated = AllocateUnits(std::max<std::size_t>(size, measure.used() + 1));
         if (allocated == nullptr)
             return layer::Fail(ERROR_OUTOFMEMORY, DWORD{0});
         std::memcpy(buffer, &allocated, sizeof allocated);
         buffer = static_cast<LPWSTR>(allocated);
     }
     UnitWriter out(buffer, room);
-    Expansion(out, flags, inserts).Run(text);
+    render(out);
     buffer[out.used()] = 0;
     return static_cast<DWORD>(out.used());
+}
+
+/// Expands a template, and wraps its lines if the flags have a width other than the two without new lines.
+/// @return the result of Deliver
+/// @throws std::bad_alloc
+DWORD FormatTemplate(const WCHAR* text, DWORD flags, LPWSTR buffer, DWORD size, va_list* arguments)
+{
+    const auto expand = [&](UnitWriter& out) {
+        Inserts inserts(flags, arguments);
+        return Expansion(out, flags, inserts).Run(text);
+    };
+    const DWORD width = flags & WidthMask;
+    if (width == 0 || width == WidthMask)
+        return Deliver(expand, flags, buffer, size);
+    UnitWriter measure(nullptr, MaxAllocatedUnits);
+    if (!expand(measure))
+        return layer::Fail(ERROR_INVALID_PARAMETER, DWORD{0});
+    if (measure.overrun())
+        return layer::Fail(ERROR_MORE_DATA, DWORD{0});
+    layer::Text expanded(measure.used(), WCHAR{0});
+    UnitWriter whole(expanded.data(), expanded.size());
+    expand(whole);
+    const auto wrap = [&](UnitWriter& out) {
+        layer::WrapLines(expanded, width, out);
+        return true;
+    };
+    return Deliver(wrap, flags, buffer, size);
 }
 
 /// Expands a message from a module's message table.
 /// @param units  receives the result of FormatTemplate
 /// @return false with the last error set if the module has no such message
+/// @throws std::bad_alloc
 bool FormatModuleMessage(HINSTANCE module, DWORD message, DWORD flags, LPWSTR buffer, DWORD size, va_list* arguments,
                          DWORD& units)
-try {
+{
     layer::Text text;
     const DWORD error = layer::FindMessage(layer::ModuleResources(module), message, text);
     if (error != ERROR_SUCCESS)
         return layer::Fail(error, false);
     units = FormatTemplate(text.c_str(), flags, buffer, size, arguments);
     return true;
-} catch (const std::bad_alloc&) {
-    return layer::Fail(ERROR_OUTOFMEMORY, false);
 }
 
 /// Whether a language identifier permits English texts: its primary language is English or left open.
@@ -224,6 +291,7 @@ bool IsEnglish(DWORD language)
 }
 
 /// Expands the sentence for a system error. A line end is added to it, as the platform's own texts have one.
+/// @throws std::bad_alloc
 DWORD FormatSystemMessage(DWORD message, DWORD flags, DWORD language, LPWSTR buffer, DWORD size, va_list* arguments)
 {
     const std::string_view sentence = layer::SystemMessage(message);
@@ -242,7 +310,7 @@ DWORD FormatSystemMessage(DWORD message, DWORD flags, DWORD language, LPWSTR buf
 
 DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD message, DWORD language, LPWSTR buffer, DWORD size,
                      va_list* arguments)
-{
+try {
     constexpr DWORD sources = FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_FROM_SYSTEM;
     constexpr DWORD known = sources | FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS |
                             FORMAT_MESSAGE_ARGUMENT_ARRAY | WidthMask;
@@ -266,4 +334,6 @@ DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD message, DWORD language,
             return 0;
     }
     return FormatSystemMessage(message, flags, language, buffer, size, arguments);
+} catch (const std::bad_alloc&) {
+    return layer::Fail(ERROR_OUTOFMEMORY, DWORD{0});
 }

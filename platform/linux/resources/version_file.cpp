@@ -30,7 +30,12 @@ DWORD WithVersionBlock(LPCWSTR path, Use use)
     Extent block;
     const DWORD error = layer::FindVersionBlock(file, block);
     // If a read failed, the search saw a file that ends early. The error of the read is then the true one.
-    return file.error() != ERROR_SUCCESS ? file.error() : error != ERROR_SUCCESS ? error : use(file, block);
+    if (file.error() != ERROR_SUCCESS)
+        return file.error();
+    // As in Win32, a file that is no module is one without resources.
+    if (error == ERROR_BAD_EXE_FORMAT)
+        return ERROR_RESOURCE_DATA_NOT_FOUND;
+    return error != ERROR_SUCCESS ? error : use(file, block);
 }
 
 }  // namespace

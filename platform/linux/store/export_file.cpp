@@ -130,6 +130,8 @@ private:
         Path = layer::NormalizePath(Path, PathStorage);
         if (!RegistrySnapshot::FindHive(Path.substr(0, Path.find(layer::PathSeparator))))
             return "the predefined key is unknown";
+        if (Pending == Change::deleteKey && Path.find(layer::PathSeparator) == TextView::npos)
+            return "a predefined key cannot be removed";
         return nullptr;
     }
 

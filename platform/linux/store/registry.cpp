@@ -361,16 +361,19 @@ DWORD Open(HKEY base, TextView path, HKEY& opened)
     return ERROR_SUCCESS;
 }
 
-/// Implements RegQueryValueExW. Without a buffer it returns the type and the size; if the buffer is too small, it fails
-/// with ERROR_MORE_DATA and returns the size.
+/// Implements RegQueryValueExW. Without a buffer it returns the type and the size, which is 0 for a missing value; if
+/// the buffer is too small, it fails with ERROR_MORE_DATA and returns the size.
 DWORD Query(const RegistrySnapshot& content, RegistrySnapshot::Key key, LPCWSTR name, DWORD* type, BYTE* data,
             DWORD* bytes)
 {
     if (data != nullptr && bytes == nullptr)
         return ERROR_INVALID_PARAMETER;
     const auto value = content.FindValue(key, View(name));
-    if (!value)
+    if (!value) {
+        if (data == nullptr && bytes != nullptr)
+            *bytes = 0;
         return ERROR_FILE_NOT_FOUND;
+    }
     if (type != nullptr)
         *type = value->Type;
     if (bytes == nullptr)
@@ -449,6 +452,7 @@ LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD, DWORD, HKEY* opened)
 {
     if (opened == nullptr)
         return LSTATUS{ERROR_INVALID_PARAMETER};
+    *opened = nullptr;
     return static_cast<LSTATUS>(CatchOutOfMemory([&] { return Open(key, View(path), *opened); }));
 }
 
