@@ -10,6 +10,7 @@
 #include <future>
 #include <optional>
 #include <thread>
+#include <utility>
 
 using utility::CCriticalSection;
 using utility::CSecurityDescriptor;
@@ -142,6 +143,22 @@ TEST(SecurityDescriptor, CopiesShareTheBlocksAndOutliveEachOther)
     EXPECT_EQ(copy.getSecurityAttributes()->lpSecurityDescriptor, copy.getSecurityDescriptor());
     copy.getNewDacl() = nullptr;
     EXPECT_EQ(assigned.getNewDacl()->AceCount, 2);
+}
+
+TEST(SecurityDescriptor, LeavesWhatTheCallerTookAway)
+{
+    OpenDescriptor object;
+    void* const blocks[] = {std::exchange(object.getSecurityAttributes(), nullptr),
+                            std::exchange(object.getSecurityDescriptor(), nullptr),
+                            std::exchange(object.getNewDacl(), nullptr)};
+    void* const everyone = std::exchange(object.getEveryone(), nullptr);
+    EXPECT_EQ(object.freeSecurityDescriptor(), 0);
+    EXPECT_EQ(GetLengthSid(everyone), 12U);
+    for (void* const block : blocks)
+        EXPECT_TRUE(HeapFree(GetProcessHeap(), 0, block));
+    EXPECT_EQ(FreeSid(everyone), nullptr);
+    EXPECT_EQ(object.initSecurityDescriptor(), 0);
+    EXPECT_NE(object.getNewDacl(), nullptr);
 }
 
 class OpenWatch : public CStopWatch {

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <stdexcept>
 
 namespace {
@@ -76,6 +77,38 @@ TEST(VersionInfo, OfTheLibraryItself)
     EXPECT_EQ(Text(byPath, Version::eLANG_INTERNAL_NAME), "tessmarU");
     byPath.setModule(testkit::LibraryModule());
     EXPECT_EQ(Text(byPath, Version::eLANG_INTERNAL_NAME), "tessmarU");
+}
+
+TEST(VersionInfo, OfALoadedModuleByItsName)
+{
+    Version byHandle;
+    byHandle.setModule(testkit::LibraryModule());
+    const std::filesystem::path path(Narrow(byHandle.getModuleFileName()));
+    const testkit::ScratchFolder folder;
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path());
+    Version version;
+    version.setModule(Wide(path.filename().string()));
+    std::filesystem::current_path(before);
+    EXPECT_EQ(Narrow(version.getVersionInfoFixedValue(Version::eFIXED_FILE_VERSION)), "03,10,00,00");
+    EXPECT_EQ(Narrow(version.getModuleFileName()), path.filename().string());
+}
+
+TEST(VersionInfo, ReadsTheSameModuleOnce)
+{
+    Version version;
+    version.setModule(testkit::LibraryModule());
+    const testkit::ScratchFolder folder;
+    const std::filesystem::path copy = folder / "copy.dll";
+    std::filesystem::copy_file(Narrow(version.getModuleFileName()), copy);
+    version.setModule(Wide(copy.string()));
+    ASSERT_EQ(Text(version, Version::eLANG_INTERNAL_NAME), "tessmarU");
+    testkit::WriteFile(copy, "no module");
+    version.setModule(Wide(copy.string()));
+    EXPECT_EQ(Text(version, Version::eLANG_INTERNAL_NAME), "tessmarU");
+    version.setModule(testkit::LibraryModule());
+    version.setModule(Wide(copy.string()));
+    ExpectNothing(version);
 }
 
 TEST(VersionInfo, RefusesMisuseAndKeepsItsModule)

@@ -65,7 +65,8 @@ public:
     CSecurityDescriptor& operator=(const CSecurityDescriptor& other) noexcept;
     virtual ~CSecurityDescriptor();
 
-    /// References to the object's own pointers. The object owns what they point to.
+    /// References to the object's own pointers. The object owns what they point to. Set a pointer to null to take its
+    /// block away: the object does not release it then.
     void*& getSecurityDescriptor();
     SECURITY_ATTRIBUTES*& getSecurityAttributes();  ///< for CreateMutexW and the like
     ACL*& getNewDacl();                             ///< the access list of the descriptor

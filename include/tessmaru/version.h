@@ -55,7 +55,8 @@ public:
     virtual ~CVersionInfo();
 
     /// Reads the block of a loaded module, or of the file at a path. If that is the present module, in exactly the same
-    /// letters, nothing is read, even if the file has changed. A file that cannot be read is not a failure.
+    /// letters, nothing is read, even if the file has changed. A path without a folder finds a loaded module of this
+    /// name first. A file that cannot be read is not a failure.
     /// @throws std::exception for a null handle, a handle that is not a module, and an empty path; the object is not
     ///         changed then.
     void setModule(HINSTANCE const& module);

@@ -358,7 +358,7 @@ struct MODULEENTRY32W {
     DWORD modBaseSize;
     HMODULE hModule;
     WCHAR szModule[MAX_MODULE_NAME32 + 1];
-    WCHAR szExePath[MAX_PATH];
+    WCHAR szExePath[4096];  // longer than published: a path on Linux has up to 4,095 bytes
 };
 
 /// Describes the first module of a list. Name and path are cut to the room of the record.
@@ -371,6 +371,7 @@ BOOL Module32NextW(HANDLE snapshot, MODULEENTRY32W* entry);
 // --- Version blocks of files: PE files, and ELF files with compiled resources in the section `.rsrc` ---
 
 /// The size of a file's version block, at most 65,535 bytes. `handle` may be null; it receives 0.
+/// A name without a folder is that of a loaded module, if there is one.
 /// @return 0 with ERROR_RESOURCE_DATA_NOT_FOUND (no module, or none with resources), ERROR_RESOURCE_TYPE_NOT_FOUND (no
 ///         block), ERROR_FILE_NOT_FOUND, another system error
 DWORD GetFileVersionInfoSizeW(LPCWSTR path, DWORD* handle);

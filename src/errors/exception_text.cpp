@@ -73,15 +73,23 @@ struct ComErrorTexts {
     AutomationString Description;
 };
 
+/// Fetches a text of an error object. The result of the call does not matter: one that fails leaves the string null. A
+/// method that throws may have delivered a string before, which is freed.
+AutomationString Text(IErrorInfo& object, HRESULT (STDMETHODCALLTYPE IErrorInfo::*get)(BSTR*))
+{
+    AutomationString text;
+    (object.*get)(text.receive());
+    return text;
+}
+
 /// Fetches the texts in the order source, description, message. The first failure ends it: that text and the later ones
 /// stay empty.
 void Fetch(const _com_error& e, ComErrorTexts& texts)
 try {
     const ErrorObject object(e.ErrorInfo());
     if (object.get() != nullptr) {
-        // The results do not matter: a call that fails leaves the string null.
-        object.get()->GetSource(texts.Source.receive());
-        object.get()->GetDescription(texts.Description.receive());
+        texts.Source = Text(*object.get(), &IErrorInfo::GetSource);
+        texts.Description = Text(*object.get(), &IErrorInfo::GetDescription);
     }
     texts.Message = AutomationString(reinterpret_cast<const unsigned short*>(e.ErrorMessage()));
 } catch (const _com_error&) {

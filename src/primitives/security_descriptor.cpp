@@ -4,19 +4,33 @@
 #include "system.h"
 #include "tessmaru/primitives.h"
 
+#include <atomic>
 #include <new>
 
 namespace {
 
-/// A zeroed block of the process heap, released with its owner.
-class HeapBlock {
+/// A platform object that copies of one CSecurityDescriptor share. It is released if at least one of them has given it
+/// back. A caller takes it away by setting the member to null.
+class SharedObject {
+public:
+    void GiveBack() { IsBack.store(true, std::memory_order_relaxed); }
+
+protected:
+    bool isBack() const { return IsBack.load(std::memory_order_relaxed); }
+
+private:
+    std::atomic<bool> IsBack{false};
+};
+
+/// A zeroed block of the process heap.
+class HeapBlock : public SharedObject {
 public:
     HeapBlock() = default;
     HeapBlock(const HeapBlock&) = delete;
     HeapBlock& operator=(const HeapBlock&) = delete;
     ~HeapBlock()
     {
-        if (Block != nullptr)
+        if (Block != nullptr && isBack())
             HeapFree(GetProcessHeap(), 0, Block);
     }
 
@@ -32,14 +46,14 @@ private:
 };
 
 /// The SID of all users, S-1-1-0.
-class EveryoneSid {
+class EveryoneSid : public SharedObject {
 public:
     EveryoneSid() = default;
     EveryoneSid(const EveryoneSid&) = delete;
     EveryoneSid& operator=(const EveryoneSid&) = delete;
     ~EveryoneSid()
     {
-        if (Sid != nullptr)
+        if (Sid != nullptr && isBack())
             FreeSid(Sid);
     }
 
@@ -53,6 +67,14 @@ public:
 private:
     PSID Sid = nullptr;
 };
+
+/// Gives an object back, unless the caller has taken it away.
+template <class Owner>
+void GiveBack(const void* member, Owner& owner)
+{
+    if (member != nullptr && member == owner.get())
+        owner.GiveBack();
+}
 
 }  // namespace
 
@@ -106,7 +128,19 @@ CSecurityDescriptor::CSecurityDescriptor()
 }
 
 CSecurityDescriptor::CSecurityDescriptor(const CSecurityDescriptor& other) noexcept = default;
-CSecurityDescriptor& CSecurityDescriptor::operator=(const CSecurityDescriptor& other) noexcept = default;
+
+CSecurityDescriptor& CSecurityDescriptor::operator=(const CSecurityDescriptor& other) noexcept
+{
+    if (this != &other) {
+        freeSecurityDescriptor();
+        SecurityDescriptor = other.SecurityDescriptor;
+        SecurityAttributes = other.SecurityAttributes;
+        NewDacl = other.NewDacl;
+        Everyone = other.Everyone;
+        Shared = other.Shared;
+    }
+    return *this;
+}
 
 CSecurityDescriptor::~CSecurityDescriptor()
 {
@@ -119,26 +153,33 @@ LONG CSecurityDescriptor::initSecurityDescriptor()
     freeSecurityDescriptor();
     try {
         const auto made = std::make_shared<Blocks>();
-        if (const LONG code = made->Make(); code < 0)
-            return code;
+        const LONG code = made->Make();
         SecurityDescriptor = made->DescriptorBlock.get();
         SecurityAttributes = made->Attributes();
         NewDacl = made->Dacl();
         Everyone = made->Everyone.get();
         Shared = made;
+        if (code < 0)
+            freeSecurityDescriptor();
+        return code;
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
-    return 0;
 }
 
 LONG CSecurityDescriptor::freeSecurityDescriptor()
 {
+    if (Shared != nullptr) {
+        GiveBack(SecurityAttributes, Shared->AttributesBlock);
+        GiveBack(SecurityDescriptor, Shared->DescriptorBlock);
+        GiveBack(NewDacl, Shared->DaclBlock);
+        GiveBack(Everyone, Shared->Everyone);
+        Shared.reset();
+    }
     SecurityAttributes = nullptr;
     SecurityDescriptor = nullptr;
     NewDacl = nullptr;
     Everyone = nullptr;
-    Shared.reset();
     return 0;
 }
 

@@ -155,10 +155,37 @@ TEST(SafeArrays, LocksCountAndHold)
     EXPECT_EQ(CopyOf(array)->cLocks, 0U);
     EXPECT_EQ(SafeArrayUnlock(array.get()), S_OK);
     EXPECT_EQ(SafeArrayUnlock(array.get()), E_UNEXPECTED);
-    array->cLocks = 0xFFFF;
+    for (int i = 0; i < 0xFFFF; ++i)
+        ASSERT_EQ(SafeArrayLock(array.get()), S_OK) << i;
+    void* data = &bound;
     EXPECT_EQ(SafeArrayLock(array.get()), E_UNEXPECTED);
+    EXPECT_EQ(SafeArrayAccessData(array.get(), &data), E_UNEXPECTED);
     EXPECT_EQ(array->cLocks, 0xFFFFU);
-    array->cLocks = 0;
+    for (int i = 0; i < 0xFFFF; ++i)
+        ASSERT_EQ(SafeArrayUnlock(array.get()), S_OK) << i;
+    EXPECT_EQ(SafeArrayUnlock(array.get()), E_UNEXPECTED);
+}
+
+TEST(SafeArrays, WithoutElementsCanAlwaysBeDestroyed)
+{
+    for (const VARTYPE type : {VT_UI1, VT_BSTR, VT_VARIANT}) {
+        SafeArray array = MakeSafeArray(type, {{0, 0}, {3, 0}});
+        ASSERT_NE(array, nullptr);
+        SAFEARRAYBOUND bound{0x7FFFFFFF, 0};
+        EXPECT_EQ(SafeArrayRedim(array.get(), &bound), S_OK);
+        EXPECT_EQ(CopyOf(array)->rgsabound[0].cElements, 0x7FFFFFFFU);
+        EXPECT_EQ(SafeArrayDestroy(array.release()), S_OK);
+    }
+}
+
+TEST(SafeArrays, CopyNeedsElementsOfSomeSize)
+{
+    const SafeArray array = MakeSafeArray(VT_UI1, {{2, 0}});
+    SAFEARRAY* copy = array.get();
+    array->cbElements = 0;
+    EXPECT_EQ(SafeArrayCopy(array.get(), &copy), E_INVALIDARG);
+    EXPECT_EQ(copy, nullptr);
+    array->cbElements = 1;
 }
 
 TEST(SafeArrays, StringsAreCopiedInAndOut)

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 
 namespace {
 
@@ -49,6 +50,11 @@ TEST(AutomationStrings, HaveLengths)
     EXPECT_EQ(SysStringLen(odd), 1U);
     EXPECT_EQ(std::memcmp(odd, "abc\0\0", 5), 0);
     SysFreeString(odd);
+    for (const UINT bytes : {0U, 1U, 2U, 5U, 1000U, 1001U}) {
+        const BSTR aligned = SysAllocStringByteLen(nullptr, bytes);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(aligned) % alignof(void*), 0U) << bytes;
+        SysFreeString(aligned);
+    }
 
     const BSTR empty = SysAllocString(platform::Wide(u""_w));
     EXPECT_NE(empty, nullptr);
@@ -196,10 +202,166 @@ TEST(VariantClass, OwnsWhatItHolds)
         EXPECT_EQ(TextOf(second.bstrVal), Wide("text"));
     }
     EXPECT_EQ(object.References, 1U);
-    EXPECT_EQ(_variant_t(true).boolVal, VARIANT_TRUE);
-    EXPECT_EQ(_variant_t(2.5).vt, VT_R8);
     VARIANT bad = OfType(15);
     EXPECT_THROW(_variant_t{bad}, _com_error);
+}
+
+/// Expects a variant of this type with a value that has these bytes.
+template <class Value>
+void Expect(const _variant_t& made, int type, Value value)
+{
+    EXPECT_EQ(made.vt, type);
+    EXPECT_EQ(std::memcmp(&made.byref, &value, sizeof value), 0) << type;
+}
+
+/// A variant made from a first value and assigned a second one.
+template <class First, class Second>
+_variant_t Assigned(First first, Second second)
+{
+    _variant_t variant(first);
+    variant = second;
+    return variant;
+}
+
+HRESULT Thrown(const std::function<void()>& call)
+{
+    try {
+        call();
+        return S_OK;
+    } catch (const _com_error& failure) {
+        return failure.Error();
+    }
+}
+
+TEST(VariantClass, TakesNumbersByTheirTypes)
+{
+    Expect(SHORT{-5}, VT_I2, SHORT{-5});
+    Expect({SHORT{-5}, VT_BOOL}, VT_BOOL, VARIANT_TRUE);
+    Expect(LONG{-70000}, VT_I4, LONG{-70000});
+    Expect({LONG{-7}, VT_ERROR}, VT_ERROR, LONG{-7});
+    Expect({LONG{0x10000}, VT_BOOL}, VT_BOOL, VARIANT_TRUE);
+    Expect(0.5F, VT_R4, 0.5F);
+    Expect(2.5, VT_R8, 2.5);
+    Expect({2.5, VT_DATE}, VT_DATE, 2.5);
+    Expect(true, VT_BOOL, VARIANT_TRUE);
+    Expect(false, VT_BOOL, VARIANT_FALSE);
+    Expect('a', VT_I1, 'a');
+    Expect(BYTE{200}, VT_UI1, BYTE{200});
+    Expect(USHORT{60000}, VT_UI2, USHORT{60000});
+    Expect(ULONG{4000000000}, VT_UI4, ULONG{4000000000});
+    Expect(LONGLONG{-1} << 40, VT_I8, LONGLONG{-1} << 40);
+    Expect(ULONGLONG{1} << 63, VT_UI8, ULONGLONG{1} << 63);
+    CY money{};
+    money.int64 = -12345;
+    Expect(money, VT_CY, LONGLONG{-12345});
+    DECIMAL decimal{};
+    decimal.Lo64 = 77;
+    Expect(decimal, VT_DECIMAL, ULONGLONG{77});
+
+    const _variant_t error(LONG{1}, VT_ERROR);
+    const _variant_t date(1.0, VT_DATE);
+    Expect(Assigned(true, SHORT{7}), VT_BOOL, VARIANT_TRUE);
+    Expect(Assigned(true, LONG{0}), VT_BOOL, VARIANT_FALSE);
+    Expect(Assigned(error, LONG{9}), VT_ERROR, LONG{9});
+    Expect(Assigned(date, 9.5), VT_DATE, 9.5);
+    Expect(Assigned(date, LONG{9}), VT_I4, LONG{9});
+    Expect(Assigned(error, SHORT{9}), VT_I2, SHORT{9});
+    Expect(Assigned(error, 9.5), VT_R8, 9.5);
+    Expect(Assigned(2.5, BYTE{9}), VT_UI1, BYTE{9});
+    EXPECT_EQ(Thrown([] { _variant_t(SHORT{1}, VT_I4); }), E_INVALIDARG);
+    EXPECT_EQ(Thrown([] { _variant_t(LONG{1}, VT_I2); }), E_INVALIDARG);
+    EXPECT_EQ(Thrown([] { _variant_t(1.0, VT_R4); }), E_INVALIDARG);
+}
+
+TEST(VariantClass, TakesTextsAndVariantsByTheirAddress)
+{
+    const _variant_t text(platform::Wide(u"text"_w));
+    EXPECT_EQ(TextOf(text.bstrVal), Wide("text"));
+    EXPECT_EQ(_variant_t(static_cast<const OLECHAR*>(nullptr)).bstrVal, nullptr);
+    const VARIANT* const pointer = &text;
+    for (const _variant_t& copy : {_variant_t(pointer), Assigned(true, pointer), Assigned(true, text.bstrVal)}) {
+        EXPECT_EQ(copy.vt, VT_BSTR);
+        EXPECT_NE(copy.bstrVal, text.bstrVal);
+    }
+    const VARIANT* const none = nullptr;
+    EXPECT_EQ(Thrown([&] { _variant_t{none}; }), E_POINTER);
+    EXPECT_EQ(Thrown([&] { Assigned(true, none); }), E_POINTER);
+}
+
+TEST(VariantClass, IsEqualToTheSameTypeAndValue)
+{
+    CountedObject object;
+    const _variant_t text(platform::Wide(u"text"_w));
+    _variant_t otherText(text);
+    otherText.bstrVal[3] = u'T';
+    const _variant_t values[] = {_variant_t(),
+                                 SHORT{1},
+                                 LONG{1},
+                                 LONG{2},
+                                 1.0F,
+                                 1.0,
+                                 {1.0, VT_DATE},
+                                 true,
+                                 false,
+                                 BYTE{1},
+                                 'b',
+                                 USHORT{1},
+                                 ULONG{1},
+                                 LONGLONG{1},
+                                 ULONGLONG{1},
+                                 ULONGLONG{1} << 33,
+                                 text,
+                                 otherText,
+                                 platform::Wide(u"texts"_w),
+                                 CY{},
+                                 DECIMAL{},
+                                 OfType(VT_NULL),
+                                 static_cast<IUnknown*>(&object),
+                                 OfType(VT_DISPATCH)};
+    for (const _variant_t& one : values) {
+        for (const _variant_t& other : values) {
+            const _variant_t copy(other);
+            const VARIANT& plain = copy;
+            EXPECT_EQ(one == plain, &one == &other) << one.vt << " " << other.vt;
+            EXPECT_EQ(one != &plain, &one != &other) << one.vt << " " << other.vt;
+        }
+        EXPECT_FALSE(one == static_cast<const VARIANT*>(nullptr));
+    }
+}
+
+_variant_t Changed(const _variant_t& source, VARTYPE type)
+{
+    _variant_t variant;
+    variant.ChangeType(type, &source);
+    return variant;
+}
+
+TEST(VariantClass, ChangesTheTypesOfNumbers)
+{
+    Expect(Changed(2.5, VT_I4), VT_I4, LONG{2});
+    Expect(Changed(3.5, VT_I2), VT_I2, SHORT{4});
+    Expect(Changed(-2.5, VT_I8), VT_I8, LONGLONG{-2});
+    Expect(Changed(127.4, VT_I1), VT_I1, char{127});
+    Expect(Changed(ULONGLONG{1} << 63, VT_R8), VT_R8, 9223372036854775808.0);
+    Expect(Changed(true, VT_R8), VT_R8, -1.0);
+    Expect(Changed(true, VT_UI1), VT_UI1, BYTE{255});
+    Expect(Changed(0.1, VT_BOOL), VT_BOOL, VARIANT_TRUE);
+    Expect(Changed(_variant_t(), VT_BOOL), VT_BOOL, VARIANT_FALSE);
+    Expect(Changed(LONG{2}, VT_DATE), VT_DATE, 2.0);
+    _variant_t own(2.5);
+    own.ChangeType(VT_UI2);
+    Expect(own, VT_UI2, USHORT{2});
+
+    const struct {
+        _variant_t Source;
+        VARTYPE Type;
+    } refused[] = {{128.0, VT_I1}, {-1.0, VT_UI1},       {1e20, VT_I8},
+                   {1e300, VT_R4}, {LONG{70000}, VT_I2}, {LONG{3000000}, VT_DATE}};
+    for (const auto& row : refused)
+        EXPECT_EQ(Thrown([&] { own.ChangeType(row.Type, &row.Source); }), DISP_E_OVERFLOW) << row.Type;
+    const _variant_t null(OfType(VT_NULL));
+    EXPECT_EQ(Thrown([&] { own.ChangeType(VT_I4, &null); }), DISP_E_TYPEMISMATCH);
+    Expect(own, VT_UI2, USHORT{2});
 }
 
 }  // namespace

@@ -159,6 +159,60 @@ TEST(AutomationOnLinux, VariantCanBeReplacedByAPartOfItself)
     VariantClear(&outer);
 }
 
+template <class Value>
+concept IsTaken = requires(Value value, _variant_t variant)
+{
+    _variant_t(value);
+    variant = value;
+};
+static_assert(IsTaken<const char*> && IsTaken<char*> && IsTaken<const WCHAR*> && IsTaken<BSTR>);
+static_assert(IsTaken<VARIANT*> && IsTaken<const VARIANT*> && IsTaken<_variant_t*> && IsTaken<IErrorInfo*>);
+static_assert(IsTaken<bool> && IsTaken<long> && IsTaken<unsigned long> && IsTaken<long long>);
+static_assert(!IsTaken<const wchar_t*> && !IsTaken<const char16_t*> && !IsTaken<const char8_t*> && !IsTaken<BSTR*>);
+static_assert(!IsTaken<void*> && !IsTaken<bool*> && !IsTaken<std::nullptr_t> && !IsTaken<void (*)()> &&
+              !IsTaken<SAFEARRAY*> && !IsTaken<LONG VARIANT::*>);
+
+TEST(AutomationOnLinux, VariantsOfNarrowTextAndLongNumbers)
+{
+    const std::vector<_variant_t> texts{"caf\xC3\xA9", ""};
+    for (const _variant_t& text : texts)
+        EXPECT_EQ(text.vt, VT_BSTR);
+    EXPECT_EQ(wstring(texts[0].bstrVal), u"caf\u00E9"_w);
+    EXPECT_EQ(SysStringLen(texts[1].bstrVal), 0U);
+    EXPECT_NE(texts[1].bstrVal, nullptr);
+    EXPECT_EQ(_variant_t(static_cast<const char*>(nullptr)).bstrVal, nullptr);
+    _variant_t held(1.5);
+    held.SetString("other");
+    EXPECT_EQ(wstring(held.bstrVal), testkit::Wide("other"));
+    EXPECT_GT(testkit::FailEachAllocation([] {
+                  try {
+                      const _variant_t made("text");
+                      EXPECT_FALSE(testkit::AllocationFailed());
+                  } catch (const _com_error& failure) {
+                      EXPECT_EQ(failure.Error(), E_OUTOFMEMORY);
+                  }
+              }),
+              0);
+
+    const _variant_t longest(-1LL);
+    EXPECT_EQ(longest.vt, VT_I8);
+    EXPECT_EQ(longest.llVal, -1);
+    EXPECT_EQ(_variant_t(-1L).vt, sizeof(long) == 8 ? VT_I8 : VT_I4);
+    EXPECT_EQ(_variant_t(7UL).vt, sizeof(long) == 8 ? VT_UI8 : VT_UI4);
+    EXPECT_THROW(held.ChangeType(VT_UI4, &longest), _com_error) << "wine accepts it";
+}
+
+TEST(AutomationOnLinux, OddStringEndsInWholeUnits)
+{
+    const std::string source(301, '\xFF');
+    for (const UINT count : {301U, 297U}) {  // the second string gets the block of the first
+        const BSTR string = SysAllocStringByteLen(source.data(), count);
+        const auto* const bytes = reinterpret_cast<const char*>(string);
+        EXPECT_EQ(std::memcmp(bytes + SysStringByteLen(string), "\0\0", 3), 0) << "up to the end of a whole unit";
+        SysFreeString(string);
+    }
+}
+
 TEST(AutomationOnLinux, BoundsAndSizesOutOfRange)
 {
     const struct {
@@ -181,6 +235,12 @@ TEST(AutomationOnLinux, BoundsAndSizesOutOfRange)
     EXPECT_EQ(SafeArrayRedim(array, &edge), E_OUTOFMEMORY);
     EXPECT_EQ(utility::getSafeArrayCount(array, 1), 1);
     EXPECT_EQ(SafeArrayDestroy(array), S_OK);
+
+    SAFEARRAYBOUND square[] = {{0x8000, 0}, {2, 0}};
+    SAFEARRAY* const strings = SafeArrayCreate(VT_BSTR, 2, square);
+    edge = {0x20000000 / sizeof(BSTR), 0};
+    EXPECT_EQ(SafeArrayRedim(strings, &edge), E_OUTOFMEMORY) << "its size has more than 32 bits";
+    EXPECT_EQ(SafeArrayDestroy(strings), S_OK);
 }
 
 /// An array on the stack, as another library may make it.

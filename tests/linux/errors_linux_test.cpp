@@ -123,19 +123,36 @@ TEST(ErrorsOnLinux, OutOfMemoryInComErrors)
               4);
 }
 
-/// Violates the rule that no method of an object throws.
+/// Violates the rule that no method of an object throws, after it has delivered a text.
 class Throwing : public testkit::FakeErrorInfo {
 public:
-    HRESULT GetSource(BSTR*) override { throw _com_error(E_FAIL); }
+    explicit Throwing(bool atSource) : AtSource(atSource) { Source = u"Site"_w, Description = u"not shown"_w; }
+
+    HRESULT GetSource(BSTR* text) override
+    {
+        const HRESULT result = FakeErrorInfo::GetSource(text);
+        return AtSource ? throw _com_error(E_FAIL) : result;
+    }
+    HRESULT GetDescription(BSTR* text) override
+    {
+        FakeErrorInfo::GetDescription(text);
+        throw _com_error(E_FAIL);
+    }
+
+private:
+    const bool AtSource;
 };
 
 TEST(ErrorsOnLinux, MethodThatThrowsEndsTheFetching)
 {
-    Throwing object;
-    object.Description = u"never read"_w;
-    EXPECT_EQ(utility::getComErrorAsString(_com_error(E_FAIL, &object, true)),
-              testkit::Wide("ComError: n/a [0x80004005: n/a - n/a]"));
-    EXPECT_EQ(object.References, 1U);
+    for (const bool atSource : {true, false}) {
+        const int before = testkit::LiveBlocks();
+        Throwing object(atSource);
+        EXPECT_EQ(utility::getComErrorAsString(_com_error(E_FAIL, &object, true)),
+                  testkit::Wide(std::string("ComError: n/a [0x80004005: n/a - ") + (atSource ? "n/a]" : "Site]")));
+        EXPECT_EQ(object.References, 1U);
+        EXPECT_EQ(testkit::LiveBlocks(), before) << "the text that was delivered";
+    }
 }
 
 TEST(ErrorsOnLinux, OutOfMemoryInErrorObjects)

@@ -26,17 +26,21 @@ using testkit::Narrow;
 /// A copy of the library that was loaded by a relative path.
 class LoadedCopy {
 public:
-    LoadedCopy()
+    /// @param below  the folder of the copy, in a folder of its own
+    explicit LoadedCopy(const std::string& below = ".")
+        : Path((std::filesystem::canonical(Folder.path()) / below / "libCopy.so").lexically_normal())
     {
+        const std::filesystem::path folder = std::filesystem::path(Path).parent_path();
+        std::filesystem::create_directories(folder);
         std::filesystem::copy_file(testkit::LibraryFile(), Path);
         const std::filesystem::path before = std::filesystem::current_path();
-        std::filesystem::current_path(Folder.path());
+        std::filesystem::current_path(folder);
         Library.emplace("./libCopy.so");
         std::filesystem::current_path(before);
         Module = GetModuleHandleW(testkit::Wide("libCopy.so").c_str());
     }
     const testkit::ScratchFolder Folder;
-    const std::string Path = std::filesystem::canonical(Folder.path()) / "libCopy.so";
+    const std::string Path;
     HMODULE Module = nullptr;
 
 private:
@@ -78,6 +82,19 @@ TEST(ModulesOnLinux, ListShowsOneMoment)
     copy.reset();
     EXPECT_EQ(PathIn(during, module), path);
     EXPECT_EQ(PathIn(TakeSnapshot(), module), "");
+}
+
+TEST(ModulesOnLinux, LongPathIsListedWhole)
+{
+    testkit::RunAlone(testkit::LogMachine(), [](const testkit::LogMachine& machine) {
+        const LoadedCopy copy(std::string(200, 'a') + "/" + std::string(200, 'b'));
+        EXPECT_EQ(PathIn(TakeSnapshot(), copy.Module), copy.Path);
+        utility::LogProcessModules(utilities::CLog::GetInstance());
+        const std::vector<std::string> texts = testkit::Texts(machine.Log);
+        EXPECT_EQ(std::ranges::count_if(
+                      texts, [&](const std::string& text) { return text.ends_with(". Name: '" + copy.Path + "'"); }),
+                  1);
+    });
 }
 
 TEST(ModulesOnLinux, RemovedFileKeepsItsName)

@@ -1,4 +1,5 @@
 // The primitives on Linux: across a fork, and out of memory.
+#include "system.h"
 #include "tessmaru/primitives.h"
 #include "testkit/linux/child.h"
 #include "testkit/linux/failing_allocation.h"
@@ -7,6 +8,7 @@
 
 #include <future>
 #include <thread>
+#include <utility>
 
 using utility::CCriticalSection;
 using utility::CSecurityDescriptor;
@@ -58,14 +60,20 @@ TEST(PrimitivesOnLinux, DescriptorLeaksNothingWhenOutOfMemory)
 TEST(PrimitivesOnLinux, DescriptorWithCopiesIsReleasedOnce)
 {
     const int before = testkit::LiveBlocks();
+    void* taken = nullptr;
     {
         CSecurityDescriptor object;
         CSecurityDescriptor copy(object);
         CSecurityDescriptor assigned;
         assigned = copy;
         copy.getNewDacl() = nullptr;
+        const CSecurityDescriptor& same = assigned;
+        assigned = same;
+        CSecurityDescriptor other;
+        taken = std::exchange(other.getSecurityDescriptor(), nullptr);
     }
-    EXPECT_EQ(testkit::LiveBlocks(), before);
+    EXPECT_EQ(testkit::LiveBlocks(), before + 1) << "what one of the copies still had is released";
+    EXPECT_TRUE(HeapFree(GetProcessHeap(), 0, taken));
 }
 
 }  // namespace

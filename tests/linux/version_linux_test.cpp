@@ -91,6 +91,73 @@ TEST(VersionFiles, OfEveryKind)
     ExpectReadable(file);
 }
 
+TEST(VersionFiles, PartsOfSixteenBits)
+{
+    std::string block = PlainBlock();
+    const std::size_t fixed = block.find(testkit::FixedNumbers());
+    Put(block, fixed + 8, Word(0x3039FFFF) + Word(0x00000100) + Word(0xFFFF0063) + Word(0x01008000));
+    EXPECT_EQ(Read(ElfFileWith(true, block)).Numbers, "12345,65535,00,256 65535,99,256,32768");
+}
+
+/// A file with zeros, or with one record again and again, up to an end that is beyond any disk. Counts the reads.
+class EndlessSource final : public layer::ByteSource {
+public:
+    explicit EndlessSource(std::string start, std::string record = std::string(4, '\0'))
+        : Start(std::move(start)), Record(std::move(record))
+    {
+    }
+
+    layer::Bytes View(std::uint64_t at, std::size_t count) override
+    {
+        ++Reads;
+        if (count > MaxViewBytes || at > std::uint64_t{1} << 60)
+            return {};
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::uint64_t place = at + i;
+            Window[i] = place < Start.size() ? Start[static_cast<std::size_t>(place)]
+                                             : Record[static_cast<std::size_t>((place - Start.size()) % Record.size())];
+        }
+        return std::as_bytes(std::span(Window, count));
+    }
+    std::size_t Copy(std::uint64_t, std::byte*, std::size_t) override { return 0; }
+
+    unsigned Reads = 0;
+
+private:
+    const std::string Start;
+    const std::string Record;
+    char Window[MaxViewBytes];
+};
+
+TEST(VersionFiles, LargeFilesWithHolesAreReadInBoundedTime)
+{
+    const std::string huge = Word(0) + Word(0x1000000);
+    std::string manySections = ElfFile(true, "", true);
+    const std::size_t sections = manySections.size() - std::size_t{3} * 64;
+    Put(manySections, sections + 32, huge);         // the number of sections
+    Put(manySections, sections + 64 + 4, Word(8));  // .rsrc is none with content
+    std::string manyEntries = ElfFile(true, "", false);
+    Put(manyEntries, sections + 64 + 32, huge);  // the size of .rsrc
+    Put(manyEntries, sections + 64 + 24, Word(manyEntries.size()));
+    const std::string entry = Word(0) + Word(32) + Word(0x0001FFFF) + Word(0x0001FFFF) + std::string(16, '\0');
+    std::string pe = PeFile(true, 4096, {{0x409, PlainBlock()}}).substr(0, testkit::PeHeaders);
+    Put(pe, 64 + 6, Half(0xFFFF));
+    Put(pe, 64 + 24 + 240 + 40 + 12, Word(0));  // the section of the resources is one of the others
+    const struct {
+        EndlessSource Source;
+        DWORD Error;
+        unsigned Reads;
+    } rows[] = {{EndlessSource(manySections), ERROR_RESOURCE_DATA_NOT_FOUND, 0x10000 + 10},
+                {EndlessSource(manyEntries), ERROR_RESOURCE_TYPE_NOT_FOUND, 20},
+                {EndlessSource(manyEntries, entry), ERROR_RESOURCE_TYPE_NOT_FOUND, 2 * 0x10000 + 20},
+                {EndlessSource(pe), ERROR_RESOURCE_DATA_NOT_FOUND, 0x10000 + 10}};
+    for (auto [source, error, reads] : rows) {
+        layer::Extent block;
+        EXPECT_EQ(layer::FindVersionBlock(source, block), error);
+        EXPECT_LE(source.Reads, reads) << error;
+    }
+}
+
 TEST(VersionFiles, InTheLanguageOfThePlatform)
 {
     const auto block = [](const char* product) { return PlainBlock(product); };

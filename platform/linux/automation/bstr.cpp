@@ -1,7 +1,8 @@
 // Automation strings (BSTR).
 //
 // A BSTR points to its first unit. The four bytes before it hold the length in bytes, and a zero unit follows the text,
-// which the length does not count. So a string may contain zero units and still be read as a terminated text.
+// which the length does not count. So a string may contain zero units and still be read as a terminated text. The block
+// starts with as many bytes as a pointer has, so that the first unit is aligned to a pointer.
 #include "text/text.h"
 
 #include <cstdlib>
@@ -11,12 +12,13 @@ namespace {
 
 // The terminator, and one byte that completes an odd number of bytes to whole units.
 constexpr std::size_t EndBytes = sizeof(WCHAR) + 1;
-constexpr UINT MaxBytes = 0x7FFFFFFF - sizeof(DWORD) - EndBytes;
+constexpr std::size_t StartBytes = sizeof(void*);
+constexpr UINT MaxBytes = 0x7FFFFFFF - StartBytes - EndBytes;
 
 /// The allocated block of a string, or null for null.
 std::byte* BlockOf(BSTR string)
 {
-    return string != nullptr ? reinterpret_cast<std::byte*>(string) - sizeof(DWORD) : nullptr;
+    return string != nullptr ? reinterpret_cast<std::byte*>(string) - StartBytes : nullptr;
 }
 
 /// Allocates a block, or resizes one, sets the length and adds the terminator. The content stays as far as it fits.
@@ -27,12 +29,13 @@ BSTR ResizeBlock(std::byte* block, UINT bytes)
 {
     if (bytes > MaxBytes)
         return nullptr;
-    auto* const resized = static_cast<std::byte*>(std::realloc(block, sizeof(DWORD) + bytes + EndBytes));
+    auto* const resized = static_cast<std::byte*>(std::realloc(block, StartBytes + bytes + EndBytes));
     if (resized == nullptr)
         return nullptr;
-    std::memcpy(resized, &bytes, sizeof bytes);
-    std::memset(resized + sizeof(DWORD) + bytes, 0, EndBytes);
-    return reinterpret_cast<BSTR>(resized + sizeof(DWORD));
+    std::byte* const first = resized + StartBytes;
+    std::memcpy(first - sizeof bytes, &bytes, sizeof bytes);
+    std::memset(first + bytes, 0, EndBytes);
+    return reinterpret_cast<BSTR>(first);
 }
 
 bool IsTooLong(UINT units)
@@ -112,6 +115,6 @@ UINT SysStringByteLen(BSTR string)
 {
     UINT bytes = 0;
     if (string != nullptr)
-        std::memcpy(&bytes, BlockOf(string), sizeof bytes);
+        std::memcpy(&bytes, reinterpret_cast<const std::byte*>(string) - sizeof bytes, sizeof bytes);
     return bytes;
 }

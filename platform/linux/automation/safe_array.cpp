@@ -43,9 +43,12 @@ std::optional<std::size_t> BytesOf(std::uint64_t elements, ULONG elementBytes)
 }
 
 /// The number of elements of all dimensions, or nothing if their size does not fit 32 bits. The check at each step
-/// keeps the product below 2^64.
+/// keeps the product below 2^64. A dimension without elements comes first, wherever it is: the others do not matter
+/// then.
 std::optional<std::uint64_t> CountOf(std::span<const SAFEARRAYBOUND> bounds, ULONG elementBytes)
 {
+    if (std::ranges::any_of(bounds, [](const SAFEARRAYBOUND& bound) { return bound.cElements == 0; }))
+        return 0;
     std::uint64_t count = 1;
     for (const SAFEARRAYBOUND& bound : bounds) {
         count *= bound.cElements;
@@ -278,7 +281,7 @@ HRESULT SafeArrayCopy(SAFEARRAY* source, SAFEARRAY** copy)
     *copy = nullptr;
     if (source == nullptr)
         return S_OK;
-    if (source->cDims == 0)
+    if (source->cDims == 0 || source->cbElements == 0)
         return E_INVALIDARG;
     SAFEARRAY* const created = CreateLike(*source);
     if (created == nullptr)

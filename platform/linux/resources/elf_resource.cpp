@@ -15,6 +15,9 @@ using layer::ByteSource;
 using layer::Extent;
 
 constexpr char SectionName[] = ".rsrc";
+// A count of 64 bits is of the file's own making, and a hole in a file costs nothing: without a limit, a small file
+// could keep the reader busy for minutes.
+constexpr std::uint64_t MaxSections = 0xFFFF;
 
 /// @tparam Header, Section  the records of the file's class, 32 or 64 bits
 template <class Header, class Section>
@@ -31,7 +34,8 @@ std::optional<Extent> FindSection(ByteSource& file)
     Section first{};
     if (!readSection(0, first))
         return std::nullopt;
-    const std::uint64_t count = header.e_shnum != 0 ? header.e_shnum : std::uint64_t{first.sh_size};
+    const std::uint64_t count =
+        header.e_shnum != 0 ? header.e_shnum : std::min(std::uint64_t{first.sh_size}, MaxSections);
     Section names{};
     if (!readSection(header.e_shstrndx != SHN_XINDEX ? header.e_shstrndx : first.sh_link, names))
         return std::nullopt;

@@ -14,6 +14,7 @@ using layer::ReadAt;
 
 constexpr std::size_t EntryAlignment = 4;
 constexpr std::uint16_t NumberMark = 0xFFFF;
+constexpr unsigned MaxEntries = 0xFFFF;  // bounds the time for a file that was made to have many
 
 /// One entry. A type or name in letters has no value: only numeric ones are ever searched for.
 struct Entry {
@@ -89,7 +90,7 @@ std::optional<Extent> FindResource(ByteSource& source, const Extent& file, WORD 
     int bestRank = 0;
     Entry entry;
     Extent rest = file;
-    while (bestRank < BestLanguageRank && TakeEntry(source, rest, entry)) {
+    for (unsigned i = 0; i < MaxEntries && bestRank < BestLanguageRank && TakeEntry(source, rest, entry); ++i) {
         if (entry.Type == type && entry.Name == name && LanguageRank(entry.Language) > bestRank) {
             best = entry.Data;
             bestRank = LanguageRank(entry.Language);

@@ -19,7 +19,7 @@ constexpr int LanguageRank(WORD language)
 }
 
 /// Finds the data of a resource with a numeric type and name, in the language of the highest rank. A malformed file
-/// ends at its first invalid entry.
+/// ends at its first invalid entry, and any file after 65,535 entries.
 /// @param file  the range of the resource file in the source
 /// @return the range of the data in the source, or nothing
 std::optional<Extent> FindResource(ByteSource& source, const Extent& file, WORD type, WORD name);

@@ -3,11 +3,15 @@
 
 #include "base/last_error.h"
 #include "files/paths.h"
+#include "modules/modules.h"
 #include "resources/elf_resource.h"
 #include "resources/file_source.h"
 #include "resources/pe_resource.h"
 #include "resources/version_block.h"
+#include "tessmaru/text.h"
+#include "text/text.h"
 
+#include <new>
 #include <string>
 
 namespace {
@@ -15,16 +19,33 @@ namespace {
 using layer::Extent;
 using layer::Fail;
 
+/// Finds the file of a path. A name without a folder is that of a loaded module, if there is one; otherwise the file is
+/// in the current folder.
+/// @return ERROR_SUCCESS, or the system error
+DWORD FindFile(LPCWSTR path, std::string& found)
+try {
+    using namespace utility::literals;
+    if (path != nullptr && layer::TextView(path).find_first_of(u"/\\:"_w) == layer::TextView::npos) {
+        if (const HMODULE module = GetModuleHandleW(path); module != nullptr) {
+            found = layer::ModulePath(module);
+            return ERROR_SUCCESS;
+        }
+    }
+    return layer::TranslatePath(path, found);
+} catch (const std::bad_alloc&) {
+    return ERROR_OUTOFMEMORY;
+}
+
 /// Opens a file and finds its version block.
 /// @param use  called with the file and the range of the block; its result is the result
 /// @return the system error, or what `use` returned
 template <class Use>
 DWORD WithVersionBlock(LPCWSTR path, Use use)
 {
-    std::string translated;
-    if (const DWORD error = layer::TranslatePath(path, translated); error != ERROR_SUCCESS)
+    std::string found;
+    if (const DWORD error = FindFile(path, found); error != ERROR_SUCCESS)
         return error;
-    layer::FileSource file(translated.c_str());
+    layer::FileSource file(found.c_str());
     if (file.error() != ERROR_SUCCESS)
         return file.error();
     Extent block;
