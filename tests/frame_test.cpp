@@ -1,6 +1,7 @@
 // The frame cipher in all its forms, its checksum, and the key of a password.
 #include "tessmaru/frame.h"
 
+#include "contract/password_keys.h"
 #include "frame/cipher.h"
 #include "frame/crc32.h"
 #include "testkit/text.h"
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <vector>
 
 namespace {
@@ -42,6 +44,26 @@ TEST(PasswordKey, IsTheChecksumOfEightCharacters)
               genEncryptKeyFromPassword(Wide("abc")));
     EXPECT_EQ(genEncryptKeyFromPassword({}), 0x6522DF69U) << "of eight zero bytes";
     EXPECT_NE(genEncryptKeyFromPassword(Wide("passwore")), 0x35C246D5U);
+}
+
+/// The key of a short password in a code page, made from the platform's conversion.
+ULONG KeyIn(UINT page, const utility::wstring& password)
+{
+    char narrow[32]{};
+    const int units = static_cast<int>(password.size());
+    WideCharToMultiByte(page, 0, platform::Wide(password.data()), units, narrow, sizeof narrow, nullptr, nullptr);
+    std::fill(narrow + units, narrow + 8, '\0');
+    return Crc({narrow, 8});
+}
+
+TEST(PasswordKey, DependsOnTheCodePage)
+{
+    for (const contract::PasswordKeys& row : contract::KeysOfPasswords) {
+        for (std::size_t i = 0; i < std::size(row.Keys); ++i)
+            EXPECT_EQ(KeyIn(row.Page, contract::Passwords[i]), row.Keys[i]) << row.Page << ' ' << i;
+    }
+    const utility::wstring& city = contract::Passwords[0];
+    EXPECT_EQ(genEncryptKeyFromPassword(city), KeyIn(CP_ACP, city)) << "in the active page";
 }
 
 TEST(Frame, BytesComputedByHand)

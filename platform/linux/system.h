@@ -276,10 +276,12 @@ void OutputDebugStringW(LPCWSTR text);
 constexpr UINT CP_ACP = 0;
 constexpr UINT CP_UTF8 = 65001;
 constexpr DWORD MB_ERR_INVALID_CHARS = 8;
+constexpr DWORD WC_NO_BEST_FIT_CHARS = 0x400;
 
 /// Converts wide text to a code page. Length -1 means up to the terminator, and includes it; size 0 returns the size
-/// that is needed. A character that the page lacks becomes `*defaultChar` ('?' for null) and sets `*usedDefault`; for
-/// UTF-8 both must be null, and an unpaired surrogate becomes U+FFFD.
+/// that is needed. A character that the page lacks becomes a similar one where the platform's published tables have
+/// one (in page 1252 U+0141 becomes "L"), but not with WC_NO_BEST_FIT_CHARS. Any other becomes `*defaultChar` ('?' for
+/// null) and sets `*usedDefault`; for UTF-8 both must be null, and an unpaired surrogate becomes U+FFFD.
 /// @return the bytes written, or 0 with ERROR_INSUFFICIENT_BUFFER, ERROR_INVALID_FLAGS, ERROR_INVALID_PARAMETER (also
 /// for
 ///         an unknown code page)
@@ -287,7 +289,8 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int wideUnits,
                         LPCSTR defaultChar, BOOL* usedDefault);
 
 /// Converts text of a code page to wide text; lengths as above, in units. Malformed bytes become a replacement
-/// character, or fail with MB_ERR_INVALID_CHARS.
+/// character, or fail with MB_ERR_INVALID_CHARS. A byte without a character becomes the control or the private unit
+/// that the platform's published tables give it; a private one of a single byte fails with MB_ERR_INVALID_CHARS.
 /// @return the units written, or 0 with ERROR_INSUFFICIENT_BUFFER, ERROR_NO_UNICODE_TRANSLATION, ERROR_INVALID_FLAGS,
 ///         ERROR_INVALID_PARAMETER
 int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR narrow, int narrowBytes, LPWSTR wide, int wideUnits);

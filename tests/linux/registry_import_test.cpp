@@ -541,7 +541,9 @@ TEST(RegistryImport, EncodingsOfRealFiles)
                             "\"z\"=hex(1):e9,00\n\"b\"=hex:e9,00\n\"q\"=hex(b):e9,00\n",
          "ä => 1:€é\nÄ => 1:€é\nx => 2: ac 20 e9 00 00 00\ny => 7: e9 00 00 00 ac 20 00 00 00 00\nz => 1:é\n"
          "b => 3: e9 00\nq => 11: e9 00\ndropped => -\n"},
-        {withPage("1252") + "\"x\"=hex(2):81,00\n\"y\"=\"\x81\"\n\"z\"=\"\x90\x9D\"\n\"v\"=\"ok\"\n",
+        {withPage("1252") + "\"v\"=\"\x81\"\n", "v => 1:\xC2\x81\ndropped => -\n"},
+        {withPage("949") + "\"v\"=\"\xA2\xE8\"\n\"x\"=\"\xA2\xE8", "v => none\nx => none\ndropped => 5 6\n"},
+        {withPage("28597") + "\"x\"=hex(2):ae,00\n\"y\"=\"\xAE\"\n\"z\"=\"\xD2\xFF\"\n\"v\"=\"ok\"\n",
          "x => none\ny => none\nz => none\nv => 1:ok\ndropped => 5 6 7\n"},
         // The second byte of a character may be a backslash or a bracket.
         {withPage("932") +

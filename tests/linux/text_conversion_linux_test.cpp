@@ -1,5 +1,6 @@
 // Text conversion on Linux: the machine's code page, which the store names, and results that the contract leaves open.
 #include "contract/convert.h"
+#include "contract/password_keys.h"
 #include "region/active_code_page.h"
 #include "tessmaru/frame.h"
 #include "testkit/linux/child.h"
@@ -35,6 +36,8 @@ TEST(TextConversionOnLinux, ResultsThatTheContractLeavesOpen)
     EXPECT_EQ(0, WideCharToMultiByte(CP_UTF8, 0, wide, -2, narrow, 4, nullptr, nullptr));
     EXPECT_EQ(0, WideCharToMultiByte(CP_UTF8, 0, wide, 1, narrow, 4, "?", nullptr));
     EXPECT_EQ(ERROR_INVALID_PARAMETER, GetLastError());
+    EXPECT_EQ(0, WideCharToMultiByte(CP_UTF8, WC_NO_BEST_FIT_CHARS, wide, 1, narrow, 4, nullptr, nullptr));
+    EXPECT_EQ(ERROR_INVALID_FLAGS, GetLastError());
     EXPECT_EQ(0, MultiByteToWideChar(CP_UTF8, 0, "a", -5, wide, 4));
 }
 
@@ -88,14 +91,18 @@ TEST(TextConversionOnLinux, ActivePageIsUsedByConversionAndFormatting)
     EXPECT_EQ(0, WithActivePage("\"ACP\"=\"1252\"", [&] {
                   unsigned short buffer[16]{};
                   return ToNarrow(CP_ACP, {0x20AC}) == "\x80" && ToWide(CP_ACP, "\xE4") == wstring{0xE4} &&
-                                 print(buffer, "%S%C", "\x80", 0xE4) == wstring{0x20AC, 0xE4}
+                                 print(buffer, "%S%C", "\x80\x81", 0xE4) == wstring{0x20AC, 0x81, 0xE4}
                              ? 0
                              : 1;
               }));
     EXPECT_EQ(0, WithActivePage("\"ACP\"=\"932\"", [&] {
                   unsigned short buffer[16]{};
-                  const wstring expected{'A', 0x5B89, '\\', 0xFF71, '?', '|', '?', 'x'};
-                  return print(buffer, "%S|%.1Sx", "A\x88\xC0\x5C\xB1\x88", "\x88\xC0") == expected ? 0 : 1;
+                  const wstring expected{'A', 0x5B89, '\\', 0xFF71, 0xF8F0, '?', '|', '?', 'x'};
+                  return print(buffer, "%S|%.1Sx", "A\x88\xC0\x5C\xB1\xA0\x88", "\x88\xC0") == expected ? 0 : 1;
+              }));
+    EXPECT_EQ(0, WithActivePage("\"ACP\"=\"949\"", [&] {
+                  unsigned short buffer[16]{};
+                  return print(buffer, "%S", "\xC9\xA2\xB0\xA1") == wstring{0xE001, 0xAC00} ? 0 : 1;
               }));
 }
 
@@ -110,6 +117,21 @@ try {
     return {utility::genEncryptKeyFromPassword(password), S_OK};
 } catch (const _com_error& failure) {
     return {0, failure.Error()};
+}
+
+TEST(PasswordKeyOnLinux, IsThatOfWindowsInEachPage)
+{
+    for (const contract::PasswordKeys& row : contract::KeysOfPasswords) {
+        EXPECT_EQ(0, WithActivePage("\"ACP\"=\"" + std::to_string(row.Page) + "\"",
+                                    [&] {
+                                        for (int i = 0; i < 4; ++i) {
+                                            if (Derive(contract::Passwords[i]).Key != row.Keys[i])
+                                                return 1 + i;
+                                        }
+                                        return 0;
+                                    }))
+            << row.Page;
+    }
 }
 
 TEST(PasswordKeyOnLinux, DependsOnTheActivePage)

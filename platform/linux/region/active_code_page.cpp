@@ -1,16 +1,22 @@
-// The active code page is read from the store once. A table of its characters of one and two bytes serves callers that
-// decode text character by character: an `iconv` conversion per character would be expensive and would allocate memory.
+// The active code page is read from the store once. Callers that decode text character by character are served by the
+// layer's own table of a page of single bytes, otherwise by a table that is made from `iconv` once: an `iconv`
+// conversion per character would be expensive and would allocate memory.
 #include "region/active_code_page.h"
 
 #include "base/lifecycle.h"
 #include "store/code_page_value.h"
 #include "store/machine_value.h"
+#include "text/code_page.h"
+#include "text/debug_output.h"
 #include "text/iconv_converter.h"
+#include "text/page_decoder.h"
 
 #include <array>
 #include <atomic>
 #include <memory>
 #include <new>
+#include <span>
+#include <string>
 
 namespace {
 
@@ -19,13 +25,25 @@ using layer::DecodedCharacter;
 
 std::atomic<UINT> activePage{0};  // 0 until it has been read
 
+/// Names a page that cannot be used in debug output.
+void ReportUnusable(UINT codePage) noexcept
+try {
+    layer::DebugLine("code page " + std::to_string(codePage) +
+                     " of the settings is unknown here; UTF-8 is used instead");
+} catch (const std::bad_alloc&) {
+    return;
+}
+
 /// @return the code page if the machine can convert it, else UTF-8; 0 if memory is exhausted
 UINT UsablePage(UINT codePage)
 {
-    const Converter converter(layer::WideCharset, layer::CharsetNameOf(codePage).data());
-    if (converter.open())
+    const layer::PageDecoder decoder(codePage);
+    if (decoder.open())
         return codePage;
-    return converter.outOfMemory() ? 0 : CP_UTF8;
+    if (decoder.outOfMemory())
+        return 0;
+    ReportUnusable(codePage);
+    return CP_UTF8;
 }
 
 /// Determines the active code page. @return 0 if the store cannot be read this time
@@ -48,8 +66,9 @@ public:
     /// The table of the active code page. @return null if memory is exhausted
     static const PageTable* Active();
 
-    /// Tries each byte, and each pair that begins with a byte that is incomplete by itself.
-    explicit PageTable(Converter& converter)
+    /// Tries each byte, and each pair that begins with a byte that is incomplete by itself. Then adds what the layer's
+    /// own table of the page has.
+    PageTable(UINT codePage, Converter& converter)
     {
         for (unsigned first = 0; first < 256; ++first) {
             bool incomplete = false;
@@ -62,6 +81,8 @@ public:
                 DoubleByte[first][second] = ConvertCharacter(converter, {pair, 2}, ignored);
             }
         }
+        if (const layer::CodePage* const page = layer::FindCodePage(codePage))
+            Add(page->Runs);
     }
 
     /// Decodes the first character of a text of at least one byte.
@@ -77,6 +98,19 @@ public:
     }
 
 private:
+    void Add(std::span<const layer::CodeRun> runs)
+    {
+        for (const layer::CodeRun& run : runs) {
+            for (unsigned i = 0; run.Code != 0 && i < run.Count; ++i) {
+                const unsigned code = run.Code + i;
+                const bool pair = code > 0xFF;
+                (pair ? DoubleByte[code >> 8][code & 0xFF] : SingleByte[code]) = static_cast<WCHAR>(run.Unit + i);
+                if (pair)
+                    IsLead[code >> 8] = true;
+            }
+        }
+    }
+
     /// @param zero whether the unit 0 is the character zero and not the mark of a malformed one
     static DecodedCharacter MakeCharacter(std::size_t bytes, WCHAR unit, bool zero)
     {
@@ -115,10 +149,11 @@ const PageTable* PageTable::Active()
     const PageTable* known = activeTable.load(std::memory_order_acquire);
     if (known != nullptr)
         return known;
-    Converter converter(layer::WideCharset, layer::CharsetNameOf(layer::ActiveCodePage()).data());
+    const UINT codePage = layer::ActiveCodePage();
+    Converter converter(layer::WideCharset, layer::CharsetNameOf(codePage).data());
     if (!converter.open())
         return nullptr;
-    std::unique_ptr<const PageTable> created(new (std::nothrow) PageTable(converter));
+    std::unique_ptr<const PageTable> created(new (std::nothrow) PageTable(codePage, converter));
     layer::RegisterHooks(hooks);
     // Two threads may build a table at the same time. The first one stores its table; the other one deletes its own and
     // uses the stored one, which the failed exchange has put into `known`.
@@ -145,12 +180,15 @@ UINT ActiveCodePage()
 
 DecodedCharacter DecodeNarrow(const char* text, std::size_t bytes)
 {
-    if (ActiveCodePage() == CP_UTF8)
+    const UINT codePage = ActiveCodePage();
+    if (codePage == CP_UTF8)
         return DecodeUtf8(text, bytes);
+    const auto byte = static_cast<unsigned char>(text[0]);
+    if (const CodePage* const page = FindCodePage(codePage); page != nullptr && page->singleBytes())
+        return {1, 1, {page->UnitOf(byte)}};
     if (const PageTable* const table = PageTable::Active())
         return table->Decode(text, bytes);
     // Without memory for the table only ASCII, which nearly all code pages contain, can be decoded.
-    const auto byte = static_cast<unsigned char>(text[0]);
     return {1, byte < 0x80 ? 1U : 0U, {byte}};
 }
 

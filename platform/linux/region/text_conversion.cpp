@@ -1,7 +1,8 @@
-// Conversions between wide and narrow text: UTF-8 is converted by the layer itself, all other code pages by `iconv`.
+// Conversions between wide and narrow text, in UTF-8 or in another code page.
 #include "base/last_error.h"
 #include "region/active_code_page.h"
-#include "text/iconv_converter.h"
+#include "text/page_decoder.h"
+#include "text/page_encoder.h"
 #include "text/utf8.h"
 
 #include <string>
@@ -39,23 +40,17 @@ int Utf8ToWide(const char* narrow, std::size_t bytes, bool strict, layer::Sink<W
 }
 
 /// @param defaultChar replaces each unit that the page does not have; `usedDefault`, if not null, is then set to TRUE
-int WideToCodePage(UINT codePage, const WCHAR* wide, std::size_t units, char defaultChar, BOOL* usedDefault,
-                   layer::Sink<char> sink)
+int WideToCodePage(layer::PageEncoder& encoder, const WCHAR* wide, std::size_t units, char defaultChar,
+                   BOOL* usedDefault, layer::Sink<char> sink)
 {
-    layer::Converter converter(layer::CharsetNameOf(codePage).data(), layer::WideCharset);
-    if (!converter.open())
-        return layer::Fail(converter.openError(), 0);
-    std::string_view from(reinterpret_cast<const char*>(wide), units * sizeof(WCHAR));
-    // A character that the page lacks is replaced unit by unit, so a surrogate pair gives two default characters, as in
-    // Win32.
-    while (converter.Convert(from, sink) != 0) {
-        converter.Finish(sink);
+    if (!encoder.open())
+        return layer::Fail(encoder.openError(), 0);
+    // Each unit is replaced by itself, so a surrogate pair gives two default characters, as in Win32.
+    for (layer::TextView text(wide, units); !encoder.Encode(text, sink); text.remove_prefix(1)) {
         sink.Put(defaultChar);
-        from.remove_prefix(sizeof(WCHAR));
         if (usedDefault != nullptr)
             *usedDefault = TRUE;
     }
-    converter.Finish(sink);
     return sink.Result();
 }
 
@@ -68,19 +63,15 @@ WCHAR DefaultUnit(UINT codePage)
 
 int CodePageToWide(UINT codePage, const char* narrow, std::size_t bytes, bool strict, layer::Sink<WCHAR> sink)
 {
-    layer::Converter converter(layer::WideCharset, layer::CharsetNameOf(codePage).data());
-    if (!converter.open())
-        return layer::Fail(converter.openError(), 0);
-    std::string_view from(narrow, bytes);
-    while (converter.Convert(from, sink) != 0) {
+    layer::PageDecoder decoder(codePage);
+    if (!decoder.open())
+        return layer::Fail(decoder.openError(), 0);
+    for (std::string_view text(narrow, bytes); !decoder.Decode(text, sink, strict);) {
         if (strict)
             return layer::Fail(ERROR_NO_UNICODE_TRANSLATION, 0);
-        converter.Finish(sink);
-        // Only the first byte of a malformed sequence is skipped: the next one may begin a character.
         sink.Put(DefaultUnit(codePage));
-        from.remove_prefix(1);
+        text.remove_prefix(decoder.MalformedBytes(text));
     }
-    converter.Finish(sink);
     return sink.Result();
 }
 
@@ -112,11 +103,11 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int wideUnits,
 {
     if (!AreArgumentsValid(wide, wideUnits, narrow, narrowBytes))
         return layer::Fail(ERROR_INVALID_PARAMETER, 0);
-    if (flags != 0)  // no flag is supported
+    const UINT page = ResolveCodePage(codePage);
+    if ((flags & ~(page == CP_UTF8 ? 0 : WC_NO_BEST_FIT_CHARS)) != 0)
         return layer::Fail(ERROR_INVALID_FLAGS, 0);
     const std::size_t units = LengthOf(wide, wideUnits);
     const layer::Sink<char> sink(narrow, narrowBytes);
-    const UINT page = ResolveCodePage(codePage);
     if (page == CP_UTF8) {
         // UTF-8 can encode every character, so Win32 rejects a default character here.
         if (defaultChar != nullptr || usedDefault != nullptr)
@@ -125,7 +116,8 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int wideUnits,
     }
     if (usedDefault != nullptr)
         *usedDefault = FALSE;
-    return WideToCodePage(page, wide, units, defaultChar != nullptr ? *defaultChar : '?', usedDefault, sink);
+    layer::PageEncoder encoder(page, (flags & WC_NO_BEST_FIT_CHARS) == 0);
+    return WideToCodePage(encoder, wide, units, defaultChar != nullptr ? *defaultChar : '?', usedDefault, sink);
 }
 
 int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR narrow, int narrowBytes, LPWSTR wide, int wideUnits)

@@ -67,7 +67,7 @@ layer::NarrowDecoder::NarrowDecoder(UINT codePage)
 {
     if (codePage == CP_UTF8)
         return;
-    Page.emplace(WideCharset, CharsetNameOf(codePage).data());
+    Page.emplace(codePage);
     if (Page->outOfMemory())
         throw std::bad_alloc();
     if (!Page->open())
@@ -82,12 +82,11 @@ layer::FileText layer::NarrowDecoder::Decode(std::string_view bytes)
     for (;;) {
         const std::size_t left = bytes.size();
         Sink<WCHAR> sink(decoded.Buffer.get() + decoded.Count, static_cast<int>(left));
-        const int error = Page->Convert(bytes, sink);
-        Page->Finish(sink);
+        const bool whole = Page->Decode(bytes, sink, false);
         // No page has a character of more units than bytes. The limit keeps the buffer safe whatever the converter
         // does.
         decoded.Count += std::min(sink.count(), left - bytes.size());
-        if (error == 0)
+        if (whole)
             return decoded;
         decoded.PutMalformed();
         bytes.remove_prefix(1);

@@ -1,7 +1,7 @@
 // Decodes the bytes of an export to 16-bit units.
 #pragma once
 
-#include "text/iconv_converter.h"
+#include "text/page_decoder.h"
 #include "text/text.h"
 
 #include <cstdint>
@@ -41,7 +41,7 @@ public:
     FileText Decode(std::string_view bytes);
 
 private:
-    std::optional<Converter> Page;  // none for UTF-8
+    std::optional<PageDecoder> Page;  // none for UTF-8
 };
 
 /// Whether a file begins with a byte-order mark.

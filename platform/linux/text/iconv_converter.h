@@ -1,4 +1,4 @@
-// Converts code pages other than UTF-8 with the `iconv` of the C library.
+// Converts code pages with the `iconv` of the C library.
 #pragma once
 
 #include "base/last_error.h"
