@@ -45,14 +45,26 @@ public:
 /// handler around a plain memory access. g++ obeys the flag. clang++ accepts it without effect: there a handler catches
 /// the faults in functions that it calls and that the compiler cannot inline. docs/faults.md lists what has been tried.
 ///
-/// Some faults cannot be translated. They end the process, as they would without an object:
-/// - a fault below a `noexcept` function, for example a destructor (by std::terminate), or below code without unwind
-///   data;
+/// Some faults are not thrown. They end the process, as they would without an object:
+/// - a fault that no handler would catch, or that would have to pass a `noexcept` function, a destructor or a call that
+///   the compiler assumes not to throw, such as one of `memcpy`. On Linux the process then ends by the signal of the
+///   fault, at the failing instruction, and the text of the fault is written to standard error; on Windows it ends by
+///   std::terminate;
 /// - a fault while another fault of the same thread is being translated;
+/// - on Linux, a fault inside the memory allocator or the dynamic linker, which may hold a lock;
 /// - a signal that a process sends (kill, raise);
 /// - a stack overflow if the frames at the end of the stack have destructors to run. On Windows, a thread that has
 ///   caught one must call `_resetstkoflw` before the next;
 /// - on Windows x86-32, a fault inside a function of the system.
+///
+/// Host programs: on Linux the faults of generated code, and those that a signal handler repairs which was installed
+/// before, are left to the host program.
+///
+/// Signals: on Linux `install` unblocks SIGSEGV, SIGBUS, SIGFPE, SIGILL and SIGTRAP for the thread, since the kernel
+/// ends a process that faults while they are blocked. `uninstall` blocks again those that were blocked.
+///
+/// Memory: what a fault needs is set aside by `install`. Only if more than 8 exceptions of faults are kept at the same
+/// time, a further one is allocated when it is thrown.
 ///
 /// The code that faults does not finish: locks of the C library that it held stay held, and half-changed data stays
 /// half-changed.

@@ -12,6 +12,7 @@
 #include "tessmaru/platform.h"
 
 #include <cstdarg>
+#include <typeinfo>
 
 #define WINAPI
 
@@ -387,6 +388,16 @@ BOOL GetFileVersionInfoW(LPCWSTR path, DWORD handle, DWORD size, LPVOID data);
 /// `*value` points into the block; `*length` counts bytes, or for a text its units with the terminator.
 /// @return FALSE with ERROR_RESOURCE_TYPE_NOT_FOUND or ERROR_INVALID_PARAMETER
 BOOL VerQueryValueW(LPCVOID data, LPCWSTR query, LPVOID* value, UINT* length);
+
+// --- Faults as exceptions (the operation itself is in tessmaru/linux/faults.h) ---
+
+namespace platform {
+
+/// States which type a translator throws; the last call counts. A fault that no handler would take as this type then
+/// ends the process by its signal. Without a statement each handler counts as one that takes the fault.
+void SetThrownType(_se_translator_function translator, const std::type_info& type);
+
+}  // namespace platform
 
 // --- The library's entry point ---
 //

@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <ctime>
 #include <cwchar>
+#include <typeinfo>
 
 #include <tlhelp32.h>
 
@@ -42,6 +43,9 @@ inline void RestoreMutex(HANDLE) {}
 
 /// Has nothing to do: the system leaves no part of a write.
 inline void AbandonAtRelease(HANDLE) {}
+
+/// Has nothing to do: the search for a handler starts when the translator throws.
+inline void SetThrownType(_se_translator_function, const std::type_info&) {}
 
 }  // namespace platform
 

@@ -15,6 +15,13 @@ struct FloatFaults {
 
 constexpr unsigned int FloatFaultBits = 0x3F;
 
+/// The exceptions in the registers of both units. In the x87 control word, and in MXCSR from bit 7 on, a set bit masks
+/// an exception. A stack fault sets SF (0x40) together with IE.
+inline FloatFaults PendingFloatFaults(unsigned int status, unsigned int control, unsigned int sse)
+{
+    return {status & ~control & FloatFaultBits, sse & ~(sse >> 7) & FloatFaultBits, (status & 0x41) == 0x41};
+}
+
 /// Reads the exceptions and prepares both units for ordinary code: no exception is pending, which would raise the fault
 /// again at once, and no x87 register is in use. The masks stay as they are.
 inline FloatFaults ReadAndClearFloatFaults()
@@ -28,10 +35,7 @@ inline FloatFaults ReadAndClearFloatFaults()
         const std::uint32_t cleared = sse & ~FloatFaultBits;
         asm volatile("ldmxcsr %0" : : "m"(cleared));
     }
-    // In the x87 control word, and in MXCSR from bit 7 on, a set bit masks an exception. A stack fault sets SF (0x40)
-    // together with IE.
-    return {status & ~static_cast<unsigned int>(control) & FloatFaultBits, sse & ~(sse >> 7) & FloatFaultBits,
-            (status & 0x41) == 0x41};
+    return PendingFloatFaults(status, control, sse);
 }
 
 }  // namespace platform

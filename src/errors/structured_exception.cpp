@@ -1,8 +1,11 @@
 // The exception for a processor fault, and the object that has faults of a thread thrown as such.
 #include "tessmaru/structured_exception.h"
 
+#include "errors/spare_exceptions.h"
 #include "errors/structured_exception.h"
 #include "settings/tag_specification.h"
+
+#include <typeinfo>
 
 structured_exception::structured_exception(const char* text) : std::runtime_error(text) {}
 structured_exception::structured_exception(const structured_exception& other) noexcept = default;
@@ -11,7 +14,9 @@ structured_exception::~structured_exception() = default;
 
 void translateStructuredException(unsigned int code, EXCEPTION_POINTERS* info)
 {
-    throw structured_exception(describeStructuredException(code, info).c_str());
+    fault_text::Text text;
+    describeStructuredException(code, *info, text);
+    throwStructuredException(text);
 }
 
 InstallSETranslator::InstallSETranslator()
@@ -26,6 +31,8 @@ InstallSETranslator::~InstallSETranslator()
 
 void InstallSETranslator::install()
 {
+    makeSpareExceptions();
+    platform::SetThrownType(translateStructuredException, typeid(structured_exception));
     CurrentTranslator = translateStructuredException;
     PreviousTranslator = _set_se_translator(CurrentTranslator);
 }

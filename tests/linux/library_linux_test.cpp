@@ -1,4 +1,5 @@
 // The shared library in a program on Linux.
+#include "testkit/faulting_calls.h"
 #include "testkit/loaded_library.h"
 #include "testkit/log_machine.h"
 #include "testkit/open_handles.h"
@@ -61,6 +62,30 @@ TEST(LibraryOnLinux, LeavesNothingOpenAndTheSignalsOfTheProgramAsTheyWere)
             }
         }
     });
+}
+
+struct sigaction replaced;
+
+TEST(LibraryOnLinux, StaysLoadedForALaterHandlerThatMayCallIt)
+{
+    EXPECT_EXIT(
+        {
+            alarm(60);
+            LoadedLibrary library;
+            const auto setTranslator = library.Find<decltype(_set_se_translator)>("_set_se_translator");
+            std::signal(SIGSEGV, SIG_DFL);
+            setTranslator([](unsigned int, EXCEPTION_POINTERS*) {});
+            struct sigaction later {};
+            later.sa_flags = SA_SIGINFO;
+            later.sa_sigaction = [](int signal, siginfo_t* info, void* context) {
+                replaced.sa_sigaction(signal, info, context);
+            };
+            sigaction(SIGSEGV, &later, &replaced);
+            setTranslator(nullptr);
+            EXPECT_FALSE(library.Unload());
+            testkit::ReadNull();
+        },
+        testing::KilledBySignal(SIGSEGV), "");
 }
 
 }  // namespace

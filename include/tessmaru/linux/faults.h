@@ -57,13 +57,17 @@ using _se_translator_function = void (*)(unsigned int code, EXCEPTION_POINTERS* 
 extern "C" {
 
 /// Sets the translator of the calling thread; null removes it. The translator is called on the thread at each of its
-/// faults. An exception that it throws starts at the faulting instruction. If it returns, the fault is not handled and
-/// the process ends by the signal of the fault. A further fault while the translator runs is treated as on a thread
-/// without a translator.
+/// faults. An exception that it throws starts at the faulting instruction. It may also leave by `longjmp`. If it
+/// returns, the fault is not handled and the process ends by the signal of the fault.
 ///
-/// The first call in a process sets handlers for SIGSEGV, SIGBUS, SIGFPE, SIGILL and SIGTRAP. They pass signals that
-/// they do not translate to the earlier handlers. The first call on a thread gives the thread an alternate signal stack
-/// if it has none.
+/// The translator is not called where its exception would not reach a handler, for a fault of the translator itself,
+/// and for faults of the allocator and the dynamic linker: the process ends by the signal, after a description on
+/// standard error. Nor is it called for faults of generated code and for those that an earlier handler repairs.
+///
+/// Each call with a translator installs handlers for SIGSEGV, SIGBUS, SIGFPE, SIGILL and SIGTRAP, unless they are
+/// installed already. They pass signals that they do not translate to the earlier handlers, also to those that have
+/// replaced them meanwhile. It also unblocks these signals for the thread, until the translator is removed. The first
+/// call on a thread gives the thread an alternate signal stack if it has none.
 ///
 /// @return the earlier translator of the thread, or null. If there is no memory for its record, the thread has no
 ///         translator.

@@ -2,11 +2,13 @@
 // whichever family needs it first.
 #include "base/fault_signals.h"
 
+#include "base/former_action.h"
+#include "base/handle.h"
 #include "base/lifecycle.h"
 
 #include <array>
 #include <atomic>
-#include <cerrno>
+#include <dlfcn.h>
 #include <mutex>
 #include <sys/ucontext.h>
 #include <x86intrin.h>
@@ -15,75 +17,43 @@ namespace {
 
 constexpr std::array<int, 5> Signals = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
 
+/// The former actions of a signal, the oldest first. There is more than one if a program has replaced the layer's
+/// handler and the layer has then been installed again.
 struct SignalState {
-    std::atomic<bool> Installed{false};
-    struct sigaction Former {};  // the action before the layer's handler was installed
+    std::atomic<std::size_t> Count{0};
+    std::array<layer::FormerAction, 4> Former;
+
+    layer::FormerAction& Latest() { return Former[Count.load(std::memory_order_acquire) - 1]; }
 };
 
 std::array<SignalState, NSIG> signalStates;  // indexed by signal number
-std::mutex installLock;
+
+SignalState& StateOf(int signal)
+{
+    return signalStates[static_cast<unsigned>(signal)];
+}
 
 std::array<std::atomic<layer::FaultHandler>, 2> handlers{};  // indexed by FaultStage
 
-/// @param disposition SIG_DFL or SIG_IGN
-bool HasDisposition(const struct sigaction& action, sighandler_t disposition)
-{
-    return (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == disposition;
-}
-
-/// Makes the process end by this signal as soon as the handler returns. A recurring fault does so by itself. A raised
-/// signal stays pending until then, as it is blocked in its own handler.
-void EndProcess(int signal, bool recurs)
-{
-    struct sigaction action {};
-    action.sa_handler = SIG_DFL;
-    sigaction(signal, &action, nullptr);
-    if (!recurs)
-        raise(signal);
-}
-
-/// Blocks the signals that the kernel would have blocked for a handler with this action: those that were blocked at the
-/// fault, those of its `sa_mask`, and its own unless it has SA_NODEFER. Ends with the former mask.
-class HandlerMask {
-public:
-    HandlerMask(int signal, const struct sigaction& action, const void* context)
-    {
-        sigset_t mask;
-        sigorset(&mask, &static_cast<const ucontext_t*>(context)->uc_sigmask, &action.sa_mask);
-        if ((static_cast<unsigned>(action.sa_flags) & SA_NODEFER) == 0)
-            sigaddset(&mask, signal);
-        pthread_sigmask(SIG_SETMASK, &mask, &Former);
-    }
-    HandlerMask(const HandlerMask&) = delete;
-    HandlerMask& operator=(const HandlerMask&) = delete;
-    ~HandlerMask() { pthread_sigmask(SIG_SETMASK, &Former, nullptr); }
-
-private:
-    sigset_t Former;
+/// The former action that the calling thread runs. If it was installed after the layer's handler, it may call that
+/// handler, which then continues with the action before it.
+struct Forwarding {
+    const siginfo_t* Info;
+    std::uintptr_t Frame;
+    std::size_t Level;  // the number of older actions
 };
 
-/// Does what would have happened without the layer's handler.
-void ForwardToFormerHandler(int signal, siginfo_t* info, void* context)
+// Of the initial-exec model: the signal handler reads it, and other models may call a function that allocates.
+constinit thread_local Forwarding forwarding __attribute__((tls_model("initial-exec"))) = {};
+
+/// Not inlined: its frame has to lie below that of OnFault. A former handler may leave by `longjmp` and so leave
+/// `forwarding` as it is; the next fault is then recognised by its frame.
+[[gnu::noinline]] void RunFormer(int signal, siginfo_t* info, void* context, std::size_t level)
 {
-    struct sigaction& stored = signalStates[static_cast<unsigned>(signal)].Former;
-    const struct sigaction former = stored;
-    const bool sent = info->si_code <= 0;  // sent with `kill` or similar, not caused by a fault
-    // The kernel does not let a process ignore a fault: it treats SIG_IGN like SIG_DFL then.
-    if (HasDisposition(former, SIG_IGN) && sent)
-        return;
-    if (HasDisposition(former, SIG_DFL) || HasDisposition(former, SIG_IGN)) {
-        EndProcess(signal, !sent && layer::FaultRecurs(context));
-        return;
-    }
-    if ((static_cast<unsigned>(former.sa_flags) & SA_RESETHAND) != 0) {
-        stored = {};
-        stored.sa_handler = SIG_DFL;
-    }
-    const HandlerMask mask(signal, former, context);
-    if ((former.sa_flags & SA_SIGINFO) != 0)
-        former.sa_sigaction(signal, info, context);
-    else
-        former.sa_handler(signal);
+    const Forwarding outer = forwarding;
+    forwarding = {info, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)), level};
+    StateOf(signal).Former[level].Run(signal, info, context, layer::FaultRecurs(context));
+    forwarding = outer;
 }
 
 /// Clears the alignment check flag. The kernel leaves it as the failing code had set it, and the handler's own
@@ -110,36 +80,69 @@ bool RunFaultHandlers(int signal, const siginfo_t& info, void* context)
 void OnFault(int signal, siginfo_t* info, void* context)
 {
     DisableAlignmentChecks();
+    const auto frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+    if (forwarding.Info == info && frame < forwarding.Frame) {  // called by a former handler
+        if (forwarding.Level > 0)
+            RunFormer(signal, info, context, forwarding.Level - 1);
+        else
+            layer::EndBySignal(signal, layer::FaultRecurs(context));
+        return;
+    }
     if (!RunFaultHandlers(signal, *info, context))
-        ForwardToFormerHandler(signal, info, context);
+        layer::ForwardFault(signal, *info, context);
+}
+
+bool IsOurs(const struct sigaction& action)
+{
+    return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == OnFault;
+}
+
+/// Keeps the action in force as a former one. One that had been kept already has been installed again.
+void KeepFormer(SignalState& state, const struct sigaction& action)
+{
+    std::size_t count = state.Count.load(std::memory_order_relaxed);
+    if (count > 0 && (state.Latest().IsSameAs(action) || count == state.Former.size()))
+        --count;
+    state.Former[count].Set(action);
+    state.Count.store(count + 1, std::memory_order_release);
 }
 
 void InstallHandler(int signal)
 {
-    SignalState& state = signalStates[static_cast<unsigned>(signal)];
-    if (state.Installed.load(std::memory_order_acquire))
+    struct sigaction current {};
+    sigaction(signal, nullptr, &current);
+    if (IsOurs(current))
         return;
-    const std::lock_guard<std::mutex> guard(installLock);
-    if (state.Installed.load(std::memory_order_relaxed))
+    const std::lock_guard<std::mutex> guard(layer::TableLock());
+    sigaction(signal, nullptr, &current);
+    if (IsOurs(current))
         return;
     // The former action is stored before the handler is installed: the handler may run immediately and needs it.
-    sigaction(signal, nullptr, &state.Former);
+    KeepFormer(StateOf(signal), current);
     struct sigaction action {};
     action.sa_sigaction = OnFault;
-    action.sa_flags = SA_SIGINFO | SA_ONSTACK;  // after a stack overflow the normal stack cannot be used
+    // After a stack overflow the normal stack cannot be used.
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK | (current.sa_flags & SA_RESTART);
     sigaction(signal, &action, nullptr);
-    state.Installed.store(true, std::memory_order_release);
+}
+
+/// Whether the layer's handler was installed for a signal, and has been replaced since.
+bool IsReplaced(int signal)
+{
+    struct sigaction current {};
+    return StateOf(signal).Count.load(std::memory_order_acquire) != 0 && sigaction(signal, nullptr, &current) == 0 &&
+           !IsOurs(current);
 }
 
 /// Restores the former actions. A handler that another library has installed since then is not replaced.
 void RestoreFormerHandlers()
 {
     for (const int signal : Signals) {
-        SignalState& state = signalStates[static_cast<unsigned>(signal)];
-        struct sigaction current {};
-        if (state.Installed.exchange(false) && sigaction(signal, nullptr, &current) == 0 &&
-            (current.sa_flags & SA_SIGINFO) != 0 && current.sa_sigaction == OnFault)
-            sigaction(signal, &state.Former, nullptr);
+        SignalState& state = StateOf(signal);
+        if (state.Count.load(std::memory_order_acquire) == 0 || IsReplaced(signal))
+            continue;
+        const struct sigaction former = state.Latest().Restorable();
+        sigaction(signal, &former, nullptr);
     }
 }
 
@@ -150,10 +153,38 @@ constinit layer::LifecycleHooks hooks{
 
 void layer::HandleFaults(FaultStage stage, FaultHandler handler, std::initializer_list<int> signals)
 {
+    WatchForks();
     RegisterHooks(hooks);
     handlers[static_cast<std::size_t>(stage)].store(handler, std::memory_order_release);
     for (const int signal : signals)
         InstallHandler(signal);
+}
+
+bool layer::HandlesSignal(int signal)
+{
+    return !IsReplaced(signal);
+}
+
+bool layer::HasFormerHandler(int signal)
+{
+    return StateOf(signal).Latest().IsFunction();
+}
+
+void layer::ForwardFault(int signal, const siginfo_t& info, void* context)
+{
+    RunFormer(signal, const_cast<siginfo_t*>(&info), context,
+              StateOf(signal).Count.load(std::memory_order_acquire) - 1);
+}
+
+void layer::StayLoadedIfReplaced()
+{
+    Dl_info own{};
+    for (const int signal : Signals) {
+        if (IsReplaced(signal) && dladdr(reinterpret_cast<void*>(&OnFault), &own) != 0) {
+            dlopen(own.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+            return;
+        }
+    }
 }
 
 bool layer::FaultRecurs(const void* context)

@@ -17,9 +17,22 @@ enum class FaultStage { repair, translate };
 using FaultHandler = bool (*)(int signal, const siginfo_t& info, void* context);
 
 /// Sets the handler of a stage and installs the layer's signal handler for these signals, unless it is installed
-/// already. Faults that no family deals with are forwarded to the signal handler that was installed before.
+/// already. A handler that has replaced it since then becomes a former one, and may itself call the layer's handler.
+/// Faults that no family deals with are forwarded to the signal handler that was installed before.
 /// @param signals among SIGSEGV, SIGBUS, SIGFPE, SIGILL and SIGTRAP
 void HandleFaults(FaultStage stage, FaultHandler handler, std::initializer_list<int> signals);
+
+/// Whether the layer's handler of an installed signal is still in force.
+bool HandlesSignal(int signal);
+
+/// Whether a function was installed before the layer's handler.
+bool HasFormerHandler(int signal);
+
+/// Does what would have happened without the layer's handler: calls the former one, or makes the process end.
+void ForwardFault(int signal, const siginfo_t& info, void* context);
+
+/// Makes dlclose leave the library loaded if another handler has replaced the layer's: it may have kept its address.
+void StayLoadedIfReplaced();
 
 /// Exception vectors of the x86 processor.
 enum Vector : std::uintptr_t {

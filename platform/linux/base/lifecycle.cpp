@@ -29,19 +29,29 @@ void RunHooks(void (*LifecycleHooks::*event)())
 
 // The table lock is held across `fork`. Otherwise another thread could be changing a table at that moment, and the
 // child, which does not have that thread, would inherit a half-changed table and a lock that is never released.
+//
+// Two threads that start to watch at the same time may register the handlers twice: only the first or last call of a
+// fork acts. A lock against that could itself be held by another thread at a fork.
+constinit thread_local int handlersInFork __attribute__((tls_model("initial-exec"))) = 0;
+
 void BeforeFork()
 {
+    if (handlersInFork++ != 0)
+        return;
     layer::TableLock().lock();
     forkCount.fetch_add(1, std::memory_order_relaxed);
 }
 
 void AfterForkInParent()
 {
-    layer::TableLock().unlock();
+    if (--handlersInFork == 0)
+        layer::TableLock().unlock();
 }
 
 void AfterForkInChild()
 {
+    if (--handlersInFork != 0)
+        return;
     // The generation comes first: the hooks may take locks, which read it.
     forkGeneration.fetch_add(1, std::memory_order_relaxed);
     RunHooks(&LifecycleHooks::AfterForkInChild);
@@ -97,12 +107,9 @@ void RegisterHooks(LifecycleHooks& hooks)
 bool WatchForks()
 {
     static std::atomic<bool> watched{false};
-    static std::mutex once;
-    if (watched.load(std::memory_order_acquire))
-        return true;
-    const std::lock_guard<std::mutex> guard(once);
-    if (!watched.load(std::memory_order_relaxed))
-        watched.store(pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild) == 0, std::memory_order_release);
+    if (!watched.load(std::memory_order_acquire) &&
+        pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild) == 0)
+        watched.store(true, std::memory_order_release);
     return watched.load(std::memory_order_relaxed);
 }
 

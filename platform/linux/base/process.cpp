@@ -21,10 +21,11 @@ void ForgetIds()
 // The other threads do not exist in the child, so their cached ids need no clearing.
 constinit layer::LifecycleHooks hooks{.AfterForkInChild = ForgetIds, .AtThreadEnd = nullptr, .AtUnload = nullptr};
 
-void WatchForks()
+/// @return false if forks cannot be noticed, so that nothing may be cached
+bool WatchForks()
 {
     layer::RegisterHooks(hooks);
-    layer::WatchForks();
+    return layer::WatchForks();
 }
 
 }  // namespace
@@ -35,18 +36,19 @@ DWORD GetCurrentProcessId()
 {
     DWORD id = processId.load(std::memory_order_relaxed);
     if (id == 0) {
-        WatchForks();
         id = static_cast<DWORD>(getpid());
-        processId.store(id, std::memory_order_relaxed);
+        if (WatchForks())
+            processId.store(id, std::memory_order_relaxed);
     }
     return id;
 }
 
 DWORD GetCurrentThreadId()
 {
-    if (layer::threadId == 0) {
-        WatchForks();
-        layer::threadId = static_cast<DWORD>(syscall(SYS_gettid));
-    }
-    return layer::threadId;
+    if (layer::threadId != 0)
+        return layer::threadId;
+    const auto id = static_cast<DWORD>(syscall(SYS_gettid));
+    if (WatchForks())
+        layer::threadId = id;
+    return id;
 }

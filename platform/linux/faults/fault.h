@@ -9,13 +9,13 @@
 
 namespace layer {
 
-/// The assembly code that raises the exception, and its unwind data, access the first two fields by their offsets.
+/// The unwind data of `layer_at_fault` access the first three fields by their offsets.
 struct Fault {
     std::uintptr_t UnwindAt;  // where unwinding starts: an address inside the instruction that failed
     std::uintptr_t Stack;     // the stack pointer of the code that failed
+    mcontext_t Registers;     // without the floating-point registers
     int Signal;
     bool StackOverflow;
-    mcontext_t Registers;  // without the floating-point registers
 
     /// @param number  REG_RAX, REG_EAX and so on
     std::uintptr_t Register(int number) const { return static_cast<std::uintptr_t>(Registers.gregs[number]); }
@@ -28,6 +28,12 @@ struct Fault {
 
     /// The address that was accessed; valid for a page fault only.
     std::uintptr_t Address() const;
+
+    /// Whether a page fault was a write.
+    bool IsWrite() const;
+
+    /// Whether the fault is the call of an address that has no code.
+    bool IsBadCall() const;
 };
 
 }  // namespace layer

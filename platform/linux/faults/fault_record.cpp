@@ -3,9 +3,10 @@
 // The code follows from the processor's exception number. If that is ambiguous, the instruction that failed is decoded.
 #include "faults/fault_record.h"
 
-#include "../../x86/float_state.h"
 #include "base/fault_signals.h"
 #include "faults/fault_instruction.h"
+
+#include <cstring>
 
 namespace {
 
@@ -13,8 +14,7 @@ using layer::Fault;
 
 constexpr std::uintptr_t UnknownAddress = ~std::uintptr_t{0};
 
-// Bits of the processor's error code for a page fault.
-constexpr std::uintptr_t ErrorOnWrite = 2;
+// A bit of the processor's error code for a page fault.
 constexpr std::uintptr_t ErrorOnFetch = 16;
 
 /// Sets the parameters of an access violation.
@@ -28,10 +28,9 @@ void SetAccess(EXCEPTION_RECORD& record, ULONG_PTR kind, std::uintptr_t address)
 
 ULONG_PTR AccessKind(const Fault& fault)
 {
-    const std::uintptr_t error = fault.Register(REG_ERR);
-    if ((error & ErrorOnFetch) != 0)
+    if ((fault.Register(REG_ERR) & ErrorOnFetch) != 0)
         return 8;
-    return (error & ErrorOnWrite) != 0 ? 1 : 0;
+    return fault.IsWrite() ? 1 : 0;
 }
 
 /// The code for floating-point exceptions. Several may have occurred; the first one in the processor's order of
@@ -79,9 +78,26 @@ DWORD PageFaultCode(const Fault& fault, EXCEPTION_RECORD& record)
 
 }  // namespace
 
-EXCEPTION_RECORD layer::RecordOf(const Fault& fault)
+platform::FloatFaults layer::FloatFaultsIn(const ucontext_t& context)
 {
-    const platform::FloatFaults floats = platform::ReadAndClearFloatFaults();
+    const fpregset_t units = context.uc_mcontext.fpregs;
+    unsigned int sse = 0x1F80;  // all exceptions are masked
+    if (units == nullptr)
+        return platform::PendingFloatFaults(0, 0, sse);
+#ifdef __x86_64__
+    return platform::PendingFloatFaults(units->swd, units->cwd, units->mxcsr);
+#else
+    // The kernel appends the state of the SSE unit, with six words before it, unless the upper half of the status is
+    // 0xFFFF.
+    if (units->status >> 16 != 0xFFFF)
+        std::memcpy(&sse, reinterpret_cast<const char*>(units) + sizeof *units + 6 * sizeof sse, sizeof sse);
+    return platform::PendingFloatFaults(static_cast<unsigned int>(units->sw), static_cast<unsigned int>(units->cw),
+                                        sse);
+#endif
+}
+
+EXCEPTION_RECORD layer::RecordOf(const Fault& fault, const platform::FloatFaults& floats)
+{
     EXCEPTION_RECORD record{};
     std::uintptr_t address = fault.Instruction();
     switch (fault.Number()) {

@@ -1,96 +1,53 @@
 // Translates faults of the processor into exceptions: the translator of each thread, and the way from a signal to it.
 //
-// A signal handler must not throw. It only changes the interrupted context: when it returns, the thread continues in
-// `layer_enter_fault` as if the failing instruction had called it. That calls `layer_raise_fault`, and so the
-// translator, as ordinary code. An exception that the translator throws unwinds from the failing instruction.
+// The steps from a fault to its exception:
+//  1. The handler of base/fault_signals.cpp first lets the layer repair what it has caused itself (shared pages).
+//  2. A fault of code that runs guarded in this handler ends that code (guarded.cpp).
+//  3. A signal that is no fault, or a fault of a thread without a translator, goes to the handler that the program had
+//     installed before. So does a fault of generated code, which belongs to no loaded file (host.cpp).
+//  4. If that handler could repair the fault, it is called. If it has done so, the thread continues.
+//  5. The stack is searched for a handler of the exception (handler_search.cpp, exception_table.cpp). If there is one,
+//     the context of the signal is changed: the thread will continue in `layer_at_fault` (fault_frame.cpp), as if the
+//     failing instruction had called it.
+//  6. If there is none, the program's handler is called, if that has not been done yet. Then the fault is described on
+//     standard error (fault_report.cpp), and the process ends by the signal, at the failing instruction.
+//  7. The signal handler returns. In ordinary code `layer_at_fault` calls RaiseFault, which calls the translator, whose
+//     exception unwinds from the failing instruction.
 //
-// Nothing is allocated between the fault and the throw: the memory may be what is damaged. The fault is kept in the
-// record of the thread, FaultState.
-#include "../../x86/flags.h"
+// Nothing is allocated between the fault and the throw, and no lock is taken: the memory may be what is damaged, and
+// the failing code may hold the lock. The fault is kept in the record of the thread, FaultState.
 #include "base/fault_signals.h"
+#include "base/former_action.h"
 #include "base/lifecycle.h"
 #include "faults/fault.h"
+#include "faults/fault_frame.h"
 #include "faults/fault_record.h"
+#include "faults/fault_report.h"
 #include "faults/fault_stack.h"
+#include "faults/guarded.h"
+#include "faults/handler_search.h"
+#include "faults/host.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <initializer_list>
 #include <memory>
 #include <new>
 #include <pthread.h>
 
+#include <cxxabi.h>
+
 #ifdef __x86_64__
 #define STACK_REGISTER REG_RSP
-#define INSTRUCTION_REGISTER REG_RIP
-#define ARGUMENT_REGISTER REG_RDI
 #else
 #define STACK_REGISTER REG_ESP
-#define INSTRUCTION_REGISTER REG_EIP
-#define ARGUMENT_REGISTER REG_EAX
 #endif
 
 using layer::Fault;
-
-extern "C" {
-[[gnu::visibility("hidden")]] void layer_enter_fault();
-#ifdef __i386__
-[[gnu::regparm(1)]]
-#endif
-[[noreturn, gnu::visibility("hidden"), gnu::used]] void
-layer_raise_fault(Fault* fault);
-}
-
-// The handler makes the thread continue here, with the fault as the argument (rdi, eax) and on the stack from
-// RaisingStack. The code below skips the red zone of the failing code (x86-64), aligns the stack and pushes the first
-// two fields of the fault, from which the unwinder continues in the failing function:
-//   cfi_signal_frame  the address is that of the failing instruction itself, not of one after a call
-//   cfi_escape 0x0f   DW_CFA_def_cfa_expression: the frame above starts at Fault::Stack, the first word pushed
-//   cfi_escape 0x10   DW_CFA_expression: its return address is Fault::UnwindAt, the last word pushed
-// All other registers still have the values of the failing function, so they need no unwind data.
-#ifdef __x86_64__
-__asm__(R"(
-    .pushsection .text
-    .hidden layer_enter_fault
-    .globl layer_enter_fault
-    .type layer_enter_fault, @function
-layer_enter_fault:
-    .cfi_startproc
-    .cfi_signal_frame
-    .cfi_escape 0x0f, 3, 0x77, 8, 0x06
-    .cfi_escape 0x10, 16, 2, 0x77, 0
-    leaq -128(%rsp), %rsp
-    andq $-16, %rsp
-    pushq 8(%rdi)
-    pushq (%rdi)
-    call layer_raise_fault
-    ud2
-    .cfi_endproc
-    .size layer_enter_fault, . - layer_enter_fault
-    .popsection
-)");
-#else
-__asm__(R"(
-    .pushsection .text
-    .hidden layer_enter_fault
-    .globl layer_enter_fault
-    .type layer_enter_fault, @function
-layer_enter_fault:
-    .cfi_startproc
-    .cfi_signal_frame
-    .cfi_escape 0x0f, 3, 0x74, 4, 0x06
-    .cfi_escape 0x10, 8, 2, 0x74, 0
-    andl $-16, %esp
-    subl $8, %esp
-    pushl 4(%eax)
-    pushl (%eax)
-    call layer_raise_fault
-    ud2
-    .cfi_endproc
-    .size layer_enter_fault, . - layer_enter_fault
-    .popsection
-)");
-#endif
+using layer::Prospect;
 
 namespace {
 
@@ -105,15 +62,26 @@ struct Stack {
 /// The record of a thread that has had a translator.
 struct FaultState {
     _se_translator_function Translator = nullptr;
-    bool Raising = false;         // from a fault until its translator has thrown or returned
+    bool Raising = false;         // from a fault until its translator has thrown; also after it has left by `longjmp`
     Stack Own;                    // the thread's stack; empty if it is unknown
     std::uintptr_t Guard = 0;     // size of the guard below it
     void* SignalStack = nullptr;  // the alternate stack that the layer made, if any
+    sigset_t Blocked{};           // the signals that the translator has unblocked
     Fault Current{};
 };
 
 // Of the initial-exec model: the signal handler reads it, and other models may call a function that allocates.
 constinit thread_local FaultState* state __attribute__((tls_model("initial-exec"))) = nullptr;
+
+// The type that one translator throws. Stored in this order, read in the other one.
+std::atomic<const std::type_info*> statedType{nullptr};
+std::atomic<_se_translator_function> statedTranslator{nullptr};
+
+const std::type_info* ThrownType(_se_translator_function translator)
+{
+    return statedTranslator.load(std::memory_order_acquire) == translator ? statedType.load(std::memory_order_relaxed)
+                                                                          : nullptr;
+}
 
 // The stack that the raising code needs: for the translator and the unwinder, with a reserve.
 constexpr std::uintptr_t RaisingBytes = 24UL * 1024;
@@ -161,6 +129,10 @@ FaultState* MakeState()
     layer::RegisterHooks(hooks);
     FindOwnStack(*created);
     created->SignalStack = layer::MakeSignalStack();
+    sigemptyset(&created->Blocked);
+    // The first use of the search, and of the runtime's record of exceptions, may allocate.
+    layer::PrepareSearch();
+    [[maybe_unused]] void* volatile globals = abi::__cxa_get_globals();  // not omitted
     return created.release();
 }
 
@@ -221,10 +193,11 @@ std::uintptr_t RaisingStack(const FaultState& thread, const Fault& fault, const 
 /// exist. The call has pushed its return address; one byte less is inside the call instruction.
 void StartUnwindingAtCaller(Fault& fault)
 {
-    if (fault.Number() != layer::pageFault || fault.Address() != fault.Instruction())
+    std::uintptr_t returnAddress = 0;
+    if (!layer::Guarded([&] { returnAddress = *reinterpret_cast<const std::uintptr_t*>(fault.Stack); }))
         return;
-    fault.UnwindAt = *reinterpret_cast<const std::uintptr_t*>(fault.Stack) - 1;
-    fault.Stack += sizeof fault.UnwindAt;
+    fault.UnwindAt = returnAddress - 1;
+    fault.Stack += sizeof returnAddress;
 }
 
 /// Resets FaultState::Raising when the translator throws or returns.
@@ -239,52 +212,89 @@ private:
     FaultState& Thread;
 };
 
-/// Makes the thread continue in its translator when the signal handler returns. A fault while the translator runs is
-/// not translated: the record of the thread has room for one fault.
-/// @return false, with the context unchanged, if the fault is not translated
-bool TranslateFault(int signal, const siginfo_t& info, void* context)
+Fault FaultOf(const FaultState& thread, int signal, const ucontext_t& context)
 {
-    FaultState* const thread = state;
-    auto& interrupted = *static_cast<ucontext_t*>(context);
-    greg_t* const registers = interrupted.uc_mcontext.gregs;
-    if (thread == nullptr || thread->Translator == nullptr || thread->Raising ||
-        !IsTranslatable(signal, info, static_cast<std::uintptr_t>(registers[REG_TRAPNO])))
-        return false;
-    Fault& fault = thread->Current;
+    Fault fault{};
     fault.Signal = signal;
-    fault.Registers = interrupted.uc_mcontext;
+    fault.Registers = context.uc_mcontext;
     fault.Registers.fpregs = nullptr;  // points into the signal frame, which will be gone
     // A breakpoint or an overflow is reported with the address after its instruction.
-    fault.UnwindAt = fault.Instruction() - (layer::FaultRecurs(context) ? 0 : 1);
+    fault.UnwindAt = fault.Instruction() - (layer::FaultRecurs(&context) ? 0 : 1);
     fault.Stack = fault.Register(STACK_REGISTER);
-    fault.StackOverflow = IsStackOverflow(*thread, fault);
-    const std::uintptr_t stack = RaisingStack(*thread, fault, interrupted);
+    fault.StackOverflow = IsStackOverflow(thread, fault);
+    return fault;
+}
+
+[[noreturn]] int RaiseFault(Fault* fault);
+
+/// Makes the thread continue in RaiseFault. @return why that is not possible, or null
+const char* Raise(FaultState& thread, const Fault& fault, ucontext_t& context)
+{
+    switch (layer::FindProspect(fault, ThrownType(thread.Translator), thread.Raising)) {
+        case Prospect::caught: break;
+        case Prospect::uncaught: return "no handler would catch it";
+        case Prospect::refused: return "a function on the way to the handler must not throw";
+        case Prospect::insideAllocator: return "it is inside the memory allocator";
+        case Prospect::insideLoader: return "it is inside the dynamic linker or the unwinder";
+        case Prospect::insideTranslator: return "an earlier fault is being translated";
+    }
+    const std::uintptr_t stack = RaisingStack(thread, fault, context);
     if (stack == 0)
+        return "the stack has no room for the exception";
+    thread.Current = fault;
+    thread.Raising = true;
+    layer::ContinueAtFault(context, thread.Current, RaiseFault, stack);
+    return nullptr;
+}
+
+/// Steps 4 to 6 for a fault of the program's own code.
+void DealWith(FaultState& thread, Fault& fault, const siginfo_t& info, ucontext_t& context)
+{
+    const char* reason = "it is in code of no loaded file";
+    if (!layer::IsHostCode(fault)) {
+        const bool hostFirst = layer::MayHostRepair(fault);
+        if (hostFirst && layer::HostRepairs(fault, info, context))
+            return;
+        reason = Raise(thread, fault, context);
+        if (reason == nullptr || (!hostFirst && layer::HostRepairs(fault, info, context)))
+            return;
+    } else if (layer::HasFormerHandler(fault.Signal)) {
+        layer::ForwardFault(fault.Signal, info, &context);
+        return;
+    }
+    layer::ReportFault(fault, context, reason);
+    layer::EndBySignal(fault.Signal, layer::FaultRecurs(&context));
+}
+
+/// @return false if the fault does not belong to a translator
+bool TranslateFault(int signal, const siginfo_t& info, void* context)
+{
+    auto& interrupted = *static_cast<ucontext_t*>(context);
+    FaultState* const thread = state;
+    if (!IsTranslatable(signal, info, static_cast<std::uintptr_t>(interrupted.uc_mcontext.gregs[REG_TRAPNO])))
         return false;
-    StartUnwindingAtCaller(fault);
-    thread->Raising = true;
-    registers[STACK_REGISTER] = static_cast<greg_t>(stack);
-    registers[ARGUMENT_REGISTER] = reinterpret_cast<greg_t>(&fault);
-    registers[INSTRUCTION_REGISTER] = reinterpret_cast<greg_t>(&layer_enter_fault);
-    platform::ResetFlags(registers[REG_EFL]);
+    layer::LeaveGuarded();
+    if (thread == nullptr || thread->Translator == nullptr)
+        return false;
+    const int savedError = errno;
+    Fault fault = FaultOf(*thread, signal, interrupted);
+    if (fault.IsBadCall())
+        StartUnwindingAtCaller(fault);
+    DealWith(*thread, fault, info, interrupted);
+    errno = savedError;
     return true;
 }
 
 /// Ends the process as the signal would have ended it without a handler.
 [[noreturn]] void EndBy(int signal)
 {
-    struct sigaction action {};
-    action.sa_handler = SIG_DFL;
-    sigaction(signal, &action, nullptr);
-    raise(signal);
+    layer::EndBySignal(signal, false);
     std::abort();
 }
 
-}  // namespace
-
-void layer_raise_fault(Fault* fault)
+int RaiseFault(Fault* fault)
 {
-    EXCEPTION_RECORD record = layer::RecordOf(*fault);
+    EXCEPTION_RECORD record = layer::RecordOf(*fault, platform::ReadAndClearFloatFaults());
     EXCEPTION_POINTERS pointers{&record, reinterpret_cast<CONTEXT*>(&fault->Registers)};
     {
         const Raising raising(*state);
@@ -295,16 +305,51 @@ void layer_raise_fault(Fault* fault)
     EndBy(fault->Signal);
 }
 
+constexpr std::initializer_list<int> FaultSignals = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
+
+/// The kernel ends a process that faults on a thread which blocks the signal, whatever its handler.
+void UnblockSignals(FaultState& thread)
+{
+    sigset_t faults;
+    sigset_t former;
+    sigemptyset(&faults);
+    for (const int signal : FaultSignals)
+        sigaddset(&faults, signal);
+    pthread_sigmask(SIG_UNBLOCK, &faults, &former);
+    sigandset(&faults, &faults, &former);
+    sigorset(&thread.Blocked, &thread.Blocked, &faults);
+}
+
+void BlockSignalsAgain(FaultState& thread)
+{
+    pthread_sigmask(SIG_BLOCK, &thread.Blocked, nullptr);
+    sigemptyset(&thread.Blocked);
+}
+
+}  // namespace
+
+void platform::SetThrownType(_se_translator_function translator, const std::type_info& type)
+{
+    statedType.store(&type, std::memory_order_relaxed);
+    statedTranslator.store(translator, std::memory_order_release);
+}
+
 _se_translator_function _set_se_translator(_se_translator_function translator)
 {
     if (translator != nullptr) {
         if (state == nullptr)
             state = MakeState();
-        layer::HandleFaults(layer::FaultStage::translate, TranslateFault, {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP});
+        layer::HandleFaults(layer::FaultStage::translate, TranslateFault, FaultSignals);
     }
     if (state == nullptr)
         return nullptr;
     const _se_translator_function former = state->Translator;
     state->Translator = translator;
+    if (translator != nullptr) {
+        UnblockSignals(*state);
+    } else {
+        BlockSignalsAgain(*state);
+        layer::StayLoadedIfReplaced();
+    }
     return former;
 }
