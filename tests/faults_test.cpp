@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <exception>
 #include <string>
+#include <type_traits>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -168,6 +169,8 @@ TEST(Faults, ReachAHandlerInTheFaultingFunction)
 
 TEST(Faults, KeepTheirTextInCopies)
 {
+    static_assert(std::is_base_of_v<std::exception, structured_exception>);
+    static_assert(!std::is_base_of_v<std::runtime_error, structured_exception>, "no handler of another kind takes it");
     structured_exception copy("made by hand");
     EXPECT_STREQ(copy.what(), "made by hand");
     {

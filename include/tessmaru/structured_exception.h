@@ -3,16 +3,22 @@
 
 #include "tessmaru/platform.h"
 
+#include <exception>
 #include <stdexcept>
 
 /// A fault on a thread that an InstallSETranslator protects. `what` says what happened and at which address.
-class TESSMARU_API structured_exception : public std::runtime_error {
+class TESSMARU_API structured_exception : public std::exception {
 public:
     /// Keeps a copy of `text`.
     explicit structured_exception(const char* text);
     structured_exception(const structured_exception& other) noexcept;
     structured_exception& operator=(const structured_exception& other) noexcept;
     ~structured_exception() override;
+
+    const char* what() const noexcept override;
+
+private:
+    std::runtime_error Text;  // copies of it share the text, so that copying cannot fail
 };
 
 /// While an object is installed, from its construction on, each fault of its thread is thrown as a structured_exception

@@ -7,10 +7,15 @@
 
 #include <typeinfo>
 
-structured_exception::structured_exception(const char* text) : std::runtime_error(text) {}
+structured_exception::structured_exception(const char* text) : Text(text) {}
 structured_exception::structured_exception(const structured_exception& other) noexcept = default;
 structured_exception& structured_exception::operator=(const structured_exception& other) noexcept = default;
 structured_exception::~structured_exception() = default;
+
+const char* structured_exception::what() const noexcept
+{
+    return Text.what();
+}
 
 void translateStructuredException(unsigned int code, EXCEPTION_POINTERS* info)
 {
