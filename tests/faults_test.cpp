@@ -12,8 +12,8 @@
 #include <cstdlib>
 #include <exception>
 #include <string>
-#include <type_traits>
 #include <thread>
+#include <type_traits>
 #include <utility>
 #include <vector>
 

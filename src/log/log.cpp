@@ -13,8 +13,6 @@
 
 #include <cstdarg>
 
-using logging::appender;
-
 namespace utilities {
 
 namespace {
@@ -106,15 +104,20 @@ LONG CLog::WriteLine(std::basic_string_view<unsigned short> tag, std::basic_stri
     // Nothing is written before the whole line exists, so an exception leaves no part of it in the file.
     try {
         GetDateTime();
-        if (stamp.isNewSecond() || logging::appender.IsAway()) {
+        const auto checkFile = [this] {
             platform::RestoreMutex(LogMutex);
-            const LONG code =
-                logging::appender.CheckFile(LogFile, LogFileName, SecurityDescriptor.getSecurityAttributes());
-            if (code < 0)
+            return logging::appender.CheckFile(LogFile, LogFileName, SecurityDescriptor.getSecurityAttributes());
+        };
+        if (stamp.isNewSecond() || logging::appender.IsAway()) {
+            if (const LONG code = checkFile(); code < 0)
                 return code;
         }
         const logging::Record record(DateTime, GetCurrentProcessId(), GetCurrentThreadId(), tag, source, text);
-        return logging::appender.Append(LogFile, record.line());
+        const LONG code = logging::appender.Append(LogFile, record.line());
+        // The program has closed the file, so nothing was written. It is not left so until the next second.
+        if (logging::appender.IsAway() && checkFile() == 0)
+            return logging::appender.Append(LogFile, record.line());
+        return code;
     } catch (const log_exception& failure) {
         return failure.ErrorCode;
     } catch (const std::exception&) {

@@ -66,6 +66,7 @@ LONG LineAppender::FailureCode(platform::AppendResult result)
     const LONG code = LastErrorCode();
     if (result == platform::AppendResult::part)
         DistrustEnd();
+    FileIsAway = code == HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE);
     return code;
 }
 
