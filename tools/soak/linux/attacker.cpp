@@ -85,7 +85,8 @@ private:
 
     void Put(int file, off_t at, std::uint32_t value) { static_cast<void>(!pwrite(file, &value, sizeof value, at)); }
 
-    /// Writes the number of a living process, which the others then wait for.
+    /// Writes the number of a living process, which the others then wait for. It does not stay for ever: a mutex that
+    /// seems to be held is held, by contract, until the process of that number uses it again, and some here only wait.
     void HoldAsLiveOwner(int file)
     {
         struct flock lock = Range(F_WRLCK, 1 + Below(LastSlot), 0);
@@ -96,6 +97,7 @@ private:
         Put(file, WordAt, static_cast<std::uint32_t>(lock.l_start) | static_cast<std::uint32_t>(Below(4)) << 30U);
         // Longer than a record waits, now and then.
         Sleep(Below(200) == 0 ? 1200 : Below(4));
+        Put(file, WordAt, 0);
     }
 
     void FillPage(int file)
