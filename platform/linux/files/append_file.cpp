@@ -171,7 +171,7 @@ bool LockShared(int file)
 /// before it is marked; then the path is opened again.
 DWORD OpenAndLock(const std::string& path, layer::FileMode mode, Descriptor& file, struct stat& status)
 {
-    constexpr int attempts = 10;
+    constexpr int attempts = 100;  // more than other processes can spoil
     for (int i = 0; i < attempts; ++i) {
         if (const DWORD error = OpenOrCreate(path, mode, file, status); error != ERROR_SUCCESS)
             return error;
