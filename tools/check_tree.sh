@@ -13,11 +13,11 @@ breach()
 
 files() { git ls-files -z --cached --others --exclude-standard -- "$@"; }
 
-# The sources are the same for every platform. Only platform/ and platform.h distinguish them.
+# The sources are the same for every platform. Only the platform folders and platform.h distinguish them.
 platform='_WIN32|_WIN64|WIN32|WINNT|__linux|linux|__unix|unix|__gnu_linux__|__MINGW|__CYGWIN__|_MSC_VER|__ELF__|__GLIBC__'
 while IFS= read -r line; do
     breach "$line: this depends on the platform; move it to platform/"
-done < <(files '*.cpp' '*.h' '*.c' '*.def' '*.in' ':!platform/' ':!include/tessmaru/platform.h' |
+done < <(files '*.cpp' '*.h' '*.c' '*.def' '*.in' ':!platform/' ':!apps/tessmaru/platform/' ':!include/tessmaru/platform.h' |
     xargs -0 -r grep -nHE "^[[:space:]]*#[[:space:]]*(if|ifdef|ifndef|elif)\b.*\b($platform)" || true)
 
 while IFS= read -r -d '' file; do

@@ -1,0 +1,35 @@
+# Writes the rows of the table of code names from the headers of the toolchains. Run as a script with WINERROR, NTSTATUS
+# (headers of mingw-w64), ERRNO (headers of Linux, separated by commas) and TARGET (the file to write).
+cmake_minimum_required(VERSION 3.25)
+
+set(rows "")
+set(number "(0x[0-9A-Fa-f]+|[0-9]+)")
+set(name "^#define[ \t]+([A-Z][A-Za-z0-9_]*)[ \t]+")
+
+# read(<file> <kind> <value>) adds a row for each name that the file defines as a number in the form <value>.
+function(read file kind value)
+  file(STRINGS "${file}" lines REGEX "${name}${value}")
+  foreach(line IN LISTS lines)
+    string(REGEX MATCH "${name}${value}" ignored "${line}")
+    set(symbol "${CMAKE_MATCH_1}")
+    set(code "${CMAKE_MATCH_2}")
+    if(NOT symbol MATCHES "^(FACILITY|SEVERITY|NO_ERROR|SEC_E_OK$)")
+      if(value MATCHES "WSABASEERR")
+        math(EXPR code "10000 + ${code}")
+      endif()
+      string(APPEND rows "{CodeKind::${kind}, ${code}U, \"${symbol}\"},\n")
+    endif()
+  endforeach()
+  set(rows "${rows}" PARENT_SCOPE)
+endfunction()
+
+read("${WINERROR}" win32 "__MSABI_LONG\\(${number}[UL]*\\)")
+read("${WINERROR}" win32 "\\(WSABASEERR *\\+ *${number}\\)")
+read("${WINERROR}" hresult "\\(\\(HRESULT\\)${number}[UL]*\\)")
+read("${WINERROR}" hresult "_HRESULT_TYPEDEF_\\(${number}[UL]*\\)")
+read("${NTSTATUS}" ntstatus "\\(\\(NTSTATUS\\)${number}[UL]*\\)")
+string(REPLACE "," ";" headers "${ERRNO}")
+foreach(header IN LISTS headers)
+  read("${header}" errnum "${number}")
+endforeach()
+file(WRITE "${TARGET}" "${rows}")
