@@ -1,0 +1,11 @@
+# The inner parts of the operator's tool, and what cannot be shown by one output.
+tessmaru_outside_test(tool/records_test)
+target_link_libraries(records_test PRIVATE tessmaru_records)
+if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+  tessmaru_outside_test(tool/text_linux_test)
+  target_link_libraries(text_linux_test PRIVATE tessmaru_records)
+  tessmaru_outside_test(tool/follow_linux_test)
+  target_link_libraries(follow_linux_test PRIVATE tessmarU::tessmarU)
+  target_compile_definitions(follow_linux_test PRIVATE TESSMARU_TOOL="$<TARGET_FILE:tessmaru>")
+  add_dependencies(follow_linux_test tessmaru)
+endif()
