@@ -26,7 +26,7 @@ using testkit::Narrow;
 /// A copy of the library that was loaded by a relative path.
 class LoadedCopy {
 public:
-    /// @param below  the folder of the copy, in a folder of its own
+    /// @param below  the folder of the copy, below a new folder
     explicit LoadedCopy(const std::string& below = ".")
         : Path((std::filesystem::canonical(Folder.path()) / below / "libCopy.so").lexically_normal())
     {

@@ -14,7 +14,7 @@ namespace kill_points {
 /// The numbers of the processes in the marks of records and in the reports.
 enum Writer : unsigned { Disturbed, Successor, Holder, Earlier, WriterCount };
 
-/// A process writes so many records, one of them long. The last two come after a change of the second.
+/// The number of records that a process writes. One of them is long. The last two come after a change of the second.
 constexpr unsigned RecordsOfWriter = 5;
 
 /// The holder writes up to its goal, at most RecordsOfWriter records. This goal ends it.

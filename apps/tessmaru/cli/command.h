@@ -17,8 +17,8 @@ CLI::App* AddVerb(CLI::App& parent, const std::string& name, const std::string& 
 /// Ends the verb with an error of usage if an option of a verb above it was given, unless all verbs share it.
 void RefuseOptionsAbove(const CLI::App& verb);
 
-/// Lets `run` be the action of a verb, when none of its own verbs is given. It gets the session and the verb's options,
-/// which live as long as the verb.
+/// Makes `run` the action of a verb. It is not called if a verb below this one is given. It gets the session and the
+/// verb's options, which live as long as the verb.
 template <class Options>
 void SetAction(CLI::App* verb, Session& session, std::shared_ptr<Options> options,
                Exit (*run)(Session&, const Options&))

@@ -67,7 +67,7 @@ std::string Quoted(const std::string& text, char quote, const std::string& escap
     return result + quote;
 }
 
-/// The condition under which fish offers the words of a verb: its path was given, and none of its own verbs.
+/// The condition under which fish offers the words of a verb: the verb was given, and no verb below it.
 std::string FishCondition(const CLI::App& verb)
 {
     std::string condition;

@@ -37,7 +37,8 @@ public:
     /// Takes over the value of `source` unless `copy` is set.
     _variant_t(VARIANT& source, bool copy) : _variant_t() { copy ? Copy(source) : Attach(source); }
 
-    /// A number of its own type, or of another one: VT_BOOL for the first two, VT_ERROR for LONG, VT_DATE for DOUBLE.
+    /// A number, with the usual type or with the one that is given: VT_BOOL for the first two, VT_ERROR for LONG,
+    /// VT_DATE for DOUBLE.
     /// @throws _com_error E_INVALIDARG for any other type.
     _variant_t(SHORT value, VARTYPE type = VT_I2);
     _variant_t(LONG value, VARTYPE type = VT_I4);

@@ -36,8 +36,8 @@ private:
     int File = -1;
 };
 
-/// Opens a file with O_CLOEXEC and a descriptor of at least 512, or of at least 3 if the process may not have so many.
-/// A program that closes all descriptors and opens files of its own gets the lowest numbers: its files must not get the
+/// Opens a file with O_CLOEXEC and a descriptor of at least 512, or of at least 3 if the process may not have that
+/// many. A program that closes all descriptors and then opens files gets the lowest numbers: its files must not get the
 /// number of a log that is still written, and its messages must not go into a log that has the number of a standard
 /// stream. @return no descriptor with `errno` set on failure
 Descriptor OpenHigh(const char* path, int flags, mode_t mode = 0);

@@ -202,7 +202,7 @@ bool RefusesGaps(_Unwind_Context* context, std::uintptr_t pc)
 }
 
 /// Whether a landing pad only ends the program. clang++ compiles `noexcept` to a handler of all exceptions that calls
-/// this function of its own:  push, call __cxa_begin_catch, call std::terminate
+/// this function:  push, call __cxa_begin_catch, call std::terminate
 bool EndsTheProgram([[maybe_unused]] std::uintptr_t landingPad)
 {
 #ifdef __x86_64__
